@@ -1,0 +1,22 @@
+#pragma once
+
+// The one header of macros that hide what differs between compilers: symbol export and the few extensions in use.
+// Everything else is standard C++20.
+
+#if defined(_WIN32)
+#if defined(KIV_BUILDING_LIBRARY)
+#define KIV_API __declspec(dllexport)
+#else
+#define KIV_API __declspec(dllimport)
+#endif
+#else
+#define KIV_API __attribute__((visibility("default")))
+#endif
+
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KIV_NOINLINE __declspec(noinline)
+#define KIV_ALWAYS_INLINE __forceinline
+#else
+#define KIV_NOINLINE __attribute__((noinline))
+#define KIV_ALWAYS_INLINE inline __attribute__((always_inline))
+#endif
