@@ -1,0 +1,298 @@
+// Hunts: double and missing deletions, references lost or kept by pointer operations, destructors that re-enter
+// pointers, registry or release lists, deferred releases out of order, wrong class identity.
+#include "kiv/core/Object.h"
+
+#include "kiv/core/Singletons.h"
+#include "kiv/core/SmartPointer.h"
+#include "kiv/core/TimedReferences.h"
+#include "kiv/core/UnmanagedObject.h"
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kiv {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// Runs a function in its destructor, by default counting its deaths.
+class Mortal : public Object {
+    KIV_OBJECT(Mortal, Object)
+
+public:
+    explicit Mortal(std::function<void()> atDeath) : m_atDeath(std::move(atDeath)) {}
+    explicit Mortal(int& deaths) : m_atDeath([&deaths] { ++deaths; }) {}
+    ~Mortal() override { m_atDeath(); }
+
+private:
+    std::function<void()> m_atDeath;
+};
+
+template <int depth>
+class Nested : public Nested<depth - 1> {
+    KIV_OBJECT(Nested, Nested<depth - 1>)
+};
+template <>
+class Nested<1> : public Object {};
+
+Names namesOf(const ClassChain& chain) {
+    Names names;
+    for (const char* name : chain) {
+        if (name) names.emplace_back(name);
+    }
+    return names;
+}
+
+TEST(Object, HoldsOnePointerAndOneCountBeyondItsVtable) {
+    struct Twin {
+        virtual ~Twin() = default;
+        void* pointer;
+        int32_t count;
+    };
+    EXPECT_EQ(sizeof(Object), sizeof(Twin));
+    EXPECT_EQ(sizeof(UnmanagedObject), sizeof(Object));
+    EXPECT_EQ(sizeof(SmartPointer<Object>), sizeof(void*));
+}
+
+TEST(Object, DiesOnceWithTheLastSmartPointer) {
+    int deaths = 0;
+    auto first = makeObject<Mortal>(deaths);
+    SmartPointer<Object> second(first);
+    EXPECT_EQ(first->getReferenceCount(), 2);
+    first.reset();
+    EXPECT_EQ(deaths, 0);
+    second = nullptr;
+    EXPECT_EQ(deaths, 1);
+}
+
+TEST(Object, CountsReferencesInBulk) {
+    int deaths = 0;
+    auto* object = new Mortal(deaths);
+    object->decreaseReferenceCountBy(0);
+    EXPECT_EQ(deaths, 0);
+    object->increaseReferenceCountBy(4);
+    object->decreaseReferenceCountBy(3);
+    EXPECT_EQ(object->getReferenceCount(), 1);
+    object->increaseReferenceCountBy(2);
+    object->decreaseReferenceCountBy(3);
+    EXPECT_EQ(deaths, 1);
+}
+
+TEST(Object, SurvivesSmartPointersOnceTheyAreDisabled) {
+    int deaths = 0;
+    auto* object = new Mortal(deaths);
+    object->disableSmartPointers();
+    SmartPointer<Mortal>(object).reset();
+    EXPECT_EQ(deaths, 0);
+    EXPECT_EQ(object->getReferenceCount(), 1);
+    delete object;
+}
+
+TEST(Object, CopiesStartWithoutReferences) {
+    UnmanagedObject original;
+    const UnmanagedObject copy(original);
+    const UnmanagedObject moved(std::move(original));
+    EXPECT_EQ(UnmanagedObject().getReferenceCount(), 1);
+    EXPECT_EQ(copy.getReferenceCount(), 0);
+    EXPECT_EQ(moved.getReferenceCount(), 0);
+
+    Object counted, other;
+    counted.increaseReferenceCountBy(5);
+    EXPECT_EQ(Object(counted).getReferenceCount(), 0);
+    other = counted;
+    EXPECT_EQ(other.getReferenceCount(), 0);
+    counted = other;
+    EXPECT_EQ(counted.getReferenceCount(), 5);
+}
+
+TEST(Object, NamesItsClassAndItsBasesRootFirst) {
+    UnmanagedObject object;
+    Object& base = object;
+    EXPECT_STREQ(base.getDynamicClassName(), "UnmanagedObject");
+    EXPECT_EQ(namesOf(base.getDynamicClassChain()), (Names{"Object", "UnmanagedObject"}));
+    EXPECT_EQ(namesOf(Object().getDynamicClassChain()), Names{"Object"});
+    EXPECT_STREQ(Object().getDynamicClassName(), "Object");
+    EXPECT_EQ(namesOf(Mortal::getStaticClassChain()), (Names{"Object", "Mortal"}));
+}
+
+TEST(Object, ClassChainHoldsSixteenNamesAtMost) {
+    struct Deepest : Nested<16> {
+        using Nested<16>::fillClassChain;
+    };
+    EXPECT_EQ(namesOf(Nested<16>::getStaticClassChain()).size(), 16u);
+    ClassChain chain{};
+    EXPECT_EQ(Deepest::fillClassChain(chain, 14), 16);
+    EXPECT_STREQ(chain[14], "Object");
+    EXPECT_EQ(Deepest::fillClassChain(chain, 16), 16);
+}
+
+TEST(SmartPointer, AssignmentTakesTheNewReferenceBeforeItReleasesTheOld) {
+    struct Link : Object {
+        SmartPointer<Link> next;
+    };
+    int deaths = 0;
+    auto head = makeObject<Link>();
+    head->next = makeObject<Link>();
+    head = head->next; // only the old head kept the new one alive
+    EXPECT_EQ(head->getReferenceCount(), 1);
+
+    auto pointer = makeObject<Mortal>(deaths);
+    auto& same = pointer;
+    pointer = same;
+    pointer = std::move(same);
+    pointer = pointer.get();
+    ASSERT_TRUE(pointer);
+    EXPECT_EQ(pointer->getReferenceCount(), 1);
+    SmartPointer<Object> moved(std::move(pointer));
+    EXPECT_EQ(pointer, nullptr);
+    EXPECT_EQ(moved->getReferenceCount(), 1);
+    EXPECT_EQ(deaths, 0);
+}
+
+TEST(SmartPointer, IsConsistentInsideADestructorThatReentersIt) {
+    SmartPointer<Object> pointer;
+    auto replacement = makeObject<Object>();
+    const Object* seen = nullptr;
+    pointer = new Mortal([&] { seen = pointer.get(); });
+    pointer = replacement;
+    EXPECT_EQ(seen, replacement.get());
+    pointer = new Mortal([&] { seen = pointer.get(); });
+    pointer.reset();
+    EXPECT_EQ(seen, nullptr);
+    SmartPointer<Object> source(new Object);
+    pointer = new Mortal([&] { seen = source.get(); });
+    pointer = std::move(source);
+    EXPECT_EQ(seen, nullptr);
+}
+
+#ifdef NDEBUG
+TEST(Object, SmartPointerToADyingObjectDoesNotDeleteItTwice) {
+    int deaths = 0;
+    Object* self = nullptr;
+    int countInside = -1;
+    self = new Mortal([&] {
+        ++deaths;
+        SmartPointer<Object>(self).reset();
+        countInside = self->getReferenceCount();
+    });
+    SmartPointer<Object>(self).reset();
+    EXPECT_EQ(deaths, 1);
+    EXPECT_EQ(countInside, 0);
+}
+#endif
+
+TEST(Object, IsReleasedOnceWhenThreadsShareIt) {
+    // Each thread copies and drops its own pointer; whoever drops last deletes, whichever thread that is.
+    std::atomic<int> deaths = 0;
+    for (int round = 0; round < 50; ++round) {
+        SmartPointer<Object> shared(new Mortal([&] { ++deaths; }));
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([own = shared]() mutable {
+                for (int n = 0; n < 100; ++n) SmartPointer<Object>(own).reset();
+                own.reset();
+            });
+        }
+        shared.reset();
+        for (auto& thread : threads) thread.join();
+    }
+    EXPECT_EQ(deaths, 50);
+}
+
+TEST(TimedReferences, KeepAnObjectUntilTheDrain) {
+    int deaths = 0;
+    auto object = makeObject<Mortal>(deaths);
+    object->takeTimedReference();
+    object.reset();
+    EXPECT_EQ(deaths, 0);
+    EXPECT_TRUE(internal::removeAllTimedReferences());
+    EXPECT_EQ(deaths, 1);
+    EXPECT_FALSE(internal::removeAllTimedReferences());
+    EXPECT_FALSE(internal::removeAllTimedReferencesParallel());
+}
+
+TEST(TimedReferences, AreReleasedLatestFirstIncludingThoseQueuedMeanwhile) {
+    Names order;
+    auto* late = new Mortal([&] { order.push_back("late"); });
+    late->increaseReferenceCount();
+    auto queue = [&](const char* name, std::function<void()> also, void (*append)(Object*)) {
+        auto* object = new Mortal([&order, name, also] {
+            order.push_back(name);
+            also();
+        });
+        object->increaseReferenceCount();
+        append(object);
+    };
+    auto nothing = [] {};
+    queue("first", nothing, internal::appendTimedReference);
+    queue(
+        "second", [&] { late->decreaseReferenceCountAsyncOnMain(); }, internal::appendTimedReference);
+    queue("parallel", nothing, internal::appendTimedReferenceParallel);
+    EXPECT_TRUE(internal::removeAllTimedReferences());
+    EXPECT_EQ(order, (Names{"second", "late", "first"}));
+    EXPECT_TRUE(internal::removeAllTimedReferencesParallel());
+    EXPECT_EQ(order.back(), "parallel");
+}
+
+TEST(TimedReferences, AreAllReleasedWhenThreadsQueueAndDrain) {
+    // Destructors queue a second generation while four threads queue and two of them drain; nothing may be lost.
+    std::atomic<int> deaths = 0;
+    constexpr int perThread = 500;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < perThread; ++n) {
+                auto* child = new Mortal([&] { ++deaths; });
+                child->increaseReferenceCount();
+                auto* parent = new Mortal([&deaths, child] {
+                    ++deaths;
+                    child->decreaseReferenceCountAsyncOnMain();
+                });
+                parent->takeTimedReference();
+                if (i < 2) internal::removeAllTimedReferences();
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    internal::removeAllTimedReferences();
+    EXPECT_EQ(deaths, 2 * 4 * perThread);
+}
+
+TEST(Singletons, HoldOneReferencePerName) {
+    int deaths = 0;
+    Object* first = new Mortal(deaths);
+    Object* second = new Mortal(deaths);
+    EXPECT_EQ(Object::setSingleton("x", first), first);
+    EXPECT_EQ(Object::setSingleton("x", first), first);
+    EXPECT_EQ(first->getReferenceCount(), 1);
+    EXPECT_EQ(Object::setSingleton("x", second), second);
+    EXPECT_EQ(deaths, 1);
+    EXPECT_EQ(Object::getSingletonObject("x"), second);
+    EXPECT_EQ(internal::getSingleton("x")->getReferenceCount(), 2);
+    EXPECT_EQ(Object::setSingleton("x", nullptr), nullptr);
+    EXPECT_EQ(deaths, 2);
+    EXPECT_EQ(Object::getSingletonObject("x"), nullptr);
+
+    Object* unnamed = Object::setSingleton(nullptr, new Mortal(deaths));
+    EXPECT_EQ(Object::getSingletonObject(""), unnamed);
+    EXPECT_EQ(Object::getSingletonObject(nullptr), unnamed);
+    Object::discardSingletons();
+    EXPECT_EQ(Object::getSingletonObject(nullptr), nullptr);
+    EXPECT_EQ(deaths, 3);
+}
+
+TEST(Singletons, MayBeAskedForInTheDestructorOfOne) {
+    int asked = 0;
+    auto asking = [&] { return new Mortal([&] { asked += Object::getSingletonObject("y") == nullptr ? 1 : 10; }); };
+    Object::setSingleton("x", asking());
+    Object::setSingleton("x", asking());
+    Object::setSingleton("x", nullptr);
+    Object::setSingleton("x", asking());
+    Object::discardSingletons();
+    EXPECT_EQ(asked, 3);
+}
+
+} // namespace
+} // namespace kiv

@@ -1,0 +1,164 @@
+// Hunts: weak pointers left dangling, list nodes unlinked twice or by the wrong pointer, owners told wrongly or in the
+// wrong order, owners that remove other weak pointers while theirs is cleared, two registries for one object.
+#include "kiv/core/WeakPointer.h"
+
+#include "kiv/core/PointerOwner.h"
+#include "kiv/core/UnmanagedObject.h"
+#include <functional>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace kiv {
+namespace {
+
+class Listener : public PointerOwner {
+public:
+    void pointerCleared(void* ownerData) override {
+        cleared.push_back(ownerData);
+        if (then) then();
+    }
+    std::vector<void*> cleared;
+    std::function<void()> then;
+};
+
+TEST(WeakPointer, IsClearedWithItsTargetLatestRegisteredFirst) {
+    int a = 0, b = 0;
+    Listener one, two;
+    auto target = makeObject<Object>();
+    WeakPointer<Object> first(target), silent(target), last(target);
+    first.setOwner(&one, &a);
+    last.setOwner(&two, &b);
+    bool lastCameFirst = false;
+    two.then = [&] { lastCameFirst = one.cleared.empty() && !last; };
+    target.reset();
+    EXPECT_FALSE(first || silent || last);
+    EXPECT_EQ(one.cleared, std::vector<void*>{&a});
+    EXPECT_EQ(two.cleared, std::vector<void*>{&b});
+    EXPECT_TRUE(lastCameFirst);
+}
+
+TEST(WeakPointer, CanBeClearedWhileItsTargetLives) {
+    Listener owner;
+    UnmanagedObject target, unwatched;
+    unwatched.removeWeakPointers();
+    WeakPointer<UnmanagedObject> pointer(&target);
+    pointer.setOwner(&owner);
+    target.removeWeakPointers();
+    EXPECT_FALSE(pointer);
+    EXPECT_EQ(owner.cleared, std::vector<void*>{nullptr});
+    pointer = &target;
+    EXPECT_EQ(pointer.get(), &target);
+}
+
+TEST(WeakPointer, MovesItsRegistrationWithItsTarget) {
+    Listener owner;
+    auto first = makeObject<Object>();
+    auto second = makeObject<Object>();
+    WeakPointer<Object> pointer(first);
+    pointer.setOwner(&owner);
+    pointer = second;
+    first.reset();
+    EXPECT_EQ(pointer, second.get());
+    pointer.reset();
+    second.reset();
+    EXPECT_TRUE(owner.cleared.empty());
+}
+
+TEST(WeakPointer, CopiesStartWithoutOwnerAndAssignmentsKeepTheirs) {
+    Listener ownerOfFirst, ownerOfAssigned;
+    auto target = makeObject<Object>();
+    WeakPointer<Object> first(target);
+    first.setOwner(&ownerOfFirst);
+    WeakPointer<Object> copy(first), assigned, moveAssigned;
+    assigned.setOwner(&ownerOfAssigned);
+    assigned = copy;
+    WeakPointer<Object> moved(std::move(copy));
+    moveAssigned = std::move(assigned);
+    auto& same = moveAssigned;
+    moveAssigned = same;
+    moveAssigned = std::move(same);
+    EXPECT_FALSE(copy || assigned);
+    EXPECT_TRUE(moved && moveAssigned);
+    assigned = moved;
+    EXPECT_EQ(moved.lock(), target);
+    target.reset();
+    EXPECT_FALSE(first || moved || assigned || moveAssigned);
+    EXPECT_EQ(ownerOfFirst.cleared.size(), 1u);
+    EXPECT_EQ(ownerOfAssigned.cleared.size(), 1u);
+}
+
+TEST(WeakPointer, OwnersMayDestroyOtherPointersOfTheSameTarget) {
+    Listener owner;
+    auto target = makeObject<Object>();
+    auto early = std::make_unique<WeakPointer<Object>>(target);
+    auto middle = std::make_unique<WeakPointer<Object>>(target);
+    auto last = std::make_unique<WeakPointer<Object>>(target);
+    early->setOwner(&owner);
+    last->setOwner(&owner);
+    owner.then = [&] {
+        middle.reset();
+        last.reset();
+    };
+    target.reset();
+    EXPECT_EQ(owner.cleared.size(), 2u);
+    EXPECT_FALSE(*early);
+}
+
+TEST(WeakPointer, AgreesWithAModelUnderRandomOperations) {
+    constexpr unsigned seed = 20231121;
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    std::vector<SmartPointer<Object>> objects(4);
+    std::vector<WeakPointer<Object>> pointers(12);
+    std::vector<Object*> model(pointers.size());
+    for (int step = 0; step < 4000; ++step) {
+        const size_t at = random() % pointers.size(), from = random() % pointers.size();
+        auto& object = objects[random() % objects.size()];
+        switch (random() % 5) {
+        case 0:
+            std::replace(model.begin(), model.end(), object.get(), static_cast<Object*>(nullptr));
+            object = new Object;
+            break;
+        case 1:
+            pointers[at] = object;
+            model[at] = object.get();
+            break;
+        case 2:
+            pointers[at] = pointers[from];
+            model[at] = model[from];
+            break;
+        case 3:
+            pointers[at] = std::move(pointers[from]);
+            model[at] = model[from];
+            if (at != from) model[from] = nullptr;
+            break;
+        default:
+            pointers[at].reset();
+            model[at] = nullptr;
+        }
+        for (size_t i = 0; i < pointers.size(); ++i) ASSERT_EQ(pointers[i], model[i]) << "step " << step;
+    }
+}
+
+TEST(WeakPointer, FirstRegistrationsOfManyThreadsShareOneRegistry) {
+    // Every thread registers with an object that has no registry yet; with two registries one pointer stays uncleared.
+    for (int round = 0; round < 200; ++round) {
+        auto target = makeObject<Object>();
+        std::vector<WeakPointer<Object>> pointers(4);
+        std::vector<std::thread> threads;
+        for (auto& pointer : pointers) {
+            threads.emplace_back([&] {
+                pointer = target;
+                WeakPointer<Object>(pointer).reset();
+            });
+        }
+        for (auto& thread : threads) thread.join();
+        target.reset();
+        for (const auto& pointer : pointers) ASSERT_FALSE(pointer);
+    }
+}
+
+} // namespace
+} // namespace kiv
