@@ -1,0 +1,53 @@
+#pragma once
+
+#include "kiv/platform/Compiler.h"
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace kiv {
+
+// Where the library takes its time from. Any thread may ask; what current() returns lives as long as it is installed.
+class KIV_API Clock {
+public:
+    // The installed clock: the system's, unless a ManualClock has taken its place.
+    static Clock& current();
+
+    Clock() = default;
+    Clock(const Clock&) = delete;
+    Clock& operator=(const Clock&) = delete;
+    virtual ~Clock();
+
+    // Steady, from an arbitrary start; never wraps.
+    virtual int64_t getMilliseconds() const;
+    // Microseconds since 1970-01-01T00:00:00Z.
+    virtual int64_t getUtcMicroseconds() const;
+
+protected:
+    // Installs `clock` and returns the one installed before.
+    static Clock* exchangeCurrent(Clock* clock);
+};
+
+// A clock that stands still until it is told to move. It is the current clock while it lives; several nest like scopes.
+class KIV_API ManualClock : public Clock {
+public:
+    explicit ManualClock(int64_t milliseconds = 0, int64_t utcMicroseconds = 0);
+    ~ManualClock() override;
+
+    // Moves both times on.
+    void advance(int64_t milliseconds);
+    void setUtcMicroseconds(int64_t microseconds) { m_utcMicroseconds = microseconds; }
+
+    int64_t getMilliseconds() const override { return m_milliseconds; }
+    int64_t getUtcMicroseconds() const override { return m_utcMicroseconds; }
+
+private:
+    std::atomic<int64_t> m_milliseconds;
+    std::atomic<int64_t> m_utcMicroseconds;
+    Clock* m_previous;
+};
+
+// "2024-02-29T13:05:09.042Z" for microseconds since 1970; rounds down to milliseconds.
+KIV_API std::string utcTimeText(int64_t utcMicroseconds);
+
+} // namespace kiv

@@ -1,0 +1,76 @@
+#include "kiv/platform/Console.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace kiv::internal {
+namespace {
+
+OutputSink* g_sink; // guarded by the lock on stdout
+
+struct OutputLock {
+    OutputLock() { flockfile(stdout); }
+    OutputLock(const OutputLock&) = delete;
+    OutputLock& operator=(const OutputLock&) = delete;
+    ~OutputLock() { funlockfile(stdout); }
+};
+
+int descriptorOf(StandardStream stream) {
+    switch (stream) {
+    case StandardStream::Input:
+        return STDIN_FILENO;
+    case StandardStream::Output:
+        return STDOUT_FILENO;
+    case StandardStream::Error:
+        return STDERR_FILENO;
+    }
+    return -1;
+}
+
+bool writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(descriptor, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<size_t>(written));
+        } else if (errno == EAGAIN) {
+            // Whoever shares the pipe or terminal has made it non-blocking.
+            pollfd ready{descriptor, POLLOUT, 0};
+            poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+OutputSink::~OutputSink() = default;
+
+bool writeStandardOutput(std::string_view text) {
+    const OutputLock lock;
+    if (g_sink) return g_sink->write(text);
+    // The descriptor directly: the stream would cut a text larger than its buffer into several writes.
+    if (fflush_unlocked(stdout) != 0) return false;
+    return writeAll(fileno_unlocked(stdout), text);
+}
+
+OutputSink* setStandardOutputSink(OutputSink* sink) {
+    const OutputLock lock;
+    return std::exchange(g_sink, sink);
+}
+
+bool isTerminal(StandardStream stream) {
+    return isatty(descriptorOf(stream)) == 1;
+}
+
+unsigned getTerminalWidth(StandardStream stream) {
+    winsize size{};
+    return ioctl(descriptorOf(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+} // namespace kiv::internal

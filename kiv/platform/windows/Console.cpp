@@ -1,0 +1,73 @@
+#include "kiv/platform/Console.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+namespace kiv::internal {
+namespace {
+
+OutputSink* g_sink; // guarded by the lock on stdout
+
+struct OutputLock {
+    OutputLock() { _lock_file(stdout); }
+    OutputLock(const OutputLock&) = delete;
+    OutputLock& operator=(const OutputLock&) = delete;
+    ~OutputLock() { _unlock_file(stdout); }
+};
+
+HANDLE handleOf(StandardStream stream) {
+    switch (stream) {
+    case StandardStream::Input:
+        return GetStdHandle(STD_INPUT_HANDLE);
+    case StandardStream::Output:
+        return GetStdHandle(STD_OUTPUT_HANDLE);
+    case StandardStream::Error:
+        return GetStdHandle(STD_ERROR_HANDLE);
+    }
+    return nullptr;
+}
+
+UINT g_codePageBefore;
+
+// The console outlives this program and may belong to others: it gets its code page back at the end.
+bool switchConsoleToUtf8() {
+    if (!isTerminal(StandardStream::Output)) return false;
+    g_codePageBefore = GetConsoleOutputCP();
+    if (g_codePageBefore == CP_UTF8 || !SetConsoleOutputCP(CP_UTF8)) return false;
+    std::atexit([] { SetConsoleOutputCP(g_codePageBefore); });
+    return true;
+}
+
+} // namespace
+
+OutputSink::~OutputSink() = default;
+
+bool writeStandardOutput(std::string_view text) {
+    const OutputLock lock;
+    if (g_sink) return g_sink->write(text);
+    [[maybe_unused]] static const bool isSwitched = switchConsoleToUtf8();
+    if (std::fflush(stdout) != 0) return false;
+    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+}
+
+OutputSink* setStandardOutputSink(OutputSink* sink) {
+    const OutputLock lock;
+    return std::exchange(g_sink, sink);
+}
+
+bool isTerminal(StandardStream stream) {
+    DWORD mode = 0;
+    return GetConsoleMode(handleOf(stream), &mode) != 0;
+}
+
+unsigned getTerminalWidth(StandardStream stream) {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!GetConsoleScreenBufferInfo(handleOf(stream), &info)) return 0;
+    return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
+}
+
+} // namespace kiv::internal
