@@ -19,7 +19,7 @@ class System;
 class WeakPointerExtension;
 
 namespace internal {
-KIV_API void appendTimedReferenceParallel(Object* object);
+struct TimedReferenceAccess;
 }
 
 // Root of the class tree: an intrusive reference count, a run-time class name, and the weak pointers that watch it.
@@ -115,7 +115,7 @@ protected:
 
 private:
     friend class WeakPointerBase;
-    friend void internal::appendTimedReferenceParallel(Object* object);
+    friend struct internal::TimedReferenceAccess;
 
     // Added to the count before the destructor runs, so that references taken and dropped by a destructor can't bring
     // the count to zero a second time.

@@ -49,13 +49,18 @@ ReleaseList& parallelList() {
 
 } // namespace
 
+// A struct, because compilers for Windows refuse to befriend a function that is exported.
+struct TimedReferenceAccess {
+    static bool isWatched(const Object* object) { return object->m_weakPointers.load(std::memory_order_acquire); }
+};
+
 void appendTimedReference(Object* object) {
     mainList().append(object);
 }
 
 void appendTimedReferenceParallel(Object* object) {
     // The main thread would read the weak pointer's target while a worker deletes it.
-    assert(!object->m_weakPointers.load(std::memory_order_acquire) && "a watched object is released on another thread");
+    assert(!TimedReferenceAccess::isWatched(object) && "a watched object is released on another thread");
     parallelList().append(object);
 }
 
