@@ -1,0 +1,33 @@
+# What an installed kivCore consists of, and how find_package and pkg-config find it.
+include(CMakePackageConfigHelpers)
+set(KIV_PACKAGE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/kivCore")
+
+install(TARGETS kivCore EXPORT kivCoreTargets)
+install(EXPORT kivCoreTargets NAMESPACE kivCore:: DESTINATION ${KIV_PACKAGE_DIR})
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/kiv" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.h" PATTERN "linux" EXCLUDE PATTERN "windows" EXCLUDE)
+if(MINGW)
+    install(FILES ${KIV_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/kivCoreConfig.cmake.in"
+    "${PROJECT_BINARY_DIR}/kivCoreConfig.cmake" INSTALL_DESTINATION ${KIV_PACKAGE_DIR})
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/kivCoreConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/kivCoreConfig.cmake" "${PROJECT_BINARY_DIR}/kivCoreConfigVersion.cmake"
+    DESTINATION ${KIV_PACKAGE_DIR})
+
+# The prefix in kivCore.pc is relative to the file, so an installed tree can be moved.
+file(RELATIVE_PATH KIV_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+configure_file("${PROJECT_SOURCE_DIR}/cmake/kivCore.pc.in" "${PROJECT_BINARY_DIR}/kivCore.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/kivCore.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(PROJECT_IS_TOP_LEVEL)
+    if(WIN32)
+        set(CPACK_GENERATOR ZIP)
+    else()
+        set(CPACK_GENERATOR TGZ)
+    endif()
+    set(CPACK_STRIP_FILES ON)
+    set(CPACK_VERBATIM_VARIABLES ON)
+    include(CPack)
+endif()
