@@ -1,0 +1,176 @@
+#include "kiv/data/Item.h"
+
+#include <algorithm>
+#include <cassert>
+#include <new>
+#include <stdexcept>
+
+namespace kiv {
+
+static_assert(sizeof(Item) == 64, "an item is one cache line");
+
+namespace {
+
+constexpr char encodedGUIDMarker[] = "GUID:";
+
+uint8_t* allocate(uint32_t size) {
+    return static_cast<uint8_t*>(::operator new(size));
+}
+
+size_t lengthToZero(const char* text, size_t size) {
+    const void* zero = std::memchr(text, 0, size);
+    return zero ? static_cast<size_t>(static_cast<const char*>(zero) - text) : size;
+}
+
+} // namespace
+
+void Item::freeHeap() noexcept {
+    ::operator delete(m_data);
+}
+
+void Item::dropView() noexcept {
+    if (m_capacity != 0) return;
+    m_data = m_inline;
+    m_capacity = inlineCapacity;
+}
+
+// Makes room for `size` bytes, of which the present ones are copied, and makes that the size. Returns the heap block
+// that held the bytes before, or null: the caller frees it once it has copied what it may still need from there.
+uint8_t* Item::resizePlainInternal(uint64_t size) {
+    if (size > maximumSize) throw std::length_error("kiv::Item: more than 2^31 - 1 bytes");
+    uint8_t* const oldData = m_data;
+    uint8_t* const oldBlock = m_ownsHeap ? m_data : nullptr;
+    if (m_capacity == 0 && size <= inlineCapacity) {
+        m_data = m_inline;
+        m_capacity = inlineCapacity;
+    } else {
+        const uint64_t capacity = std::min<uint64_t>((size + 256 + (size >> 2)) & ~uint64_t{15}, maximumSize);
+        m_data = allocate(static_cast<uint32_t>(capacity));
+        m_capacity = static_cast<uint32_t>(capacity);
+        m_ownsHeap = true;
+    }
+    if (m_size != 0) std::memmove(m_data, oldData, m_size);
+    m_size = static_cast<uint32_t>(size);
+    return oldBlock;
+}
+
+void Item::appendRuns(const Run* runs, unsigned count) {
+    uint64_t size = m_size;
+    for (unsigned i = 0; i < count; ++i) size += runs[i].size;
+    uint32_t at = m_size;
+    uint8_t* oldBlock = nullptr;
+    if (size > m_capacity) {
+        oldBlock = resizePlainInternal(size);
+    } else {
+        m_size = static_cast<uint32_t>(size);
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        if (runs[i].bytes && runs[i].size != 0) std::memcpy(m_data + at, runs[i].bytes, runs[i].size);
+        at += static_cast<uint32_t>(runs[i].size);
+    }
+    ::operator delete(oldBlock);
+}
+
+void Item::appendPlain(const uint8_t* bytes, unsigned size) {
+    const Run run{bytes, size};
+    appendRuns(&run, 1);
+}
+
+Item& Item::operator=(const Item& other) {
+    if (this != &other) {
+        setPlain(other.getConstByteSpan());
+        m_store = other.m_store;
+    }
+    return *this;
+}
+
+Item& Item::operator=(Item&& other) noexcept {
+    if (this != &other) {
+        uint8_t* const oldBlock = m_ownsHeap ? m_data : nullptr;
+        m_ownsHeap = false;
+        m_store = other.m_store;
+        takeFrom(other);
+        if (oldBlock != m_data) ::operator delete(oldBlock);
+    }
+    return *this;
+}
+
+void Item::setPlain(const ConstByteSpan& encoded) {
+    const unsigned size = encoded.getSize();
+    const uint8_t* const bytes = encoded.getBytePointer();
+    if (size > maximumSize) throw std::length_error("kiv::Item: more than 2^31 - 1 bytes");
+    uint8_t* oldBlock = nullptr;
+    dropView();
+    if (size > m_capacity) {
+        uint8_t* const block = allocate(size);
+        oldBlock = m_ownsHeap ? m_data : nullptr;
+        m_data = block;
+        m_capacity = size;
+        m_ownsHeap = true;
+    }
+    if (size != 0) std::memmove(m_data, bytes, size); // the source may lie in this item, or in the old block
+    m_size = size;
+    ::operator delete(oldBlock);
+}
+
+void Item::setPlainExternalBuffer(const ConstByteSpan& encoded) {
+    assert(encoded.empty() || encoded.getBytePointer() != m_data || m_capacity == 0);
+    if (m_ownsHeap) freeHeap();
+    m_ownsHeap = false;
+    m_data = const_cast<uint8_t*>(encoded.getBytePointer());
+    m_capacity = 0;
+    m_size = encoded.getSize();
+}
+
+void Item::resizePlain(unsigned size) {
+    if (size > m_capacity) {
+        if (m_size > size) m_size = size; // a view that is made shorter
+        ::operator delete(resizePlainInternal(size));
+    } else {
+        m_size = size;
+    }
+}
+
+void Item::reservePlainTotal(unsigned capacity) {
+    if (capacity <= m_capacity) return;
+    const uint32_t size = m_size;
+    ::operator delete(resizePlainInternal(std::max(capacity, size)));
+    m_size = size;
+}
+
+void Item::clear() {
+    dropView();
+    m_size = 0;
+}
+
+void Item::addString(const String& text) {
+    addText(ValueType::String, text.data(), lengthToZero(text.data(), text.size()));
+}
+
+void Item::addPrefix(const String& text) {
+    addText(ValueType::Prefix, text.data(), lengthToZero(text.data(), text.size()));
+}
+
+void Item::addString(const char* first, const char* second) {
+    const auto type = ValueType::String;
+    if (!first) first = "";
+    if (!second) second = "";
+    const Run runs[] = {{&type, 1}, {first, std::strlen(first)}, {second, std::strlen(second) + 1}};
+    appendRuns(runs, 3);
+}
+
+void Item::addStringOrEncodedGUID(const String& text) {
+    const std::string_view view(text.data(), text.size());
+    GUID guid;
+    if (view.starts_with(encodedGUIDMarker) && GUID::fromString(view.substr(sizeof(encodedGUIDMarker) - 1), guid)) {
+        addGUID(guid);
+    } else {
+        addString(text);
+    }
+}
+
+unsigned Item::decodeGetSizeOfNextElement(unsigned offset) const {
+    return offset < m_size ? internal::sizeOfElement(m_data + offset, m_size - offset) : 0;
+}
+
+} // namespace kiv
