@@ -24,6 +24,60 @@ bool isValidUtf8(const char* text) {
     return internal::validateUtf8(text, std::strlen(text));
 }
 
+// ---- The forms "$..." of values that JSON lacks.
+
+bool decodeBase64Text(std::string_view text, Buffer& out) {
+    out.resize(static_cast<unsigned>(internal::decodedBase64Size(text.size())));
+    return bool(internal::decodeBase64(text.data(), text.size(), out.getBytePointer()));
+}
+
+// The value of an object of one member, when it is one of the "$..." forms.
+bool readSpecial(std::string_view name, const Item& value, Item& out) {
+    Item::Iterator it = value.getIterator();
+    if (it.getType() != ValueType::String) return false;
+    const std::string_view text(it.asWeakCStr());
+    if (name == "$prefix") {
+        out.addPrefix(text.data());
+        return true;
+    }
+    if (name == "$guid") {
+        GUID guid;
+        if (!GUID::fromString(text, guid)) return false;
+        out.addGUID(guid);
+        return true;
+    }
+    if (name == "$float") {
+        if (text != "nan" && text != "inf" && text != "-inf") return false;
+        out.addFloat(text == "nan" ? NAN : text == "inf" ? INFINITY : -INFINITY);
+        return true;
+    }
+    if (name == "$mark") {
+        const auto code = text == "meta"       ? ValueType::Meta
+                          : text == "wildcard" ? ValueType::Wildcard
+                          : text == "end"      ? ValueType::End
+                                               : ValueType::Invalid;
+        const auto byte = static_cast<uint8_t>(code);
+        if (code != ValueType::Invalid) out.setPlain(ConstByteSpan(&byte, 1));
+        return code != ValueType::Invalid;
+    }
+    Buffer bytes;
+    if (!decodeBase64Text(text, bytes)) return false;
+    if (name == "$buffer") {
+        out.addBuffer(bytes);
+    } else if (name == "$pointer") {
+        out.addPointer(bytes.getBytePointer(), bytes.getSize());
+    } else if (name == "$referee") {
+        out.addReferee(bytes.getBytePointer(), bytes.getSize());
+    } else if (name == "$item") {
+        const Item whole(Item::ExternalBufferMode(), bytes.getConstByteSpan());
+        if (whole.empty() || whole.getIterator().getValueSize() != whole.getPlainSize()) return false;
+        out.setPlain(whole);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 // ---- Writing.
 
 class JSONWriter {
@@ -49,7 +103,7 @@ private:
     }
     static bool isDecodable(const Item& item) { return decodableSize(item) == item.getPlainSize(); }
 
-    // Whether an object says it all: names that are texts in UTF-8, each once, and not mistakable for a "$..." form.
+    // Whether an object says it all: names in UTF-8, each once, and not to be mistaken for one of the "$..." forms.
     static bool isPlainTable(const Item& pairs) {
         std::unordered_set<std::string_view> names;
         Item::Iterator it = pairs.getIterator();
@@ -58,8 +112,14 @@ private:
             if (!names.insert(name).second || !isValidUtf8(name) || !it.hasNextElement()) return false;
             it.skip(it.getValueSize() == it.getSize() ? 1 : 2);
         }
-        const bool mistakable = names.size() == 1 && names.begin()->starts_with('$');
-        return it.getOffset() == static_cast<int>(pairs.getPlainSize()) && !mistakable;
+        return it.getOffset() == static_cast<int>(pairs.getPlainSize()) && !isMistakable(pairs, names.size());
+    }
+
+    static bool isMistakable(const Item& pairs, size_t names) {
+        Item::Iterator it = pairs.getIterator();
+        const char* name = names == 1 ? it.asWeakCStr() : "";
+        Item value, read;
+        return *name == '$' && it.asWeakItemView(value) && readSpecial(name, value, read);
     }
 
     void put(std::string_view text) { m_out.append(text.data(), text.data() + text.size()); }
@@ -216,58 +276,6 @@ private:
 };
 
 // ---- Reading.
-
-bool decodeBase64Text(std::string_view text, Buffer& out) {
-    out.resize(static_cast<unsigned>(internal::decodedBase64Size(text.size())));
-    return bool(internal::decodeBase64(text.data(), text.size(), out.getBytePointer()));
-}
-
-// The value of an object of one member, when it is one of the "$..." forms.
-bool readSpecial(std::string_view name, const Item& value, Item& out) {
-    Item::Iterator it = value.getIterator();
-    if (it.getType() != ValueType::String) return false;
-    const std::string_view text(it.asWeakCStr());
-    if (name == "$prefix") {
-        out.addPrefix(text.data());
-        return true;
-    }
-    if (name == "$guid") {
-        GUID guid;
-        if (!GUID::fromString(text, guid)) return false;
-        out.addGUID(guid);
-        return true;
-    }
-    if (name == "$float") {
-        if (text != "nan" && text != "inf" && text != "-inf") return false;
-        out.addFloat(text == "nan" ? NAN : text == "inf" ? INFINITY : -INFINITY);
-        return true;
-    }
-    if (name == "$mark") {
-        const auto code = text == "meta"       ? ValueType::Meta
-                          : text == "wildcard" ? ValueType::Wildcard
-                          : text == "end"      ? ValueType::End
-                                               : ValueType::Invalid;
-        const auto byte = static_cast<uint8_t>(code);
-        if (code != ValueType::Invalid) out.setPlain(ConstByteSpan(&byte, 1));
-        return code != ValueType::Invalid;
-    }
-    Buffer bytes;
-    if (!decodeBase64Text(text, bytes)) return false;
-    if (name == "$buffer") {
-        out.addBuffer(bytes);
-    } else if (name == "$pointer") {
-        out.addPointer(bytes.getBytePointer(), bytes.getSize());
-    } else if (name == "$referee") {
-        out.addReferee(bytes.getBytePointer(), bytes.getSize());
-    } else if (name == "$item") {
-        const Item whole(Item::ExternalBufferMode(), bytes.getConstByteSpan());
-        if (whole.empty() || whole.getIterator().getValueSize() != whole.getPlainSize()) return false;
-        out.setPlain(whole);
-    } else {
-        return false;
-    }
-    return true;
-}
 
 // Receives the parser's events and builds items from the inside out; refuses what goes past the limits.
 class JSONReader {
