@@ -19,6 +19,9 @@ public:
         while (Object* object = takeLast()) {
             object->decreaseReferenceCount();
             ++released;
+#ifndef NDEBUG
+            if (released == longDrain) warnOfLongDrain();
+#endif
         }
         return released != 0;
     }

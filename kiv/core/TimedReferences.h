@@ -18,5 +18,9 @@ KIV_API void appendTimedReferenceParallel(Object* object);
 KIV_API bool removeAllTimedReferences();
 KIV_API bool removeAllTimedReferencesParallel();
 
+// Warns, in debug builds, of a drain that has come to so many releases. Defined in logging/TimedReferencesLog.cpp.
+inline constexpr unsigned longDrain = 100000;
+void warnOfLongDrain();
+
 } // namespace internal
 } // namespace kiv

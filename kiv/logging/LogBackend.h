@@ -47,6 +47,7 @@ public:
 
 private:
     friend class MessageStream;
+    friend struct LogBackendPeek; // of the tests
     struct Publishing;
     using Queue = std::deque<std::unique_ptr<LogMessage>>;
 

@@ -35,11 +35,13 @@ public:
     template <class T>
     MessageStream& operator<<(const T& value) {
         if (m_isMuted) return *this;
-        if constexpr (std::is_convertible_v<const T&, const char*> && !std::is_base_of_v<std::string, T>) {
-            const char* text = value;
-            m_text.append(text ? std::string_view(text) : std::string_view());
+        if constexpr (isPointerToText<T>) {
+            m_text.append(value ? std::string_view(value) : std::string_view());
         } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
-            m_text.append(static_cast<std::string_view>(value));
+            const std::string_view text = value;
+            m_text.append(text);
+        } else if constexpr (std::is_convertible_v<const T&, const char*>) {
+            *this << static_cast<const char*>(value);
         } else if constexpr (isCharacter<T>) {
             const char character = static_cast<char>(value);
             m_text.append({&character, 1});
@@ -62,6 +64,9 @@ public:
     MessageStream& operator<<(std::ostream& (*manipulator)(std::ostream&));
 
 private:
+    template <class T>
+    static constexpr bool isPointerToText =
+        std::is_same_v<std::decay_t<T>, char*> || std::is_same_v<std::decay_t<T>, const char*>;
     template <class T>
     static constexpr bool isCharacter =
         std::is_same_v<T, char> || std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char>;

@@ -1,0 +1,96 @@
+// Hunts: contexts that share one answer, returned pointers that move or alias the caller's text, absent translations
+// taken for present ones, a source called under the cache's lock.
+#include "kiv/core/Translation.h"
+
+#include "kiv/core/Object.h"
+#include "kiv/core/String.h"
+#include <atomic>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kiv {
+namespace {
+
+// Knows "dog" in no context and "bank" in two; counts its calls.
+class Translation : public testing::Test {
+protected:
+    Translation() {
+        setTranslationSource([this](const char* context, const char* text, std::string& translation) {
+            ++asked;
+            const std::string question = std::string(context) + '/' + text;
+            if (question == "/dog") return translation = "Hund", true;
+            if (question == "river/bank") return translation = "Ufer", true;
+            if (question == "money/bank") return translation = "Bank", true;
+            if (question == "/nested") return translation = Object::tr("dog"), true;
+            return false;
+        });
+    }
+    ~Translation() override {
+        setTranslationSource(nullptr);
+        Object::clearTrCache();
+    }
+    std::atomic<int> asked = 0;
+};
+
+TEST_F(Translation, DependsOnTheContext) {
+    EXPECT_STREQ(Object::tr("dog"), "Hund");
+    EXPECT_STREQ(Object::tr("river", "bank"), "Ufer");
+    EXPECT_STREQ(Object::tr("money", "bank"), "Bank");
+    EXPECT_STREQ(Object::tr("bank"), "bank");
+    EXPECT_STREQ(Object::tr("river", "dog"), "dog");
+    EXPECT_STREQ(Object::tr(nullptr, "dog"), "Hund");
+    EXPECT_STREQ(Object::tr(nullptr), "");
+    EXPECT_STREQ(Object::tr("nested"), "Hund");
+}
+
+TEST_F(Translation, IsAskedForOnceAndStaysInPlaceUntilTheCacheIsCleared) {
+    std::string text = "unknown";
+    const char* unknown = Object::tr(text.c_str());
+    const char* dog = Object::tr("dog");
+    EXPECT_NE(unknown, text.c_str());
+    text = "changed";
+    for (int i = 0; i < 1000; ++i) Object::tr(std::to_string(i).c_str());
+    asked = 0;
+    EXPECT_EQ(Object::tr("unknown"), unknown);
+    EXPECT_EQ(Object::tr("dog"), dog);
+    EXPECT_STREQ(unknown, "unknown");
+    EXPECT_EQ(asked, 0);
+    Object::clearTrCache();
+    EXPECT_STREQ(Object::tr("dog"), "Hund");
+    EXPECT_EQ(asked, 1);
+}
+
+TEST_F(Translation, FallsBackWhereThereIsNone) {
+    EXPECT_EQ(Object::tr_l("river", "bank", "fallback"), "Ufer");
+    EXPECT_EQ(Object::tr_l(nullptr, "dog", "fallback"), "Hund");
+    EXPECT_EQ(Object::tr_l("", "bank", "fallback"), "fallback");
+    EXPECT_EQ(Object::tr_l("", "bank", nullptr), "");
+    EXPECT_EQ(Object::tr_l("money", "bank"), "Bank");
+    EXPECT_EQ(Object::tr_l("money", "unknown"), "unknown");
+    EXPECT_TRUE(Object::isTrValid("dog"));
+    EXPECT_FALSE(Object::isTrValid("bank"));
+    EXPECT_FALSE(Object::isTrValid(nullptr));
+    setTranslationSource(nullptr);
+    Object::clearTrCache();
+    EXPECT_FALSE(Object::isTrValid("dog"));
+}
+
+TEST_F(Translation, CopiesAreSafeWhileOthersClearTheCache) {
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong = 0;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < 300; ++n) {
+                if (i == 0) Object::clearTrCache();
+                if (Object::tr_l("river", "bank") != "Ufer") ++wrong;
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+} // namespace
+} // namespace kiv
