@@ -270,7 +270,9 @@ public:
     // ---- Other.
     // Orders as people do: runs of digits by value, letters without case; total: 0 for identical texts only.
     static int natural_compare(const char* a, const char* b) noexcept;
-    String& apply_tr(); // replaces the text by its translation (Object::tr)
+    // Replaces the text by its translation (Object::tr), in the empty or the given context.
+    String& apply_tr();
+    String& apply_tr(TextArg context);
     // Files (defined in files/). Paths are UTF-8. Failures are logged ("cant open file" only unless quiet) and leave
     // the text empty, as does a file of 4 GiB or more.
     bool loadFromFile(TextArg path, bool quiet = false);
