@@ -2,9 +2,7 @@
 
 #include "kiv/core/TextArg.h"
 
-#include <compare>
 #include <cstddef>
-#include <cstring>
 #include <functional>
 
 namespace kiv {
@@ -28,13 +26,6 @@ public:
     constexpr size_t size() const noexcept { return view().size(); }
     constexpr size_t length() const noexcept { return size(); }
     constexpr std::string_view view() const noexcept { return m_text; }
-
-    friend bool operator==(const SmartCStr& a, const SmartCStr& b) noexcept { return std::strcmp(a, b) == 0; }
-    friend std::strong_ordering operator<=>(const SmartCStr& a, const SmartCStr& b) noexcept {
-        return std::strcmp(a, b) <=> 0;
-    }
-    friend bool operator==(const SmartCStr& a, const char* b) noexcept { return a == SmartCStr(b); }
-    friend std::strong_ordering operator<=>(const SmartCStr& a, const char* b) noexcept { return a <=> SmartCStr(b); }
 
 private:
     const char* m_text = "";

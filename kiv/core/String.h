@@ -280,17 +280,6 @@ public:
 
     friend KIV_API std::ostream& operator<<(std::ostream& out, const String& text);
 
-    friend bool operator==(const String& a, const String& b) noexcept { return a.m_text == b.m_text; }
-    friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return a.view() <=> b.view(); }
-    template <TextLike T>
-    friend bool operator==(const String& a, const T& b) noexcept {
-        return a.view() == TextArg(b);
-    }
-    template <TextLike T>
-    friend std::strong_ordering operator<=>(const String& a, const T& b) noexcept {
-        return a.view() <=> std::string_view(TextArg(b));
-    }
-
     template <TextLike T>
     friend String operator+(const String& a, const T& b) {
         return concatenate(a, b);

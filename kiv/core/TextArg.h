@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <concepts>
 #include <string>
 #include <string_view>
@@ -23,5 +24,37 @@ public:
 
 template <class T>
 concept TextLike = std::convertible_to<const T&, TextArg>;
+
+// Texts of the library compare with each other and with every other text, by their bytes.
+template <class A, class B>
+concept ComparableTexts = TextLike<A> && TextLike<B> &&
+    (std::same_as<A, String> || std::same_as<A, SmartCStr> || std::same_as<B, String> || std::same_as<B, SmartCStr>);
+
+// All six are written out: where `<=>` stands alone, std::less<> and the ranges take texts, which convert to `const
+// char*`, for pointers and order them by address.
+template <class A, ComparableTexts<A> B>
+bool operator==(const A& a, const B& b) {
+    return std::string_view(TextArg(a)) == TextArg(b);
+}
+template <class A, ComparableTexts<A> B>
+std::strong_ordering operator<=>(const A& a, const B& b) {
+    return TextArg(a).compare(TextArg(b)) <=> 0;
+}
+template <class A, ComparableTexts<A> B>
+bool operator<(const A& a, const B& b) {
+    return TextArg(a).compare(TextArg(b)) < 0;
+}
+template <class A, ComparableTexts<A> B>
+bool operator>(const A& a, const B& b) {
+    return TextArg(a).compare(TextArg(b)) > 0;
+}
+template <class A, ComparableTexts<A> B>
+bool operator<=(const A& a, const B& b) {
+    return TextArg(a).compare(TextArg(b)) <= 0;
+}
+template <class A, ComparableTexts<A> B>
+bool operator>=(const A& a, const B& b) {
+    return TextArg(a).compare(TextArg(b)) >= 0;
+}
 
 } // namespace kiv

@@ -1,0 +1,151 @@
+// Hunts: escapes that lose or merge texts, file names that some system refuses or takes for another, escapes that
+// swallow the character behind them, decoders that accept what no encoder writes or touch their target when they fail.
+
+#include "kiv/core/Buffer.h"
+#include "kiv/core/String.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+using namespace kiv;
+using namespace std::string_view_literals;
+
+namespace {
+
+String validText(std::mt19937& random) {
+    String text;
+    static constexpr uint32_t codePoints[] = {0,    1,    '\n', '\r', '\t', '\\',   'x',    '0', '8',
+                                              'n',  '%',  '.',  ' ',  'C',  'O',    'N',    '/', 0x7F,
+                                              0x80, 0x85, 0x9F, 0xA0, 0xE9, 0x20AC, 0x1F600};
+    for (size_t count = random() % 6; count > 0; --count)
+        text.utf8_append(codePoints[random() % std::size(codePoints)]);
+    return text;
+}
+
+unsigned hexValue(std::string_view digits) {
+    return static_cast<unsigned>(std::stoul(std::string(digits), nullptr, 16));
+}
+
+// What the escapes mean, read back.
+String unescapedControlcode(std::string_view text) {
+    String result;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            result += text[i];
+            continue;
+        }
+        switch (text[++i]) {
+        case 'n':
+            result += '\n';
+            break;
+        case 'r':
+            result += '\r';
+            break;
+        case 't':
+            result += '\t';
+            break;
+        case 'x':
+            result.utf8_append(hexValue(text.substr(i + 1, 2))), i += 2;
+            break;
+        default:
+            result += text[i];
+        }
+    }
+    return result;
+}
+
+String unescapedPercent(std::string_view text) {
+    String result;
+    for (size_t i = 0; i < text.size(); ++i) {
+        result += text[i] == '%' ? static_cast<char>(hexValue(text.substr(i + 1, 2))) : text[i];
+        if (text[i] == '%') i += 2;
+    }
+    return result;
+}
+
+} // namespace
+
+TEST(StringEscapes, EveryEscapeNamesItsCharacters) {
+    EXPECT_EQ(String("<a href=\"x\">'&'</a>").escapeHtmlCharacters(),
+              "&lt;a href=&quot;x&quot;&gt;&#39;&amp;&#39;&lt;/a&gt;");
+    EXPECT_EQ(String("a\n\r\t\\\x1B\x7F\0\xC2\x85\xC3\xA9"sv).utf8_escape_controlcode(),
+              "a\\n\\r\\t\\\\\\x1B\\x7F\\x00\\x85\xC3\xA9");
+    EXPECT_EQ(String("a'\"$\\\n\0b\0007"sv).utf8_escape_php(), "a\\'\\\"\\$\\\\\\n\\0b\\0007"); // not the octal \07
+    EXPECT_EQ(String("a-._~/ \xC3\xA9").encodeUrlBase16(), "a-._~%2F%20%C3%A9");
+}
+
+TEST(StringEscapes, FilePathsAreAcceptedByEverySystem) {
+    const auto escaped = [](std::string_view name) { return String(name).utf8_escape_filepath(); };
+    EXPECT_EQ(escaped("a<>:\"/\\|?*%b"), "a%3C%3E%3A%22%2F%5C%7C%3F%2A%25b");
+    EXPECT_EQ(escaped("\x01\x7F\0\xC2\x85"sv), "%01%7F%00%C2%85");
+    EXPECT_EQ(escaped("a. ."), "a. %2E");
+    EXPECT_EQ(escaped(".."), ".%2E");
+    EXPECT_EQ(escaped("na\xC3\xAFve.txt"), "na\xC3\xAFve.txt");
+    for (const char* device : {"CON", "con", "nul.txt", "COM1", "lpt9.tar.gz", "aux .x", "COM\xC2\xB9", "CONIN$"})
+        EXPECT_EQ(escaped(device)[0], '%') << device;
+    for (const char* name : {"CONS", "COM", "COM10", "xCON", "", ".CON"}) EXPECT_EQ(escaped(name), name);
+}
+
+TEST(StringEscapes, WhatIsEscapedCanBeReadBack) {
+    std::mt19937 random(4);
+    for (int round = 0; round < 5000; ++round) {
+        const String text = validText(random);
+        ASSERT_EQ(unescapedControlcode(text.utf8_escape_controlcode()), text);
+        ASSERT_EQ(unescapedPercent(text.utf8_escape_filepath()), text);
+        ASSERT_EQ(unescapedPercent(text.encodeUrlBase16()), text);
+        ASSERT_FALSE(text.encodeUrlBase16().utf8_contains_special_characters());
+    }
+}
+
+TEST(StringCodecs, ReadBackWhatTheyWrite) {
+    std::mt19937 random(5);
+    for (size_t size = 0; size < 200; ++size) {
+        String bytes(size, '\0');
+        for (char& c : bytes) c = static_cast<char>(random());
+        const ConstByteSpan span = bytes.getConstByteSpan();
+        const String base16 = bytes.encodeBase16(), base64 = bytes.encodeBase64(), crc = bytes.encodeBase64crc();
+        ASSERT_EQ(base16, String::encodeBase16FromBuffer(span));
+        ASSERT_EQ(base64, String::encodeBase64FromBuffer(span));
+        ASSERT_EQ(crc, String::encodeBase64crcFromBuffer(span));
+        ASSERT_EQ(base64.size(), (8 * size + 5) / 6);
+        ASSERT_EQ(crc.substr(4), base64);
+        String text;
+        ASSERT_TRUE(base16.decodeBase16(text) && text == bytes);
+        ASSERT_TRUE(base64.decodeBase64(text) && text == bytes);
+        ASSERT_TRUE(crc.decodeBase64crc(text) && text == bytes);
+        Buffer buffer;
+        ASSERT_TRUE(base16.decodeBase16toBuffer(buffer) && buffer == Buffer(span));
+        ASSERT_TRUE(base64.decodeBase64toBuffer(buffer) && buffer == Buffer(span));
+        ASSERT_TRUE(crc.decodeBase64crctoBuffer(buffer) && buffer == Buffer(span));
+        ASSERT_EQ(base16.getDecodeBase16Size(), size);
+        ASSERT_EQ(base64.getDecodeBase64Size(), size);
+        ASSERT_EQ(crc.getDecodeBase64crcSize(), size);
+    }
+}
+
+TEST(StringCodecs, RefuseWhatNobodyWritesAndKeepTheTarget) {
+    String text = "before";
+    Buffer buffer(reinterpret_cast<const uint8_t*>("before"), 6);
+    const auto refused = [&](bool decoded) { return !decoded && text == "before" && buffer.getSize() == 6; };
+    for (const char* bad : {"1", "1g", "12 ", "\xC3\xA9"}) {
+        EXPECT_TRUE(refused(String(bad).decodeBase16(text))) << bad;
+        EXPECT_TRUE(refused(String(bad).decodeBase16toBuffer(buffer))) << bad;
+    }
+    for (const char* bad : {"A", "AB", "AA==", "A+/A", "AAAAA", "AA A"}) {
+        EXPECT_TRUE(refused(String(bad).decodeBase64(text))) << bad;
+        EXPECT_TRUE(refused(String(bad).decodeBase64toBuffer(buffer))) << bad;
+    }
+    String checked = String("bytes").encodeBase64crc();
+    checked[0] = checked[0] == 'A' ? 'B' : 'A';
+    for (const String& bad : {checked, String("AAA"), String()}) {
+        EXPECT_TRUE(refused(bad.decodeBase64crc(text))) << bad;
+        EXPECT_TRUE(refused(bad.decodeBase64crctoBuffer(buffer))) << bad;
+    }
+    for (const char* impossible : {"123", "12345"}) {
+        EXPECT_EQ(String(impossible).getDecodeBase16Size(), 0u);
+    }
+    EXPECT_EQ(String("12345").getDecodeBase64Size(), 0u);
+    EXPECT_EQ(String("123").getDecodeBase64crcSize(), 0u);
+    EXPECT_TRUE(String("abCD").decodeBase16(text) && text == "\xAB\xCD"); // either case
+    EXPECT_TRUE(text.encodeBase16() == "ABCD" && text.encodeBase16().decodeBase16(text));
+}
