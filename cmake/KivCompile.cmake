@@ -50,8 +50,9 @@ if(KIV_SANITIZE)
     add_link_options(-fsanitize=${sanitizers})
 endif()
 
-# Sources of one instruction set beyond the baseline end in its name and are chosen at run time. They must not use inline
-# functions of headers that others use too: the linker keeps one copy for all, perhaps the one older processors refuse.
+# Sources of one instruction set beyond the baseline end in its name and are chosen at run time. They must not use
+# inline functions of headers that others use too: the linker keeps one copy for all, perhaps the one that older
+# processors refuse.
 function(kiv_instruction_set_flags)
     foreach(source IN LISTS ARGN)
         set(flags "")

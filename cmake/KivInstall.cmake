@@ -2,10 +2,8 @@
 include(CMakePackageConfigHelpers)
 set(KIV_PACKAGE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/kivCore")
 
-install(TARGETS kivCore EXPORT kivCoreTargets)
+install(TARGETS kivCore EXPORT kivCoreTargets FILE_SET HEADERS)
 install(EXPORT kivCoreTargets NAMESPACE kivCore:: DESTINATION ${KIV_PACKAGE_DIR})
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/kiv" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    FILES_MATCHING PATTERN "*.h" PATTERN "linux" EXCLUDE PATTERN "windows" EXCLUDE)
 if(MINGW)
     install(FILES ${KIV_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -1,5 +1,5 @@
-# Installs the build tree BUILD_DIR below WORK_DIR, moves the installed tree, and builds and runs the consumer against it:
-# once through find_package, once through pkg-config.
+# Installs the build tree BUILD_DIR below WORK_DIR, moves the installed tree, and builds and runs the consumer against
+# it: once through find_package, once through pkg-config.
 function(run)
     list(JOIN ARGN " " command)
     message(STATUS "${command}")
@@ -39,5 +39,6 @@ foreach(what cflags libs)
         OUTPUT_VARIABLE ${what} OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     separate_arguments(${what} UNIX_COMMAND "${${what}}")
 endforeach()
-run("${COMPILER}" -std=c++20 ${cflags} "${CMAKE_CURRENT_LIST_DIR}/main.cpp" -o "${WORK_DIR}/consumer-pc${SUFFIX}" ${libs})
+run("${COMPILER}" -std=c++20 ${cflags} "${CMAKE_CURRENT_LIST_DIR}/main.cpp"
+    -o "${WORK_DIR}/consumer-pc${SUFFIX}" ${libs})
 run_program("${WORK_DIR}/consumer-pc${SUFFIX}")
