@@ -1,7 +1,6 @@
 #include "kiv/data/Item.h"
 
 #include <algorithm>
-#include <cassert>
 #include <new>
 #include <stdexcept>
 
@@ -113,15 +112,6 @@ void Item::setPlain(const ConstByteSpan& encoded) {
     ::operator delete(oldBlock);
 }
 
-void Item::setPlainExternalBuffer(const ConstByteSpan& encoded) {
-    assert(encoded.empty() || encoded.getBytePointer() != m_data || m_capacity == 0);
-    if (m_ownsHeap) freeHeap();
-    m_ownsHeap = false;
-    m_data = const_cast<uint8_t*>(encoded.getBytePointer());
-    m_capacity = 0;
-    m_size = encoded.getSize();
-}
-
 void Item::resizePlain(unsigned size) {
     if (size > m_capacity) {
         if (m_size > size) m_size = size; // a view that is made shorter
@@ -167,10 +157,6 @@ void Item::addStringOrEncodedGUID(const String& text) {
     } else {
         addString(text);
     }
-}
-
-unsigned Item::decodeGetSizeOfNextElement(unsigned offset) const {
-    return offset < m_size ? internal::sizeOfElement(m_data + offset, m_size - offset) : 0;
 }
 
 } // namespace kiv

@@ -276,7 +276,6 @@ private:
     void takeFrom(Item& other) noexcept;
     void freeHeap() noexcept;
     void dropView() noexcept;
-    unsigned decodeGetSizeOfNextElement(unsigned offset) const;
     int offsetOfLastElement() const;
 
     Store* m_store = nullptr;

@@ -141,10 +141,10 @@ int compareElements(uint8_t type, const uint8_t* a, unsigned aSize, const uint8_
     }
 }
 
-// Moves both sides, whose first `common` bytes are equal, to the start of the element in which these end. Everything
-// before is equal element by element, so one side is walked for both; what ends within the common bytes is complete on
-// both sides.
-void skipCommonElements(Side& a, Side& b, size_t common) {
+// Moves both sides, whose first `common` bytes are equal, to the start of the element in which these end, and returns
+// how many bytes are equal from there on. Everything before is equal element by element, so one side is walked for
+// both; what ends within the common bytes is complete on both sides.
+size_t skipCommonElements(Side& a, Side& b, size_t common) {
     const uint8_t* const start = a.at;
     const uint8_t* const last = a.at + common;
     while (a.at < last) {
@@ -153,6 +153,7 @@ void skipCommonElements(Side& a, Side& b, size_t common) {
         a.at += size;
     }
     b.at += a.at - start;
+    return static_cast<size_t>(last - a.at);
 }
 
 template <bool Total>
@@ -160,7 +161,7 @@ int compareSides(Side a, Side b) {
     const size_t shorter = std::min(a.left(), b.left());
     const size_t common = commonPrefix(a.at, b.at, shorter);
     if (common == shorter && a.left() == b.left()) return 0;
-    skipCommonElements(a, b, common);
+    size_t equalBytes = skipCommonElements(a, b, common);
 
     LevelStack outer;
     for (;;) {
@@ -170,8 +171,8 @@ int compareSides(Side a, Side b) {
         uint8_t bType = bSize != 0 ? b.at[0] : 0;
         const bool matchesAny = !Total && (aType == typeWildcard || bType == typeWildcard);
         if (!matchesAny) {
-            if (internal::elementTable.integerShift[aType] != 255) aType = typeInt64;
-            if (internal::elementTable.integerShift[bType] != 255) bType = typeInt64;
+            if (internal::isInteger(aType)) aType = typeInt64;
+            if (internal::isInteger(bType)) bType = typeInt64;
             if (aType != bType) return aType - bType;
             if (aType == 0) {
                 if (const int result = compareBytes(a.at, a.left(), b.at, b.left()); result != 0) return result;
@@ -179,19 +180,24 @@ int compareSides(Side a, Side b) {
                 const Level level = outer.pop();
                 a = level.a;
                 b = level.b;
+                equalBytes = 0;
                 continue;
             }
             if (aType == static_cast<uint8_t>(ValueType::SubItem)) {
                 outer.push({{a.at + aSize, a.end}, {b.at + bSize, b.end}});
                 a = {a.at + 5, a.at + aSize};
                 b = {b.at + 5, b.at + bSize};
-                skipCommonElements(a, b, commonPrefix(a.at, b.at, std::min(a.left(), b.left())));
+                const size_t nested = std::min(a.left(), b.left());
+                const bool known = equalBytes >= 5; // the first nested items on the way are those that differ
+                equalBytes = skipCommonElements(
+                    a, b, known ? std::min(equalBytes - 5, nested) : commonPrefix(a.at, b.at, nested));
                 continue;
             }
             if (const int result = compareElements<Total>(aType, a.at, aSize, b.at, bSize); result != 0) return result;
         }
         a.at += aSize;
         b.at += bSize;
+        equalBytes = 0;
     }
 }
 

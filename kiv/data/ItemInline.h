@@ -5,38 +5,11 @@
 #include "kiv/data/Item.h"
 
 #include <bit>
+#include <cassert>
 
 namespace kiv {
 
 namespace internal {
-
-// How an element's size is found from its type byte: a fixed size, by its terminating zero, or by its length field.
-inline constexpr uint8_t elementInvalid = 0;
-inline constexpr uint8_t elementText = 254;
-inline constexpr uint8_t elementCounted = 255;
-
-struct ElementTable {
-    uint8_t kind[256] = {};
-    // How far the payload of an integer is shifted to sign-extend it; 255 for all other types.
-    uint8_t integerShift[256] = {};
-
-    constexpr ElementTable() {
-        for (uint8_t& shift : integerShift) shift = 255;
-        kind[1] = kind[2] = 9;
-        kind[3] = kind[12] = elementText;
-        kind[4] = kind[5] = kind[9] = kind[193] = elementCounted;
-        kind[6] = 5;
-        kind[7] = 3;
-        kind[8] = 2;
-        kind[10] = 33;
-        kind[11] = kind[13] = kind[14] = kind[192] = kind[254] = kind[255] = 1;
-        integerShift[1] = 0;
-        integerShift[6] = 32;
-        integerShift[7] = 48;
-        integerShift[8] = 56;
-    }
-};
-inline constexpr ElementTable elementTable;
 
 static_assert(std::endian::native == std::endian::little, "encodings are copied as they lie in memory");
 
@@ -65,18 +38,63 @@ inline unsigned findZero(const uint8_t* bytes, unsigned size) {
     return at;
 }
 
-// The size of the element at `bytes`, 0 when there is no complete one within `left` bytes.
-inline unsigned sizeOfElement(const uint8_t* bytes, unsigned left) {
-    if (left == 0) return 0;
-    const uint8_t kind = elementTable.kind[bytes[0]];
-    if (kind < elementText) return kind <= left ? kind : 0;
-    if (kind == elementText) {
-        const unsigned length = findZero(bytes + 1, left - 1);
-        return length < left - 1 ? length + 2 : 0;
-    }
+// The size of a text element, 0 when its zero byte is not within `left` bytes. Requires: left > 0.
+inline unsigned sizeOfText(const uint8_t* bytes, unsigned left) {
+    const unsigned length = findZero(bytes + 1, left - 1);
+    return length < left - 1 ? length + 2 : 0;
+}
+
+// The size of an element with a length field, 0 when it does not end within `left` bytes.
+inline unsigned sizeOfCounted(const uint8_t* bytes, unsigned left) {
     if (left < 5) return 0;
     const auto length = loadUnaligned<uint32_t>(bytes + 1);
     return length <= left - 5 ? length + 5 : 0;
+}
+
+// The size of the element at `bytes`, 0 when there is no complete one within `left` bytes. Branches, not a table of
+// sizes: a predicted branch lets the next element begin before this one's type byte has been loaded.
+inline unsigned sizeOfElement(const uint8_t* bytes, unsigned left) {
+    if (left == 0) return 0;
+    switch (static_cast<ValueType>(bytes[0])) {
+    case ValueType::Int8:
+        return left >= 2 ? 2 : 0;
+    case ValueType::Int16:
+        return left >= 3 ? 3 : 0;
+    case ValueType::Int32:
+        return left >= 5 ? 5 : 0;
+    case ValueType::Int64:
+    case ValueType::Float:
+        return left >= 9 ? 9 : 0;
+    case ValueType::String:
+    case ValueType::Prefix:
+        return sizeOfText(bytes, left);
+    case ValueType::Buffer:
+    case ValueType::Pointer:
+    case ValueType::SubItem:
+    case ValueType::Referee:
+        return sizeOfCounted(bytes, left);
+    case ValueType::GUID:
+        return left >= 33 ? 33 : 0;
+    case ValueType::NIL:
+    case ValueType::False:
+    case ValueType::True:
+    case ValueType::Meta:
+    case ValueType::Wildcard:
+    case ValueType::End:
+        return 1;
+    case ValueType::Invalid:
+        break;
+    }
+    return 0;
+}
+
+inline bool isText(uint8_t type) {
+    return type == static_cast<uint8_t>(ValueType::String) || type == static_cast<uint8_t>(ValueType::Prefix);
+}
+
+inline bool isInteger(uint8_t type) {
+    return type == static_cast<uint8_t>(ValueType::Int64) ||
+           (type >= static_cast<uint8_t>(ValueType::Int32) && type <= static_cast<uint8_t>(ValueType::Int8));
 }
 
 } // namespace internal
@@ -211,11 +229,31 @@ inline ItemIterator Item::getIterator() const& {
     return Iterator(*this);
 }
 
-inline unsigned ItemIterator::sizeOfText(const uint8_t* bytes, unsigned left) const {
+inline void Item::setPlainExternalBuffer(const ConstByteSpan& encoded) {
+    assert(encoded.empty() || encoded.getBytePointer() != m_data || m_capacity == 0);
+    if (m_ownsHeap) freeHeap();
+    m_ownsHeap = false;
+    m_data = const_cast<uint8_t*>(encoded.getBytePointer());
+    m_capacity = 0;
+    m_size = encoded.getSize();
+}
+
+// The readers call nothing that sees the iterator itself, so that compilers keep it in registers.
+
+inline ItemIterator::Rest ItemIterator::rest() const {
+    if (!m_item || static_cast<unsigned>(m_offset) >= m_item->getPlainSize()) return {nullptr, 0};
+    return {m_item->getPlainBytePointer() + m_offset, m_item->getPlainSize() - static_cast<unsigned>(m_offset)};
+}
+
+inline bool ItemIterator::startsWith(const Rest& here, ValueType type, unsigned size) {
+    return here.size >= size && here.bytes[0] == static_cast<uint8_t>(type);
+}
+
+inline unsigned ItemIterator::sizeOfText(const Rest& here) const {
     // Still true when the item changed meanwhile? A zero at the remembered end within the bytes keeps every reader
     // inside.
-    if (m_textOffset == m_offset && m_textSize <= left && bytes[m_textSize - 1] == 0) return m_textSize;
-    const unsigned size = internal::sizeOfElement(bytes, left);
+    if (m_textOffset == m_offset && m_textSize <= here.size && here.bytes[m_textSize - 1] == 0) return m_textSize;
+    const unsigned size = internal::sizeOfText(here.bytes, here.size);
     if (size != 0) {
         m_textOffset = m_offset;
         m_textSize = size;
@@ -223,56 +261,91 @@ inline unsigned ItemIterator::sizeOfText(const uint8_t* bytes, unsigned left) co
     return size;
 }
 
-inline ItemIterator::Element ItemIterator::element() const {
-    if (!m_item || static_cast<unsigned>(m_offset) >= m_item->m_size) return {nullptr, 0};
-    const uint8_t* bytes = m_item->m_data + m_offset;
-    const unsigned left = m_item->m_size - static_cast<unsigned>(m_offset);
-    const uint8_t kind = internal::elementTable.kind[bytes[0]];
-    if (kind == internal::elementText) return {bytes, sizeOfText(bytes, left)};
-    return {bytes, internal::sizeOfElement(bytes, left)};
-}
-
 inline unsigned ItemIterator::getSize() const {
-    return element().size;
+    const Rest here = rest();
+    if (here.size != 0 && internal::isText(here.bytes[0])) return sizeOfText(here);
+    return internal::sizeOfElement(here.bytes, here.size);
 }
 
 inline ValueType ItemIterator::getType() const {
-    const Element here = element();
-    return here.size != 0 ? static_cast<ValueType>(here.bytes[0]) : ValueType::Invalid;
+    return getSize() != 0 ? static_cast<ValueType>(rest().bytes[0]) : ValueType::Invalid;
+}
+
+inline bool ItemIterator::skip(int count) {
+    for (; count > 0; --count) {
+        const unsigned size = getSize();
+        if (size == 0) return false;
+        advance(size);
+    }
+    return true;
 }
 
 inline bool ItemIterator::readInteger(long long& out) {
-    if (!m_item || static_cast<uint64_t>(static_cast<unsigned>(m_offset)) + 9 > m_item->m_size)
-        return readIntegerSlow(out);
-    const uint8_t* bytes = m_item->m_data + m_offset;
-    const unsigned shift = internal::elementTable.integerShift[bytes[0]];
-    if (shift > 56) return false;
-    out = static_cast<long long>(internal::loadUnaligned<uint64_t>(bytes + 1) << shift) >> shift;
-    advance(9 - shift / 8);
+    const Rest here = rest();
+    if (startsWith(here, ValueType::Int8, 2)) {
+        out = static_cast<int8_t>(here.bytes[1]);
+        advance(2);
+    } else if (startsWith(here, ValueType::Int16, 3)) {
+        out = internal::loadUnaligned<int16_t>(here.bytes + 1);
+        advance(3);
+    } else if (startsWith(here, ValueType::Int32, 5)) {
+        out = internal::loadUnaligned<int32_t>(here.bytes + 1);
+        advance(5);
+    } else if (startsWith(here, ValueType::Int64, 9)) {
+        out = internal::loadUnaligned<int64_t>(here.bytes + 1);
+        advance(9);
+    } else {
+        return false;
+    }
     return true;
 }
 
 inline bool ItemIterator::asFloat(double& out) {
-    const Element here = element();
-    if (here.size == 0 || here.bytes[0] != static_cast<uint8_t>(ValueType::Float)) return false;
+    const Rest here = rest();
+    if (!startsWith(here, ValueType::Float, 9)) return false;
     out = internal::loadUnaligned<double>(here.bytes + 1);
-    advance(here.size);
+    advance(9);
+    return true;
+}
+
+inline bool ItemIterator::asBool(bool& out) {
+    const Rest here = rest();
+    if (!startsWith(here, ValueType::True, 1) && !startsWith(here, ValueType::False, 1)) return false;
+    out = here.bytes[0] == static_cast<uint8_t>(ValueType::True);
+    advance(1);
+    return true;
+}
+
+inline bool ItemIterator::asNIL() {
+    if (!startsWith(rest(), ValueType::NIL, 1)) return false;
+    advance(1);
+    return true;
+}
+
+inline bool ItemIterator::asGUID(GUID& out) {
+    const Rest here = rest();
+    if (!startsWith(here, ValueType::GUID, 33)) return false;
+    std::memcpy(out.getBytePointer(), here.bytes + 1, sizeof(GUID));
+    advance(33);
     return true;
 }
 
 inline const char* ItemIterator::asWeakCStr() {
-    const Element here = element();
-    if (here.size == 0 || internal::elementTable.kind[here.bytes[0]] != internal::elementText) return nullptr;
-    advance(here.size);
+    const Rest here = rest();
+    const unsigned size = here.size != 0 && internal::isText(here.bytes[0]) ? sizeOfText(here) : 0;
+    if (size == 0) return nullptr;
+    advance(size);
     return reinterpret_cast<const char*>(here.bytes + 1);
 }
 
 inline bool ItemIterator::asWeakBytes(ValueType type, ConstByteSpan& out) {
-    const Element here = element();
-    const bool counted = internal::elementTable.kind[static_cast<uint8_t>(type)] == internal::elementCounted;
-    if (here.size == 0 || here.bytes[0] != static_cast<uint8_t>(type) || !counted) return false;
-    out = {here.bytes + 5, here.size - 5};
-    advance(here.size);
+    const bool counted = type == ValueType::Buffer || type == ValueType::Pointer || type == ValueType::SubItem ||
+                         type == ValueType::Referee;
+    const Rest here = rest();
+    const unsigned size = counted && startsWith(here, type, 5) ? internal::sizeOfCounted(here.bytes, here.size) : 0;
+    if (size == 0) return false;
+    out = {here.bytes + 5, size - 5};
+    advance(size);
     return true;
 }
 

@@ -103,15 +103,15 @@ public:
 private:
     friend class Item;
 
-    // The element here: its first byte and its size, size 0 when there is none.
-    struct Element {
+    // The bytes from here to the item's end.
+    struct Rest {
         const uint8_t* bytes;
         unsigned size;
     };
-    Element element() const;
-    unsigned sizeOfText(const uint8_t* bytes, unsigned left) const;
+    Rest rest() const;
+    static bool startsWith(const Rest& here, ValueType type, unsigned size);
+    unsigned sizeOfText(const Rest& here) const;
     bool readInteger(long long& out);
-    bool readIntegerSlow(long long& out);
     void advance(unsigned size) { m_offset += static_cast<int>(size); }
 
     const Item* m_item = nullptr;

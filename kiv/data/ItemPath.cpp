@@ -87,26 +87,23 @@ bool Item::trail(Item& out) const {
 }
 
 unsigned ItemIterator::getValueSize() const {
-    const Element first = element();
-    if (first.size == 0 || first.bytes[0] != static_cast<uint8_t>(ValueType::Prefix)) return first.size;
-    const std::string_view prefix(reinterpret_cast<const char*>(first.bytes + 1), first.size - 2);
-    ItemIterator second(*this);
-    second.advance(first.size);
-    const ValueType type = second.getType();
-    const bool paired =
-        (prefix == "table" && type == ValueType::SubItem) || (prefix == "squirrel" && type == ValueType::Buffer);
-    return first.size + (paired ? second.getSize() : 0);
+    ItemIterator it(*this);
+    const ValueType type = it.getType();
+    const char* prefix = type == ValueType::Prefix ? it.asWeakCStr() : nullptr;
+    if (!prefix) return getSize();
+    const ValueType partner = it.getType();
+    const bool isTable = partner == ValueType::SubItem && std::string_view(prefix) == "table";
+    const bool isClosure = partner == ValueType::Buffer && std::string_view(prefix) == "squirrel";
+    return getSize() + (isTable || isClosure ? it.getSize() : 0);
 }
 
 Item::Iterator Item::kvTryFind(const char* key) const& {
     const std::string_view wanted(key ? key : "");
     Iterator it(*this);
-    for (;;) {
-        const Iterator::Element name = it.element();
-        if (!it.asWeakCStr() || name.size == 2) break;
-        if (std::string_view(reinterpret_cast<const char*>(name.bytes + 1), name.size - 2) == wanted) return it;
+    while (const char* name = it.asWeakCStr()) {
         const unsigned value = it.getValueSize();
-        if (value == 0) break;
+        if (*name == 0 || value == 0) break;
+        if (name == wanted) return it;
         it.advance(value);
     }
     return Iterator(*this, static_cast<int>(m_size));
@@ -148,11 +145,7 @@ Map<SmartCStr, Item> Item::kvToWeakMap() const& {
 
 bool ItemIterator::asWeakTable(Map<SmartCStr, Item>& out) {
     ItemIterator it(*this);
-    const Element first = it.element();
-    if (first.size != 0 && static_cast<ValueType>(first.bytes[0]) == ValueType::Prefix &&
-        std::string_view(it.asWeakCStr()) != "table") {
-        return false;
-    }
+    if (it.getType() == ValueType::Prefix && std::string_view(it.asWeakCStr()) != "table") return false;
     ConstByteSpan bytes;
     if (!it.asWeakBytes(ValueType::SubItem, bytes)) return false;
     const Item pairs(Item::ExternalBufferMode(), bytes);

@@ -36,7 +36,8 @@ public:
     MessageStream& operator<<(const T& value) {
         if (m_isMuted) return *this;
         if constexpr (isPointerToText<T>) {
-            m_text.append(value ? std::string_view(value) : std::string_view());
+            const char* text = value;
+            m_text.append(text ? std::string_view(text) : std::string_view());
         } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
             const std::string_view text = value;
             m_text.append(text);

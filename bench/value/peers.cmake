@@ -1,0 +1,21 @@
+find_package(nlohmann_json QUIET)
+kiv_bench_peer(json.cpp nlohmann_json::nlohmann_json)
+
+# The packages of both differ between systems in what they offer CMake.
+find_path(KIV_MSGPACK_INCLUDE msgpack.hpp PATHS /usr/include)
+find_path(KIV_FLEXBUFFERS_INCLUDE flatbuffers/flexbuffers.h PATHS /usr/include)
+find_library(KIV_FLATBUFFERS_LIBRARY flatbuffers)
+mark_as_advanced(KIV_MSGPACK_INCLUDE KIV_FLEXBUFFERS_INCLUDE KIV_FLATBUFFERS_LIBRARY)
+if(KIV_MSGPACK_INCLUDE)
+    add_library(bench_msgpack INTERFACE)
+    target_include_directories(bench_msgpack SYSTEM INTERFACE "${KIV_MSGPACK_INCLUDE}")
+endif()
+if(KIV_FLEXBUFFERS_INCLUDE AND KIV_FLATBUFFERS_LIBRARY)
+    add_library(bench_flexbuffers INTERFACE)
+    target_include_directories(bench_flexbuffers SYSTEM INTERFACE "${KIV_FLEXBUFFERS_INCLUDE}")
+    target_link_libraries(bench_flexbuffers INTERFACE "${KIV_FLATBUFFERS_LIBRARY}")
+endif()
+kiv_bench_peer(msgpack.cpp bench_msgpack)
+kiv_bench_peer(flexbuffers.cpp bench_flexbuffers)
+# Its header indexes an empty string constant where g++ can see it.
+set_source_files_properties(flexbuffers.cpp "${folder}/flexbuffers.cpp" PROPERTIES COMPILE_OPTIONS -Wno-array-bounds)
