@@ -37,7 +37,7 @@ ClassChain Object::getStaticClassChain() {
 }
 
 void Object::deleteSelf() {
-    m_referenceCount.fetch_add(dyingBias);
+    m_referenceCount.store(dyingBias, std::memory_order_relaxed); // nobody else is left to see it change
     delete this;
 }
 

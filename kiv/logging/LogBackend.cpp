@@ -4,7 +4,7 @@
 #include "kiv/logging/ConsolePrinter.h"
 #include "kiv/logging/LogText.h"
 #include "kiv/logging/MessageStream.h"
-#include <fmt/format.h>
+#include <iterator>
 #include <vector>
 
 namespace kiv::logging {
@@ -40,6 +40,30 @@ void tellListeners(const Signal<void(Parameters...)>& signal, Arguments... argum
         signal.emit(arguments...);
     } catch (...) {
     }
+}
+
+// "[%7.3f] " of the seconds, or with angle brackets. By hand, as every line on the console pays for it.
+std::string_view formatStamp(int64_t milliseconds, bool alternative,
+                             char (&buffer)[kiv::internal::LogText::stampRoom]) {
+    constexpr std::ptrdiff_t width = 7;
+    char* const end = std::end(buffer);
+    char* at = end;
+    *--at = ' ';
+    *--at = alternative ? '>' : ']';
+    const char* const numberEnd = at;
+    auto magnitude = static_cast<uint64_t>(milliseconds < 0 ? -milliseconds : milliseconds);
+    for (int digits = 0; digits < 5 || magnitude != 0; ++digits) {
+        if (digits == 3) {
+            *--at = '.';
+            continue;
+        }
+        *--at = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    }
+    if (milliseconds < 0) *--at = '-';
+    while (numberEnd - at < width) *--at = ' ';
+    *--at = alternative ? '<' : '[';
+    return {at, static_cast<size_t>(end - at)};
 }
 
 } // namespace
@@ -166,14 +190,12 @@ void LogBackend::publishOne(int level, int flags, kiv::internal::LogText& text, 
 }
 
 void LogBackend::printLine(int flags, kiv::internal::LogText& text) const {
-    char stamp[kiv::internal::LogText::stampRoom];
-    size_t size = 0;
+    char buffer[kiv::internal::LogText::stampRoom];
+    std::string_view stamp;
     if (!g_hideTimeInConsole.load(std::memory_order_relaxed)) {
-        const double seconds = static_cast<double>(getMillisecondsSinceStart()) / 1000.0;
-        const auto format = flags & AlternativeFlag ? fmt::string_view("<{:7.3f}> ") : fmt::string_view("[{:7.3f}] ");
-        size = fmt::vformat_to_n(stamp, sizeof(stamp), format, fmt::make_format_args(seconds)).size;
+        stamp = formatStamp(getMillisecondsSinceStart(), (flags & AlternativeFlag) != 0, buffer);
     }
-    kiv::internal::printLines(text.getLine({stamp, size}));
+    kiv::internal::printLines(text.getLine(stamp));
 }
 
 void LogBackend::enqueue(int flags, std::string_view text) {
