@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <utility>
 
-#define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
 namespace kiv::internal {
