@@ -3,10 +3,11 @@
 // late.
 #include "kiv/logging/LogBackend.h"
 
-#include "LogCapture.h"
-#include "kiv/core/Object.h"
+#include "BackendScope.h"
+#include "kiv/core/Clock.h"
 #include "kiv/logging/LogOStream.h"
 #include "kiv/logging/MessageStream.h"
+#include "tests/support/OutputCapture.h"
 #include <atomic>
 #include <gtest/gtest.h>
 #include <map>
@@ -46,7 +47,7 @@ protected:
             [&](int level, const char* text) { heard.push_back(std::to_string(level) + ':' + text); });
     }
 
-    OutputCapture console;
+    support::OutputCapture console;
     ManualClock clock{1000, 1700000000000000};
 
 private:
@@ -165,7 +166,6 @@ TEST_F(StoringBackendTest, AListenerThatAlwaysLogsDoesNotLogForever) {
 }
 
 TEST_F(StoringBackendTest, AListenerThatThrowsOrMisusesTheBackendHarmsNobody) {
-    Texts heard;
     const Connection throwing = LogBackend::getSignalNewLogMessage().connect([](int level, const char*) {
         if (level != 1) return;
         LogBackend::registerBackend(false);
@@ -199,7 +199,7 @@ TEST_F(LogBackendTest, CollectsSupportMessages) {
                         "2023-11-14T22:13:20.042Z [SUPPORT] at the start, with the flag\n");
     EXPECT_EQ(console.take(), "logged by the listener\n");
     LogBackend::processSupportMessages();
-    EXPECT_EQ(received.size(), 121u);
+    EXPECT_EQ(console.take(), "");
 }
 
 TEST_F(LogBackendTest, FlushesSupportMessagesAtTheirThresholds) {

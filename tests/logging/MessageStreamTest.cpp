@@ -2,8 +2,11 @@
 // stream gives them, values that can't be streamed, lines that a reading process would take for packets.
 #include "kiv/logging/MessageStream.h"
 
-#include "LogCapture.h"
+#include "BackendScope.h"
+#include "kiv/core/Clock.h"
 #include "kiv/core/String.h"
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/OutputCapture.h"
 #include <climits>
 #include <gtest/gtest.h>
 #include <limits>
@@ -14,7 +17,7 @@ namespace kiv::logging {
 namespace {
 
 TEST(MessageStream, PrintsTheTagAloneWithoutBackend) {
-    OutputCapture console;
+    support::OutputCapture console;
     MessageStream(0, 2) << "a";
     MessageStream(1, 2) << "b";
     MessageStream(2, 2) << "c";
@@ -26,7 +29,7 @@ TEST(MessageStream, PrintsTheTagAloneWithoutBackend) {
 }
 
 TEST(MessageStream, PrintsSecondsSinceTheBackendStarted) {
-    OutputCapture console;
+    support::OutputCapture console;
     ManualClock clock(777);
     const BackendScope backend(false);
     auto at = [&](int64_t milliseconds, int flags, const char* line) {
@@ -48,7 +51,7 @@ TEST(MessageStream, FormatsNumbersLikeAClassicStream) {
         std::string do_grouping() const override { return "\3"; }
     };
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
-    OutputCapture console;
+    support::OutputCapture console;
     auto same = [&](auto value) {
         std::ostringstream expected;
         expected.imbue(std::locale::classic());
@@ -76,7 +79,7 @@ struct Printable {
 };
 
 TEST(MessageStream, TakesEveryKindOfText) {
-    OutputCapture console;
+    support::OutputCapture console;
     char array[] = "array";
     MessageStream(1, 2) << "literal " << array << ' ' << std::string("std ") << std::string_view("view ")
                         << static_cast<const char*>(nullptr) << String("String ") << Printable{1234} << std::endl;
@@ -86,7 +89,7 @@ TEST(MessageStream, TakesEveryKindOfText) {
 }
 
 TEST(MessageStream, KeepsTextOfAnyLength) {
-    OutputCapture console;
+    support::OutputCapture console;
     std::string expected;
     MessageStream* stream = new MessageStream(1, 2);
     for (int i = 0; i < 500; ++i) {
@@ -99,7 +102,7 @@ TEST(MessageStream, KeepsTextOfAnyLength) {
 }
 
 TEST(MessageStream, BreaksEveryLineThatBeginsLikeAPacket) {
-    OutputCapture console;
+    support::OutputCapture console;
     auto prints = [&](const char* text, const char* printed) {
         MessageStream(1, 2) << text;
         EXPECT_EQ(console.take(), printed);
@@ -107,6 +110,20 @@ TEST(MessageStream, BreaksEveryLineThatBeginsLikeAPacket) {
     prints("PKTB16[00]", " PKTB16[00]\n");
     prints("PKTB16[\n\nPKTB16[PKTB16[\r\nPKTB16[", " PKTB16[\n\n PKTB16[PKTB16[\r\n PKTB16[\n");
     prints("a PKTB16[00]\nPKTB16(", "a PKTB16[00]\nPKTB16(\n");
+}
+
+TEST(MessageStream, AllocatesNothingForALineOfUsualLength) {
+    struct : kiv::internal::OutputSink {
+        bool write(std::string_view text) override { return size += text.size(), true; }
+        size_t size = 0;
+    } sink;
+    kiv::internal::OutputSink* before = kiv::internal::setStandardOutputSink(&sink);
+    const BackendScope backend(false);
+    const std::string text(400, 'x');
+    MessageStream(1, 2) << "first";
+    EXPECT_EQ(support::allocationsOf([&] { MessageStream(2, 2) << text << 123456789 << ' ' << 1.0 / 3; }), 0u);
+    EXPECT_GT(sink.size, text.size());
+    kiv::internal::setStandardOutputSink(before);
 }
 
 } // namespace

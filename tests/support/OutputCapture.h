@@ -1,18 +1,18 @@
 #pragma once
 
-#include "kiv/core/Clock.h"
-#include "kiv/logging/LogBackend.h"
 #include "kiv/platform/Console.h"
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace kiv::logging {
+namespace support {
 
-// Collects what would go to standard output; one element a write.
+// Collects what the library would write to standard output while it lives, one element a write.
 class OutputCapture : public kiv::internal::OutputSink {
 public:
     OutputCapture() : m_previous(kiv::internal::setStandardOutputSink(this)) {}
+    OutputCapture(const OutputCapture&) = delete;
+    OutputCapture& operator=(const OutputCapture&) = delete;
     ~OutputCapture() override { kiv::internal::setStandardOutputSink(m_previous); }
 
     bool write(std::string_view text) override {
@@ -32,9 +32,4 @@ private:
     kiv::internal::OutputSink* m_previous;
 };
 
-struct BackendScope {
-    explicit BackendScope(bool storeMessages) { LogBackend::registerBackend(storeMessages); }
-    ~BackendScope() { LogBackend::unregisterBackend(); }
-};
-
-} // namespace kiv::logging
+} // namespace support
