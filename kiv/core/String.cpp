@@ -5,6 +5,9 @@
 
 namespace kiv {
 
+const size_t String::npos;
+const uint32_t String::noCodePoint;
+
 namespace {
 
 ConstByteSpan spanOf(const char* text, size_t size) {

@@ -24,8 +24,9 @@ public:
     using const_iterator = std::string::const_iterator;
     using reverse_iterator = std::string::reverse_iterator;
     using const_reverse_iterator = std::string::const_reverse_iterator;
-    static constexpr size_t npos = static_cast<size_t>(-1);
-    static constexpr uint32_t noCodePoint = 0xFFFFFFFF;
+    // Not inline: an inline variable is in no library for Windows.
+    static const size_t npos = static_cast<size_t>(-1);
+    static const uint32_t noCodePoint = 0xFFFFFFFF;
 
     String() noexcept = default;
     String(std::nullptr_t) noexcept {}

@@ -3,6 +3,8 @@
 
 #include "kiv/core/String.h"
 #include "kiv/core/Buffer.h"
+#include "kiv/core/Object.h"
+#include "kiv/core/Translation.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -379,4 +381,17 @@ TEST(StringNatural, IsATotalOrder) {
             for (const String& c : names) ASSERT_FALSE(order(a, b) < 0 && order(b, c) < 0 && order(a, c) >= 0);
         }
     }
+}
+
+TEST(String, TranslationReplacesTheText) {
+    setTranslationSource([](const char* context, const char* text, std::string& translation) {
+        translation = context + "|"s + text;
+        return text != "unknown"s;
+    });
+    EXPECT_EQ(String("Open").apply_tr(), "|Open");
+    EXPECT_EQ(String("Open").apply_tr("menu"), "menu|Open");
+    EXPECT_EQ(String("unknown").apply_tr(), "unknown");
+    setTranslationSource({});
+    Object::clearTrCache();
+    EXPECT_EQ(String("Open").apply_tr(), "Open");
 }

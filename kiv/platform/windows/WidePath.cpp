@@ -1,0 +1,31 @@
+#include "kiv/platform/windows/WidePath.h"
+
+#include <windows.h>
+
+namespace kiv::platform {
+
+namespace {
+
+// Creating a folder needs room for a short file name in it, which makes this limit lower than MAX_PATH.
+constexpr size_t longestClassicPath = MAX_PATH - 12;
+
+// Beyond the limit only the extended form works, which must be absolute and is taken literally.
+std::wstring extendedPath(const std::wstring& path) {
+    std::wstring full(::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');
+    full.resize(::GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+    return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
+}
+
+} // namespace
+
+std::wstring widePath(const std::string& path) {
+    if (path.empty() || path.size() > 0xFFFF || path.find('\0') != std::string::npos) return {};
+    const int size = static_cast<int>(path.size());
+    std::wstring wide(path.size(), L'\0');
+    const int count = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, path.data(), size, wide.data(), size);
+    wide.resize(static_cast<size_t>(count));
+    const bool isShort = wide.size() < longestClassicPath;
+    return isShort || wide.starts_with(L"\\\\?\\") || wide.starts_with(L"\\\\.\\") ? wide : extendedPath(wide);
+}
+
+} // namespace kiv::platform

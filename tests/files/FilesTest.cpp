@@ -1,0 +1,112 @@
+// Hunts: names that are not ASCII, folders and oversized files read as files, files that tell no length, contents left
+// over from before a failed read, messages that are missing or not asked for.
+
+#include "kiv/core/Buffer.h"
+#include "kiv/core/String.h"
+#include "tests/logging/LogCapture.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <random>
+
+using namespace kiv;
+using namespace std::string_view_literals;
+
+namespace {
+
+class Files : public testing::Test {
+protected:
+    Files() : m_folder(std::filesystem::temp_directory_path() / ("kivFiles" + std::to_string(std::random_device()()))) {
+        std::filesystem::create_directories(m_folder);
+    }
+    ~Files() override { std::filesystem::remove_all(m_folder); }
+
+    String path(const char* name) const {
+        const std::u8string folder = m_folder.u8string();
+        return String(reinterpret_cast<const char*>(folder.c_str())) + "/" + name;
+    }
+
+    // Loads into a String and a Buffer that hold something; the messages of both must agree.
+    struct Loaded {
+        bool ok;
+        String text;
+        std::string log; // from "[ERROR]" on
+    };
+    Loaded load(const String& file, bool quiet = false) {
+        logging::OutputCapture output;
+        const logging::BackendScope backend(false);
+        const auto message = [&output] {
+            const std::string all = output.take();
+            return all.substr(std::min(all.find("[ERROR]"), all.size()));
+        };
+        Loaded result{false, "before", ""};
+        result.ok = result.text.loadFromFile(file, quiet);
+        result.log = message();
+        Buffer buffer(reinterpret_cast<const uint8_t*>("before"), 6);
+        EXPECT_EQ(buffer.loadFromFile(file, quiet), result.ok);
+        EXPECT_EQ(String(buffer), result.text);
+        EXPECT_EQ(message(), result.log);
+        return result;
+    }
+
+private:
+    std::filesystem::path m_folder;
+};
+
+} // namespace
+
+TEST_F(Files, WhatIsSavedIsLoaded) {
+    const auto survives = [this](const char* name, std::string_view content) {
+        const String text(content);
+        EXPECT_TRUE(text.saveToFile(path(name))) << name;
+        EXPECT_EQ(load(path(name)).text, text) << name;
+        EXPECT_TRUE(Buffer(text.getConstByteSpan()).saveToFile(path(name))) << name;
+        const Loaded loaded = load(path(name));
+        EXPECT_TRUE(loaded.ok && loaded.text == text && loaded.log.empty()) << name;
+    };
+    survives("plain", "line\r\nline\n\x1A\0end"sv); // no text mode, no end mark
+    survives("plain", "shorter");
+    survives("plain", "");
+    survives("na\xC3\xAFve \xD0\xB6 \xE6\x97\xA5 \xF0\x9F\x98\x80.txt", "x");
+    survives(String(200, 'n'), std::string(300000, 'x'));
+}
+
+TEST_F(Files, WhatCannotBeOpenedIsLoggedUnlessQuiet) {
+    const String missing = path("missing");
+    Loaded loaded = load(missing);
+    EXPECT_TRUE(!loaded.ok && loaded.text.empty());
+    EXPECT_EQ(loaded.log, "[ERROR] cant open file '" + missing + "'\n");
+    loaded = load(missing, true);
+    EXPECT_TRUE(!loaded.ok && loaded.text.empty() && loaded.log.empty());
+    for (const char* path : {"", "\xFF\xFE/x"}) EXPECT_FALSE(load(path).ok) << path;
+    String text;
+    ASSERT_TRUE(String("x").saveToFile(path("real")));
+    EXPECT_FALSE(text.loadFromFile(path("real") + std::string_view("\0y", 2), true)); // not cut at the zero byte
+}
+
+TEST_F(Files, FoldersAreNoFiles) {
+    const String folder = path("");
+    const Loaded loaded = load(folder, true);
+    EXPECT_TRUE(!loaded.ok && loaded.text.empty());
+    EXPECT_EQ(loaded.log, "[ERROR] cant read file '" + folder + "' of 0 bytes\n"); // quiet or not
+    EXPECT_FALSE(String("x").saveToFile(folder));
+    EXPECT_FALSE(String("x").saveToFile(path("missing/x")));
+}
+
+TEST_F(Files, FilesLongerThanASpanAreRefused) {
+    const String large = path("large");
+    ASSERT_TRUE(String("x").saveToFile(large));
+    std::error_code error;
+    std::filesystem::resize_file(large.c_str(), 0x100000000, error);
+    if (error) GTEST_SKIP() << "no file of 4 GiB can be made here: " << error.message();
+    const Loaded loaded = load(large);
+    EXPECT_TRUE(!loaded.ok && loaded.text.empty());
+    EXPECT_EQ(loaded.log, "[ERROR] cant read file '" + large + "' of 4294967296 bytes\n");
+}
+
+TEST_F(Files, FilesThatTellNoLengthAreReadToTheirEnd) {
+    const char* const made = "/proc/self/maps"; // told to be empty
+    if (!std::filesystem::exists(made)) GTEST_SKIP() << "this system has no files of unknown length";
+    String text;
+    EXPECT_TRUE(text.loadFromFile(made) && text.ends_with_newline());
+}
