@@ -5,9 +5,9 @@
 
 namespace kiv::internal {
 
-// The bulk loops of Codecs.cpp, one table per instruction set. Each handles whole groups (one byte of base16, three of
-// base64) from the start on and returns how much input it took; it may stop short of the end, and a decoder stops
-// before the first foreign character. Codecs.cpp finishes, and finds out what was wrong.
+// The bulk loops of Codecs.cpp, one table per instruction set. Each handles all whole groups (a byte and two digits of
+// base16, three bytes and four letters of base64); a decoder stops before a group that holds a foreign character. They
+// return how much input they took. Codecs.cpp handles the last, smaller group and finds out what was wrong.
 struct CodecKernels {
     size_t (*encodeBase16)(const uint8_t* bytes, size_t n, char* out);
     size_t (*decodeBase16)(const char* text, size_t chars, uint8_t* out);
@@ -16,6 +16,8 @@ struct CodecKernels {
 };
 
 extern const CodecKernels codecsPortable;
+extern const CodecKernels codecsSse4;
+extern const CodecKernels codecsAvx2;
 
 inline constexpr char base16Digits[] = "0123456789ABCDEF";
 inline constexpr char base64Letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";

@@ -1,6 +1,7 @@
 #include "kiv/core/Codecs.h"
 
 #include "kiv/core/CodecKernels.h"
+#include "kiv/core/Simd.h"
 
 #include <crc32c/crc32c.h>
 
@@ -8,7 +9,8 @@ namespace kiv::internal {
 namespace {
 
 const CodecKernels& kernels() {
-    return codecsPortable;
+    static constexpr KernelTables<CodecKernels> tables = {&codecsPortable, &codecsSse4, &codecsAvx2};
+    return activeKernels<CodecKernels>(tables);
 }
 
 constexpr size_t checksumChars = 4;
@@ -41,29 +43,25 @@ bool decodeRest64(const char* text, size_t chars, uint8_t* out) {
 } // namespace
 
 void encodeBase16(const uint8_t* bytes, size_t n, char* out) {
-    const size_t done = kernels().encodeBase16(bytes, n, out);
-    codecsPortable.encodeBase16(bytes + done, n - done, out + 2 * done);
+    kernels().encodeBase16(bytes, n, out);
 }
 
 CodecResult decodeBase16(const char* text, size_t chars, uint8_t* out) {
     if (chars % 2 != 0) return {CodecError::Length, chars - 1};
-    size_t done = kernels().decodeBase16(text, chars, out);
-    done += codecsPortable.decodeBase16(text + done, chars - done, out + done / 2);
+    const size_t done = kernels().decodeBase16(text, chars, out);
     CodecResult result;
     findForeign(base16Value, text, done, chars, result);
     return result;
 }
 
 void encodeBase64(const uint8_t* bytes, size_t n, char* out) {
-    size_t done = kernels().encodeBase64(bytes, n, out);
-    done += codecsPortable.encodeBase64(bytes + done, n - done, out + done / 3 * 4);
+    const size_t done = kernels().encodeBase64(bytes, n, out);
     if (done != n) encodeRest64(bytes + done, n - done, out + done / 3 * 4);
 }
 
 CodecResult decodeBase64(const char* text, size_t chars, uint8_t* out) {
     if (chars % 4 == 1) return {CodecError::Length, chars - 1};
-    size_t done = kernels().decodeBase64(text, chars, out);
-    done += codecsPortable.decodeBase64(text + done, chars - done, out + done / 4 * 3);
+    const size_t done = kernels().decodeBase64(text, chars, out);
     CodecResult result;
     if (done == chars || findForeign(base64Value, text, done, chars, result)) return result;
     if (!decodeRest64(text + done, chars - done, out + done / 4 * 3)) result = {CodecError::UnusedBits, chars - 1};

@@ -76,7 +76,7 @@ size_t decode64(const char* text, size_t chars, uint8_t* out) {
 
 } // namespace
 
-const CodecKernels codecsPortable = {encode16, decode16, encode64, decode64};
+constinit const CodecKernels codecsPortable = {encode16, decode16, encode64, decode64};
 
 uint8_t base16Value(char c) {
     return base16Values[index(c)];

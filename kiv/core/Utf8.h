@@ -41,20 +41,19 @@ constexpr uint32_t strictDecodeSequence(const char*& it, const char* end) {
     const auto payload = [byte](int index) { return byte(index) & 0x3F; };
     const uint32_t lead = byte(0);
     const ptrdiff_t left = end - it;
+    // First what most refused bytes fail: C0 and C1 could only begin overlong sequences, and below are no leads.
+    if (lead < 0xC2 || left < 2 || !isContinuationByte(it[1])) return noCodePoint;
     uint32_t codePoint = 0;
     if (lead < 0xE0) {
-        // C0 and C1 could only begin overlong sequences.
-        if (lead < 0xC2 || left < 2 || !isContinuationByte(it[1])) return noCodePoint;
         codePoint = (lead & 0x1F) << 6 | payload(1);
         it += 2;
     } else if (lead < 0xF0) {
-        if (left < 3 || !isContinuationByte(it[1]) || !isContinuationByte(it[2])) return noCodePoint;
+        if (left < 3 || !isContinuationByte(it[2])) return noCodePoint;
         codePoint = (lead & 0x0F) << 12 | payload(1) << 6 | payload(2);
         if (codePoint < 0x800 || !isEncodable(codePoint)) return noCodePoint;
         it += 3;
     } else {
-        if (lead > 0xF4 || left < 4) return noCodePoint;
-        if (!isContinuationByte(it[1]) || !isContinuationByte(it[2]) || !isContinuationByte(it[3])) return noCodePoint;
+        if (lead > 0xF4 || left < 4 || !isContinuationByte(it[2]) || !isContinuationByte(it[3])) return noCodePoint;
         codePoint = (lead & 0x07) << 18 | payload(1) << 12 | payload(2) << 6 | payload(3);
         if (codePoint < 0x10000 || codePoint > 0x10FFFF) return noCodePoint;
         it += 4;

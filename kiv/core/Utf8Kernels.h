@@ -4,6 +4,8 @@
 
 namespace kiv::internal {
 
+enum class Zeros { Accept, Refuse };
+
 // The scanning loops of Utf8.cpp, one table per instruction set; each gives exactly what the portable one gives.
 struct Utf8Kernels {
     // Bytes up to the first one that strict decoding refuses, or up to the end: always whole code points.
@@ -15,5 +17,7 @@ struct Utf8Kernels {
 };
 
 extern const Utf8Kernels utf8Portable;
+extern const Utf8Kernels utf8Sse4;
+extern const Utf8Kernels utf8Avx2;
 
 } // namespace kiv::internal

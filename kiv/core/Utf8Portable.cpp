@@ -5,8 +5,6 @@
 namespace kiv::internal {
 namespace {
 
-enum class Zeros { Accept, Refuse };
-
 template <Zeros zeros>
 bool acceptsWord(uint64_t word) {
     return zeros == Zeros::Accept ? isAsciiWord(word) : cleanAsciiBytes(word) == sizeof word;
@@ -38,6 +36,6 @@ size_t countValid(const char* text, size_t size) {
 
 } // namespace
 
-const Utf8Kernels utf8Portable = {prefix<Zeros::Accept>, prefix<Zeros::Refuse>, countValid};
+constinit const Utf8Kernels utf8Portable = {prefix<Zeros::Accept>, prefix<Zeros::Refuse>, countValid};
 
 } // namespace kiv::internal

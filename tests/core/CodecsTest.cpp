@@ -1,9 +1,14 @@
 // Hunts: wrong letters, texts that decode although no encoder writes them, wrong offsets of the first fault, sizes that
-// wrap.
+// wrap; vector kernels that differ from the definition of the codecs, miss a foreign character in any place, or reach
+// beyond their input or output.
+#include "tests/core/LevelTest.h"
+
 #include "kiv/core/Codecs.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <random>
 #include <string>
 
 using namespace kiv::internal;
@@ -42,7 +47,101 @@ void expectDecoded(Decoder decode, const std::string& text, const std::string& b
     EXPECT_EQ(room, bytes) << text;
 }
 
+// Bit by bit, most significant first; the last character is filled with zeros.
+std::string definedText(const std::string& bytes, unsigned bitsPerCharacter, const char* alphabet) {
+    std::string text;
+    unsigned bits = 0, held = 0;
+    for (const char byte : bytes) {
+        bits = bits << 8 | static_cast<unsigned char>(byte);
+        for (held += 8; held >= bitsPerCharacter; held -= bitsPerCharacter) {
+            text += alphabet[bits >> (held - bitsPerCharacter) & ((1u << bitsPerCharacter) - 1)];
+        }
+    }
+    if (held != 0) text += alphabet[bits << (bitsPerCharacter - held) & ((1u << bitsPerCharacter) - 1)];
+    return text;
+}
+
+constexpr char base16Alphabet[] = "0123456789ABCDEF";
+constexpr char base64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+
+// Input and output lie in heap blocks of exactly their size, so that an address sanitizer sees whatever reaches beyond.
+std::string decodedExactly(Decoder decode, const std::string& text, size_t size, CodecResult& result) {
+    const std::unique_ptr<char[]> in(new char[text.size()]);
+    const std::unique_ptr<uint8_t[]> out(new uint8_t[size]);
+    std::copy(text.begin(), text.end(), in.get());
+    result = decode(in.get(), text.size(), out.get());
+    return std::string(out.get(), out.get() + size);
+}
+
+std::string encodedExactly(void (*encode)(const uint8_t*, size_t, char*), const std::string& bytes, size_t size) {
+    const std::unique_ptr<uint8_t[]> in(new uint8_t[bytes.size()]);
+    const std::unique_ptr<char[]> out(new char[size]);
+    std::copy(bytes.begin(), bytes.end(), in.get());
+    encode(in.get(), bytes.size(), out.get());
+    return std::string(out.get(), out.get() + size);
+}
+
+class CodecsLevels : public LevelTest {};
+INSTANTIATE_TEST_SUITE_P(, CodecsLevels, allLevels(), levelName);
+
 } // namespace
+
+TEST_P(CodecsLevels, EverySizeGoesThereAndBack) {
+    std::mt19937 random(20240229);
+    for (size_t size = 0; size <= 200; ++size) {
+        std::string bytes(size, '\0');
+        for (char& byte : bytes) byte = static_cast<char>(random());
+        CodecResult result;
+        const std::string hex = definedText(bytes, 4, base16Alphabet), text = definedText(bytes, 6, base64Alphabet);
+        EXPECT_EQ(encodedExactly(encodeBase16, bytes, encodedBase16Size(size)), hex);
+        EXPECT_EQ(decodedExactly(decodeBase16, hex, size, result), bytes);
+        EXPECT_TRUE(result);
+        EXPECT_EQ(encodedExactly(encodeBase64, bytes, encodedBase64Size(size)), text);
+        EXPECT_EQ(decodedExactly(decodeBase64, text, size, result), bytes);
+        EXPECT_TRUE(result);
+        const std::string crc = encodedExactly(encodeBase64crc, bytes, encodedBase64crcSize(size));
+        EXPECT_EQ(crc.substr(4), text);
+        EXPECT_EQ(decodedExactly(decodeBase64crc, crc, size, result), bytes);
+        EXPECT_TRUE(result);
+    }
+}
+
+TEST_P(CodecsLevels, EveryCharacterInEveryPlaceIsJudged) {
+    const std::string bytes(96, '\x5A');
+    const std::string hex = definedText(bytes, 4, base16Alphabet), text = definedText(bytes, 6, base64Alphabet);
+    const auto expectJudged = [](Decoder decode, std::string chars, size_t size, const std::string& alphabet) {
+        for (size_t at = 0; at < chars.size(); ++at) {
+            const char right = chars[at];
+            for (int c = 0; c < 256; ++c) {
+                chars[at] = static_cast<char>(c);
+                CodecResult result;
+                decodedExactly(decode, chars, size, result);
+                const bool known = alphabet.find(chars[at]) != std::string::npos;
+                ASSERT_EQ(result.error, known ? CodecError::None : CodecError::Character) << c << " at " << at;
+                ASSERT_EQ(result.offset, known ? 0 : at) << c;
+            }
+            chars[at] = right;
+        }
+    };
+    expectJudged(decodeBase16, hex, bytes.size(), std::string(base16Alphabet) + "abcdef");
+    expectJudged(decodeBase64, text, bytes.size(), base64Alphabet);
+}
+
+TEST_P(CodecsLevels, EveryLetterDecodesToItsValue) {
+    // All letters in all places of a vector, by shifting the alphabet along.
+    for (size_t shift = 0; shift < 64; ++shift) {
+        std::string letters, digits;
+        for (size_t i = 0; i < 128; ++i) {
+            letters += base64Alphabet[(i + shift) % 64];
+            digits += "0123456789abcdefABCDEF"[(i + shift) % 22];
+        }
+        CodecResult result;
+        EXPECT_EQ(definedText(decodedExactly(decodeBase64, letters, 96, result), 6, base64Alphabet), letters);
+        const std::string bytes = decodedExactly(decodeBase16, digits, 64, result);
+        for (char& digit : digits) digit = digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
+        EXPECT_EQ(definedText(bytes, 4, base16Alphabet), digits);
+    }
+}
 
 TEST(Codecs, KnownTexts) {
     EXPECT_EQ(base16("\x01\xAB\xFF"), "01ABFF");

@@ -1,10 +1,16 @@
 // Hunts: overlong, surrogate, cut and too large sequences that slip through; lenient reading that consumes or maps the
-// wrong bytes; zero bytes that end the wrong things.
+// wrong bytes; zero bytes that end the wrong things; vector kernels that differ from one-at-a-time decoding anywhere
+// around the edges of their vectors, or read beyond the text.
+#include "tests/core/LevelTest.h"
+
 #include "kiv/core/Utf8.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <random>
 #include <string>
+#include <vector>
 
 using namespace kiv::internal;
 using namespace std::string_literals;
@@ -31,7 +37,145 @@ uint32_t strictOne(const std::string& text) {
     return codePoint;
 }
 
+// What the public functions must give, by the inline decoders alone.
+struct Expected {
+    bool valid = true;
+    size_t count = 0;
+    std::string repaired, fixed;
+    std::u32string utf32;
+
+    explicit Expected(const std::string& text) {
+        const char* const end = text.data() + text.size();
+        for (const char* it = text.data(); it != end; ++count) {
+            const char* strict = it;
+            valid = valid && strictDecode(strict, end) != noCodePoint;
+            utf32 += static_cast<char32_t>(lenientDecode(it, end));
+        }
+        for (size_t i = 0; i < utf32.size() && utf32[i] != 0; ++i) {
+            char form[4];
+            repaired.append(form, encodeUtf8(utf32[i], form));
+            fixed += utf32[i] < 0x80 ? static_cast<char>(utf32[i]) : '?';
+        }
+    }
+};
+
+// The text lies in a heap block of exactly its size, so that an address sanitizer sees every read beyond it.
+void expectAllFunctionsAgree(const std::string& text) {
+    const Expected expected(text);
+    const std::unique_ptr<char[]> exact(new char[text.size()]);
+    std::copy(text.begin(), text.end(), exact.get());
+    const char* const data = exact.get();
+    std::string out;
+    std::u16string utf16;
+    std::u32string utf32;
+    bool agree = validateUtf8(data, text.size()) == expected.valid && countUtf8(data, text.size()) == expected.count;
+    repairUtf8(data, text.size(), out);
+    agree = agree && out == expected.repaired;
+    asciiFix(data, text.size(), ControlCodes::Keep, out);
+    agree = agree && out == expected.fixed;
+    utf8ToUnicode(data, text.size(), utf32);
+    agree = agree && utf32 == expected.utf32;
+    unicodeToUtf8(utf32.data(), utf32.size(), out);
+    utf8ToUnicode(data, text.size(), utf16);
+    std::string fromUtf16;
+    unicodeToUtf8(utf16.data(), utf16.size(), fromUtf16);
+    agree = agree && out == fromUtf16 && (!expected.valid || out == text);
+    ASSERT_TRUE(agree) << testing::PrintToString(text);
+}
+
+// One case of every way to be right or wrong.
+const std::vector<std::string>& fragments() {
+    static const std::vector<std::string> all = {"a",
+                                                 "plain ASCII, long enough for a whole vector",
+                                                 "\0"s,
+                                                 "\x7F",
+                                                 "\u00E9",
+                                                 "\u07FF",
+                                                 "\u0800",
+                                                 "\uD7FF",
+                                                 "\uE000",
+                                                 "\uFFFF",
+                                                 "\U00010000",
+                                                 "\U0010FFFF",
+                                                 "\U0001F600\u20AC\u00FC",
+                                                 "\x80",
+                                                 "\xBF",
+                                                 "\xC0\x80",
+                                                 "\xC1\xBF",
+                                                 "\xC3",
+                                                 "\xC3\xA9\xA9",
+                                                 "\xE0\x9F\xBF",
+                                                 "\xE2\x82",
+                                                 "\xE2",
+                                                 "\xED\xA0\x80",
+                                                 "\xF0\x8F\xBF\xBF",
+                                                 "\xF0\x90\x80",
+                                                 "\xF0\x90",
+                                                 "\xF0",
+                                                 "\xF4\x90\x80\x80",
+                                                 "\xF5\x80\x80\x80",
+                                                 "\xFF",
+                                                 "\x81"};
+    return all;
+}
+
+class Utf8Levels : public LevelTest {};
+INSTANTIATE_TEST_SUITE_P(, Utf8Levels, allLevels(), levelName);
+
 } // namespace
+
+TEST_P(Utf8Levels, EveryFragmentAtEveryOffsetAroundVectorEdges) {
+    for (const std::string& fragment : fragments()) {
+        for (const size_t size : {16u, 31u, 33u, 64u, 65u, 129u, 200u}) {
+            // Within ASCII; within two-byte code points, where the plain-text short cut is not taken; and at the end.
+            for (size_t at = size > 70 ? size - 70 : 0; at <= size; ++at) {
+                expectAllFunctionsAgree(std::string(at, 'a') + fragment + std::string(size - at, 'b'));
+                std::string dense;
+                for (size_t i = 0; i < at / 2; ++i) dense += "\u00E9";
+                expectAllFunctionsAgree(dense + fragment + dense.substr(0, (size - at) / 2 * 2));
+                expectAllFunctionsAgree(dense + fragment);
+            }
+        }
+        if (HasFatalFailure()) return;
+    }
+}
+
+TEST_P(Utf8Levels, EveryPairOfBytesAndManyLongerPrefixes) {
+    // Exhaustive where a decision is made: all leads and second bytes, then one third and fourth byte of each class.
+    static constexpr char classes[] = {'\x00', '\x41', '\x80', '\x8F', '\x90', '\x9F',
+                                       '\xA0', '\xBF', '\xC3', '\xE2', '\xF0'};
+    const std::string lead(29, 'x');
+    for (unsigned pair = 0; pair < 0x10000; ++pair) {
+        if (pair < 0x8000 && pair % 7 != 0) continue; // an ASCII lead needs no more than a sample
+        for (const char third : classes) {
+            for (const char fourth : {'\x41', '\x80', '\xBF', '\xC3'}) {
+                const char bytes[] = {static_cast<char>(pair >> 8), static_cast<char>(pair), third, fourth};
+                const std::string text = lead + std::string(bytes, 4);
+                const char* it = text.data();
+                const char* const end = it + text.size();
+                while (it != end && strictDecode(it, end) != noCodePoint) {
+                }
+                ASSERT_EQ(validateUtf8(text.data(), text.size()), it == end) << testing::PrintToString(text);
+            }
+        }
+    }
+}
+
+TEST_P(Utf8Levels, RandomTextsGiveWhatOneAtATimeDecodingGives) {
+    std::mt19937 random(20240229);
+    const auto below = [&](size_t limit) { return random() % limit; };
+    for (int round = 0; round < 1500; ++round) {
+        // Valid, mostly valid, or dense with refused bytes; sometimes across the pieces that long texts are read in.
+        const size_t size = round % 50 == 0 ? 8100 + below(9000) : below(400);
+        const size_t kinds = round % 3 == 0 ? 13 : fragments().size();
+        const size_t plain = below(20);
+        std::string text;
+        while (text.size() < size) text += below(20) < plain ? "b" : fragments()[below(kinds)];
+        if (round % 2 == 0) std::erase(text, '\0');
+        expectAllFunctionsAgree(text);
+        if (HasFatalFailure()) return;
+    }
+}
 
 TEST(Utf8, StrictDecodingRefusesWhatIsNotShortestScalarAndComplete) {
     EXPECT_EQ(strictOne("\0"s), 0u);
