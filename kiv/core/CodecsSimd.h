@@ -7,6 +7,24 @@
 
 namespace kiv::internal {
 
+// Characters with the same high nibble form a class, one bit each; a character is foreign when its low nibble carries
+// the bit of its class. 4 and 6 share a bit, for they lack the same low nibble, and so do all without a letter.
+struct Base64Classes {
+    alignas(16) uint8_t ofHigh[16] = {32, 32, 1, 2, 4, 8, 4, 16, 32, 32, 32, 32, 32, 32, 32, 32};
+    alignas(16) uint8_t foreignAtLow[16] = {};
+};
+
+inline constexpr Base64Classes base64Classes = [] {
+    Base64Classes classes;
+    for (unsigned c = 0; c < 256; ++c) {
+        bool foreign = true;
+        for (unsigned i = 0; i < 64; ++i) foreign = foreign && static_cast<unsigned char>(base64Letters[i]) != c;
+        uint8_t& atLow = classes.foreignAtLow[c & 15];
+        if (foreign) atLow = static_cast<uint8_t>(atLow | classes.ofHigh[c >> 4]);
+    }
+    return classes;
+}();
+
 // `narrower` finishes what is shorter than a vector, and what holds a foreign character.
 template <class V, const CodecKernels& narrower>
 struct CodecsSimd {
@@ -92,30 +110,9 @@ private:
         return V::add(values, V::lookup(V::lanes(distances), range));
     }
 
-    // One bit for each kind of high nibble; a character is foreign when its low nibble is foreign to that kind.
     static KIV_ALWAYS_INLINE bool hasForeign64(Register letters) {
-        enum : uint8_t { Dash = 1, Digits = 2, First = 4, MiddleUpper = 8, LastLower = 16, Never = 32 };
-        alignas(16) static constexpr uint8_t kinds[16] = {Never, Never,     Dash,  Digits, First, MiddleUpper,
-                                                          First, LastLower, Never, Never,  Never, Never,
-                                                          Never, Never,     Never, Never};
-        alignas(16) static constexpr uint8_t foreign[16] = {Never | Dash | First,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash,
-                                                            Never | Dash | Digits,
-                                                            Never | Dash | Digits | MiddleUpper | LastLower,
-                                                            Never | Dash | Digits | MiddleUpper | LastLower,
-                                                            Never | Digits | MiddleUpper | LastLower,
-                                                            Never | Dash | Digits | MiddleUpper | LastLower,
-                                                            Never | Dash | Digits | LastLower};
-        const Register byHigh = V::lookup(V::lanes(kinds), V::highNibbles(letters));
-        const Register byLow = V::lookup(V::lanes(foreign), V::bitAnd(letters, V::splat(15)));
+        const Register byHigh = V::lookup(V::lanes(base64Classes.ofHigh), V::highNibbles(letters));
+        const Register byLow = V::lookup(V::lanes(base64Classes.foreignAtLow), V::bitAnd(letters, V::splat(15)));
         return V::anyBit(V::bitAnd(byHigh, byLow));
     }
 

@@ -41,8 +41,8 @@ constexpr uint32_t strictDecodeSequence(const char*& it, const char* end) {
     const auto payload = [byte](int index) { return byte(index) & 0x3F; };
     const uint32_t lead = byte(0);
     const ptrdiff_t left = end - it;
-    // First what most refused bytes fail: C0 and C1 could only begin overlong sequences, and below are no leads.
-    if (lead < 0xC2 || left < 2 || !isContinuationByte(it[1])) return noCodePoint;
+    // What most refused bytes fail, as one test that is easy to predict: below C2 are no leads, or only overlong ones.
+    if (left < 2 || ((lead < 0xC2) | !isContinuationByte(it[1]))) return noCodePoint;
     uint32_t codePoint = 0;
     if (lead < 0xE0) {
         codePoint = (lead & 0x1F) << 6 | payload(1);

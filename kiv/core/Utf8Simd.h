@@ -86,7 +86,7 @@ private:
                 at += groupSize;
                 at += plainGroups(text + at, size - at);
             } else {
-                if (!accepts(a, b)) break;
+                if (!accepts(text + at)) break;
                 at += groupSize;
             }
         }
@@ -114,9 +114,15 @@ private:
         return !V::anyHighBit(V::greaterSigned(V::splat(1), V::minSigned(a, b)));
     }
 
-    KIV_ALWAYS_INLINE bool accepts(Register a, Register b) {
-        m_faultsA = pairFaults(a, m_before);
-        m_faultsB = pairFaults(b, a);
+    KIV_ALWAYS_INLINE bool accepts(const char* group) {
+        const Register a = V::load(group);
+        const char* const second = group + V::size;
+        const Register b = V::load(second);
+        // The bytes before a byte come by shuffling for the one vector and by loading for the other: that keeps both
+        // the shuffling and the loading parts of the processor busy.
+        m_faultsA = pairFaults(a, V::template previous<1>(a, m_before), V::template previous<2>(a, m_before),
+                               V::template previous<3>(a, m_before));
+        m_faultsB = pairFaults(b, V::load(second - 1), V::load(second - 2), V::load(second - 3));
         if (zeros == Zeros::Refuse) {
             m_faultsA = V::bitOr(m_faultsA, V::equal(a, V::splat(0)));
             m_faultsB = V::bitOr(m_faultsB, V::equal(b, V::splat(0)));
@@ -137,19 +143,19 @@ private:
         char group[groupSize];
         std::memset(group, 'x', sizeof group);
         if (size != 0) std::memcpy(group, rest, size);
-        return accepts(V::load(group), V::load(group + V::size));
+        return accepts(group);
     }
 
-    static KIV_ALWAYS_INLINE Register pairFaults(Register bytes, Register before) {
-        const Register first = V::template previous<1>(bytes, before);
-        const Register byFirstHigh = V::lookup(V::lanes(utf8PairTables.firstHigh), V::highNibbles(first));
-        const Register byFirstLow = V::lookup(V::lanes(utf8PairTables.firstLow), V::bitAnd(first, V::splat(15)));
+    static KIV_ALWAYS_INLINE Register pairFaults(Register bytes, Register oneBack, Register twoBack,
+                                                 Register threeBack) {
+        const Register byFirstHigh = V::lookup(V::lanes(utf8PairTables.firstHigh), V::highNibbles(oneBack));
+        const Register byFirstLow = V::lookup(V::lanes(utf8PairTables.firstLow), V::bitAnd(oneBack, V::splat(15)));
         const Register bySecond = V::lookup(V::lanes(utf8PairTables.secondHigh), V::highNibbles(bytes));
         const Register faults = V::bitAnd(V::bitAnd(byFirstHigh, byFirstLow), bySecond);
         // The high bit remains for bytes that a lead two (E0 and up) or three (F0 and up) places back asks for.
-        const Register third = V::subSaturated(V::template previous<2>(bytes, before), V::splat(0xE0 - 0x80));
-        const Register fourth = V::subSaturated(V::template previous<3>(bytes, before), V::splat(0xF0 - 0x80));
-        const Register wanted = V::bitAnd(V::bitOr(third, fourth), V::splat(twoContinuations));
+        const Register wantsThird = V::subSaturated(twoBack, V::splat(0xE0 - 0x80));
+        const Register wantsFourth = V::subSaturated(threeBack, V::splat(0xF0 - 0x80));
+        const Register wanted = V::bitAnd(V::bitOr(wantsThird, wantsFourth), V::splat(twoContinuations));
         return V::bitXor(faults, wanted);
     }
 

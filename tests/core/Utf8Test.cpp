@@ -161,6 +161,14 @@ TEST_P(Utf8Levels, EveryPairOfBytesAndManyLongerPrefixes) {
     }
 }
 
+TEST_P(Utf8Levels, LongTextsOfOneFragmentOverflowNoCounter) {
+    for (const std::string& fragment : fragments()) {
+        std::string text;
+        while (text.size() < 20000) text += fragment;
+        expectAllFunctionsAgree(text);
+    }
+}
+
 TEST_P(Utf8Levels, RandomTextsGiveWhatOneAtATimeDecodingGives) {
     std::mt19937 random(20240229);
     const auto below = [&](size_t limit) { return random() % limit; };
