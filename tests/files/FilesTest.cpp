@@ -3,7 +3,7 @@
 
 #include "kiv/core/Buffer.h"
 #include "kiv/core/String.h"
-#include "tests/logging/LogCapture.h"
+#include "tests/support/OutputCapture.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -30,22 +30,17 @@ protected:
     struct Loaded {
         bool ok;
         String text;
-        std::string log; // from "[ERROR]" on
+        std::string log;
     };
     Loaded load(const String& file, bool quiet = false) {
-        logging::OutputCapture output;
-        const logging::BackendScope backend(false);
-        const auto message = [&output] {
-            const std::string all = output.take();
-            return all.substr(std::min(all.find("[ERROR]"), all.size()));
-        };
+        support::OutputCapture output;
         Loaded result{false, "before", ""};
         result.ok = result.text.loadFromFile(file, quiet);
-        result.log = message();
+        result.log = output.take();
         Buffer buffer(reinterpret_cast<const uint8_t*>("before"), 6);
         EXPECT_EQ(buffer.loadFromFile(file, quiet), result.ok);
         EXPECT_EQ(String(buffer), result.text);
-        EXPECT_EQ(message(), result.log);
+        EXPECT_EQ(output.take(), result.log);
         return result;
     }
 
