@@ -28,9 +28,9 @@ struct NestedMessage {
     std::string text;
 };
 
-bool isShownInConsole(int level, std::string_view text) {
-    if (!g_hideVerboseOutputInConsole.load(std::memory_order_relaxed)) return true;
-    return level != 0 && text.find(verboseTag) == text.npos;
+// `text` with its tag, which level 0 is found by.
+bool isShownInConsole(std::string_view text) {
+    return !g_hideVerboseOutputInConsole.load(std::memory_order_relaxed) || text.find(verboseTag) == text.npos;
 }
 
 // A listener's exception is its own loss: the message still reaches whoever comes after it.
@@ -175,7 +175,7 @@ void LogBackend::publishNested(Publishing& publishing) {
 }
 
 void LogBackend::publishOne(int level, int flags, kiv::internal::LogText& text, Publishing& publishing) {
-    const bool isShown = isShownInConsole(level, text.getText());
+    const bool isShown = isShownInConsole(text.getText());
     std::unique_lock lock(m_mutex);
     if (!m_isRegistered) {
         lock.unlock();

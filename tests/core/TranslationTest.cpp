@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kiv {
@@ -40,6 +41,7 @@ TEST_F(Translation, DependsOnTheContext) {
     EXPECT_STREQ(Object::tr("money", "bank"), "Bank");
     EXPECT_STREQ(Object::tr("bank"), "bank");
     EXPECT_STREQ(Object::tr("river", "dog"), "dog");
+    EXPECT_STREQ(Object::tr("riverbank"), "riverbank");
     EXPECT_STREQ(Object::tr(nullptr, "dog"), "Hund");
     EXPECT_STREQ(Object::tr(nullptr), "");
     EXPECT_STREQ(Object::tr("nested"), "Hund");
@@ -75,6 +77,17 @@ TEST_F(Translation, FallsBackWhereThereIsNone) {
     setTranslationSource(nullptr);
     Object::clearTrCache();
     EXPECT_FALSE(Object::isTrValid("dog"));
+}
+
+TEST_F(Translation, AnswersOlderThanAClearingAreNotKept) {
+    const char* language = "old";
+    setTranslationSource([&](const char*, const char*, std::string& translation) {
+        translation = language;
+        // As if another thread changed the language just now.
+        if (std::exchange(language, "new") != std::string("new")) Object::clearTrCache();
+        return true;
+    });
+    EXPECT_STREQ(Object::tr("dog"), "new");
 }
 
 TEST_F(Translation, CopiesAreSafeWhileOthersClearTheCache) {

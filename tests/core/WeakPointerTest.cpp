@@ -4,8 +4,11 @@
 
 #include "kiv/core/PointerOwner.h"
 #include "kiv/core/UnmanagedObject.h"
+#include <algorithm>
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 #include <thread>
 #include <vector>
@@ -142,22 +145,29 @@ TEST(WeakPointer, AgreesWithAModelUnderRandomOperations) {
     }
 }
 
-TEST(WeakPointer, FirstRegistrationsOfManyThreadsShareOneRegistry) {
-    // Every thread registers with an object that has no registry yet; with two registries one pointer stays uncleared.
-    for (int round = 0; round < 200; ++round) {
-        auto target = makeObject<Object>();
-        std::vector<WeakPointer<Object>> pointers(4);
-        std::vector<std::thread> threads;
-        for (auto& pointer : pointers) {
-            threads.emplace_back([&] {
-                pointer = target;
-                WeakPointer<Object>(pointer).reset();
-            });
+TEST(WeakPointer, FirstRegistrationsOfTwoThreadsShareOneRegistry) {
+    // Both threads walk the same unwatched objects in step; with two registries for one object a pointer stays
+    // uncleared.
+    constexpr size_t count = 5000;
+    std::vector<SmartPointer<Object>> targets(count);
+    for (auto& target : targets) target = new Object;
+    std::vector<WeakPointer<Object>> pointers(2 * count);
+    std::vector<std::atomic<int>> arrivals(count);
+    auto walk = [&](size_t first) {
+        for (size_t i = 0; i < count; ++i) {
+            ++arrivals[i];
+            // Meets the other one here, unless that has no processor.
+            for (int spins = 0; arrivals[i] < 2 && spins < 100000; ++spins) {
+            }
+            pointers[2 * i + first] = targets[i];
+            WeakPointer<Object>(pointers[2 * i + first]).reset();
         }
-        for (auto& thread : threads) thread.join();
-        target.reset();
-        for (const auto& pointer : pointers) ASSERT_FALSE(pointer);
-    }
+    };
+    std::thread other(walk, 1);
+    walk(0);
+    other.join();
+    targets.clear();
+    for (const auto& pointer : pointers) ASSERT_FALSE(pointer);
 }
 
 } // namespace
