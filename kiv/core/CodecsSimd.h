@@ -31,9 +31,7 @@ struct CodecsSimd {
     using Register = typename V::Register;
 
     static size_t encodeBase16(const uint8_t* bytes, size_t n, char* out) {
-        alignas(16) static constexpr uint8_t digits[16] = {'0', '1', '2', '3', '4', '5', '6', '7',
-                                                           '8', '9', 'A', 'B', 'C', 'D', 'E', 'F'};
-        const Register table = V::lanes(digits);
+        const Register table = V::lanes(base16Digits);
         size_t i = 0;
         for (; n - i >= V::size; i += V::size) {
             const Register v = V::load(bytes + i);

@@ -37,7 +37,7 @@ bool readLeniently(const char*& it, const char* end, size_t calm, Sink& sink) {
             if (run == 8) continue;
         }
         const char* const before = it;
-        const uint32_t codePoint = it != end ? strictDecode(it, end) : 0;
+        const uint32_t codePoint = strictDecode(it, end);
         if (codePoint == noCodePoint) {
             sink.refused(static_cast<uint8_t>(*it++));
             quiet = 0;

@@ -14,7 +14,7 @@ struct Avx2Vector {
     static void store(void* to, Register v) { _mm256_storeu_si256(static_cast<__m256i*>(to), v); }
     static Register splat(int byte) { return _mm256_set1_epi8(static_cast<char>(byte)); }
     static Register splat32(int value) { return _mm256_set1_epi32(value); }
-    static Register lanes(const uint8_t* sixteen) { return _mm256_broadcastsi128_si256(Sse4Vector::load(sixteen)); }
+    static Register lanes(const void* sixteen) { return _mm256_broadcastsi128_si256(Sse4Vector::load(sixteen)); }
 
     static Register bitAnd(Register a, Register b) { return _mm256_and_si256(a, b); }
     static Register bitOr(Register a, Register b) { return _mm256_or_si256(a, b); }

@@ -8,7 +8,7 @@
 
 // Sources that include this are compiled for one instruction set. Whatever they call must be inlined or have internal
 // linkage: a shared inline function could be kept in its vector form and then run on a processor without it. Hence the
-// unnamed namespace, and no std functions.
+// unnamed namespace, and of std nothing but memcpy and memset.
 
 namespace kiv::internal {
 namespace {
@@ -23,7 +23,7 @@ struct Sse4Vector {
     static Register splat(int byte) { return _mm_set1_epi8(static_cast<char>(byte)); }
     static Register splat32(int value) { return _mm_set1_epi32(value); }
     // The sixteen bytes of a look-up table or shuffle pattern, in every lane.
-    static Register lanes(const uint8_t* sixteen) { return load(sixteen); }
+    static Register lanes(const void* sixteen) { return load(sixteen); }
 
     static Register bitAnd(Register a, Register b) { return _mm_and_si128(a, b); }
     static Register bitOr(Register a, Register b) { return _mm_or_si128(a, b); }

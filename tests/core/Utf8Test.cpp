@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -83,39 +84,17 @@ void expectAllFunctionsAgree(const std::string& text) {
     ASSERT_TRUE(agree) << testing::PrintToString(text);
 }
 
-// One case of every way to be right or wrong.
+// One case of every way to be right, then one of every way to be wrong.
+constexpr size_t validFragments = 13;
 const std::vector<std::string>& fragments() {
-    static const std::vector<std::string> all = {"a",
-                                                 "plain ASCII, long enough for a whole vector",
-                                                 "\0"s,
-                                                 "\x7F",
-                                                 "\u00E9",
-                                                 "\u07FF",
-                                                 "\u0800",
-                                                 "\uD7FF",
-                                                 "\uE000",
-                                                 "\uFFFF",
-                                                 "\U00010000",
-                                                 "\U0010FFFF",
-                                                 "\U0001F600\u20AC\u00FC",
-                                                 "\x80",
-                                                 "\xBF",
-                                                 "\xC0\x80",
-                                                 "\xC1\xBF",
-                                                 "\xC3",
-                                                 "\xC3\xA9\xA9",
-                                                 "\xE0\x9F\xBF",
-                                                 "\xE2\x82",
-                                                 "\xE2",
-                                                 "\xED\xA0\x80",
-                                                 "\xF0\x8F\xBF\xBF",
-                                                 "\xF0\x90\x80",
-                                                 "\xF0\x90",
-                                                 "\xF0",
-                                                 "\xF4\x90\x80\x80",
-                                                 "\xF5\x80\x80\x80",
-                                                 "\xFF",
-                                                 "\x81"};
+    // clang-format off
+    static const std::vector<std::string> all = {
+        "a", "plain ASCII, long enough for a whole vector", "\0"s, "\x7F", "\u00E9", "\u07FF", "\u0800", "\uD7FF",
+        "\uE000", "\uFFFF", "\U00010000", "\U0010FFFF", "\U0001F600\u20AC\u00FC",
+        "\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3\xA9\xA9", "\xE0\x9F\xBF", "\xE2\x82", "\xE2",
+        "\xED\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF0\x90\x80", "\xF0\x90", "\xF0", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",
+        "\xFF", "\x81"};
+    // clang-format on
     return all;
 }
 
@@ -175,7 +154,7 @@ TEST_P(Utf8Levels, RandomTextsGiveWhatOneAtATimeDecodingGives) {
     for (int round = 0; round < 1500; ++round) {
         // Valid, mostly valid, or dense with refused bytes; sometimes across the pieces that long texts are read in.
         const size_t size = round % 50 == 0 ? 8100 + below(9000) : below(400);
-        const size_t kinds = round % 3 == 0 ? 13 : fragments().size();
+        const size_t kinds = round % 3 == 0 ? validFragments : fragments().size();
         const size_t plain = below(20);
         std::string text;
         while (text.size() < size) text += below(20) < plain ? "b" : fragments()[below(kinds)];
@@ -196,32 +175,40 @@ TEST(Utf8, StrictDecodingRefusesWhatIsNotShortestScalarAndComplete) {
     EXPECT_EQ(strictOne("\xEF\xBF\xBF"), 0xFFFFu);
     EXPECT_EQ(strictOne("\xF0\x90\x80\x80"), 0x10000u);
     EXPECT_EQ(strictOne("\xF4\x8F\xBF\xBF"), 0x10FFFFu);
-    for (const std::string refused : {"\x80",
-                                      "\xBF",
-                                      "\xC0\x80",
-                                      "\xC1\xBF",
-                                      "\xC3",
-                                      "\xC3\x28",
-                                      "\xC3\xC3",
-                                      "\xE0\x80\x80",
-                                      "\xE0\x9F\xBF",
-                                      "\xE2\x82",
-                                      "\xE2\x82\x28",
-                                      "\xE2\x28\x82",
-                                      "\xED\xA0\x80",
-                                      "\xED\xBF\xBF",
-                                      "\xF0\x80\x80\x80",
-                                      "\xF0\x8F\xBF\xBF",
-                                      "\xF0\x90\x80",
-                                      "\xF0\x90\x80\x28",
-                                      "\xF0\x28\x80\x80",
-                                      "\xF4\x90\x80\x80",
-                                      "\xF5\x80\x80\x80",
-                                      "\xF8\x88\x80\x80\x80",
-                                      "\xFE",
-                                      "\xFF"}) {
+    // clang-format off
+    for (const std::string refused :
+         {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3\x28", "\xC3\xC3", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xE2\x82",
+          "\xE2\x82\x28", "\xE2\x28\x82", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF0\x80\x80\x80", "\xF0\x8F\xBF\xBF", "\xF0\x90\x80",
+          "\xF0\x90\x80\x28", "\xF0\x28\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xFE", "\xFF"}) {
+        // clang-format on
         EXPECT_EQ(strictOne(refused), noCodePoint) << testing::PrintToString(refused);
         EXPECT_FALSE(validateUtf8(refused.data(), refused.size())) << testing::PrintToString(refused);
+    }
+}
+
+TEST(Utf8, ExactlyTheEncodedCodePointsAreAccepted) {
+    char form[4];
+    for (uint32_t codePoint = 0; codePoint < 0x110800; ++codePoint) {
+        const unsigned length = encodeUtf8(codePoint, form);
+        const char* it = form;
+        if (length == 0) {
+            ASSERT_FALSE(isEncodable(codePoint)) << codePoint;
+        } else {
+            ASSERT_EQ(strictDecode(it, form + length), codePoint);
+            ASSERT_EQ(it, form + length) << codePoint;
+        }
+    }
+    // Of all other bytes none decode: what is accepted is what the encoder writes.
+    for (uint32_t bytes = 0x800000; bytes <= 0xFFFFFF; ++bytes) {
+        for (const char last : {'\x41', '\x80', '\xBF'}) {
+            const char text[] = {static_cast<char>(bytes >> 16), static_cast<char>(bytes >> 8),
+                                 static_cast<char>(bytes), last};
+            const char* it = text;
+            const uint32_t codePoint = strictDecode(it, text + 4);
+            if (codePoint == noCodePoint) continue;
+            ASSERT_EQ(encodeUtf8(codePoint, form), it - text) << bytes;
+            ASSERT_TRUE(std::equal(text + 0, it, form)) << bytes;
+        }
     }
 }
 
