@@ -1,6 +1,6 @@
 #include "kiv/core/Signal.h"
 
-#include <algorithm>
+#include <new>
 
 namespace kiv {
 namespace internal {
@@ -19,15 +19,19 @@ void ConnectionList::add(std::shared_ptr<BaseConnection> connection) {
     m_size.store(m_connections->size(), std::memory_order_release);
 }
 
-void ConnectionList::remove(BaseConnection& connection) {
+void ConnectionList::remove(BaseConnection& connection) noexcept {
     std::shared_ptr<const BaseConnections> old;
     connection.m_isConnected.store(false, std::memory_order_release);
-    const std::lock_guard lock(m_mutex);
-    if (!m_connections) return;
-    auto connections = std::make_shared<BaseConnections>(*m_connections);
-    std::erase_if(*connections, [&](const auto& other) { return other.get() == &connection; });
-    old = std::exchange(m_connections, std::move(connections));
-    m_size.store(m_connections->size(), std::memory_order_release);
+    try {
+        const std::lock_guard lock(m_mutex);
+        if (!m_connections) return;
+        auto connections = std::make_shared<BaseConnections>(*m_connections);
+        std::erase_if(*connections, [&](const auto& other) { return other.get() == &connection; });
+        old = std::exchange(m_connections, std::move(connections));
+        m_size.store(m_connections->size(), std::memory_order_release);
+    } catch (const std::bad_alloc&) {
+        // Connections are removed by destructors: without memory for the new list the entry stays, and is passed over.
+    }
 }
 
 void ConnectionList::clear() {

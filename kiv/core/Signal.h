@@ -38,7 +38,7 @@ using BaseConnections = std::vector<std::shared_ptr<BaseConnection>>;
 class KIV_API ConnectionList {
 public:
     void add(std::shared_ptr<BaseConnection> connection);
-    void remove(BaseConnection& connection);
+    void remove(BaseConnection& connection) noexcept;
     void clear();
     bool empty() const { return m_size.load(std::memory_order_acquire) == 0; }
     // In the order of connecting; may be null when empty.

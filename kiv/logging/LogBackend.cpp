@@ -51,7 +51,8 @@ std::string_view formatStamp(int64_t milliseconds, bool alternative,
     *--at = ' ';
     *--at = alternative ? '>' : ']';
     const char* const numberEnd = at;
-    auto magnitude = static_cast<uint64_t>(milliseconds < 0 ? -milliseconds : milliseconds);
+    uint64_t magnitude = static_cast<uint64_t>(milliseconds);
+    if (milliseconds < 0) magnitude = 0 - magnitude;
     for (int digits = 0; digits < 5 || magnitude != 0; ++digits) {
         if (digits == 3) {
             *--at = '.';

@@ -16,7 +16,7 @@ extern KIV_API std::atomic<bool> g_isCompactLogEnabled;
 enum MessageFlags : int {
     AlternativeFlag = 1, // console stamp "<...>" and the first database queue
     StoredFlag = 2,      // the second database queue
-    SupportFlag = 4,     // goes to the support channel, wherever its text has the support tag
+    SupportFlag = 4,     // goes to the support channel whatever its text
 };
 
 // One log message: stream text into it, the destructor publishes it. The one way to log.
@@ -66,8 +66,8 @@ public:
 
 private:
     template <class T>
-    static constexpr bool isPointerToText =
-        std::is_same_v<std::decay_t<T>, char*> || std::is_same_v<std::decay_t<T>, const char*>;
+    static constexpr bool isPointerToText = std::is_same_v<std::decay_t<T>, char*> ||
+                                            std::is_same_v<std::decay_t<T>, const char*> || std::is_null_pointer_v<T>;
     template <class T>
     static constexpr bool isCharacter =
         std::is_same_v<T, char> || std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char>;

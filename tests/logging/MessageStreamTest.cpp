@@ -82,7 +82,8 @@ TEST(MessageStream, TakesEveryKindOfText) {
     support::OutputCapture console;
     char array[] = "array";
     MessageStream(1, 2) << "literal " << array << ' ' << std::string("std ") << std::string_view("view ")
-                        << static_cast<const char*>(nullptr) << String("String ") << Printable{1234} << std::endl;
+                        << static_cast<const char*>(nullptr) << nullptr << String("String ") << Printable{1234}
+                        << std::endl;
     EXPECT_EQ(console.take(), "literal array std view String <1234>\n\n");
     MessageStream(1, 2) << "%s%n{}" << std::string("a\0b", 3) << String("c\0d", 3) << SmartCStr("e");
     EXPECT_EQ(console.take(), std::string("%s%n{}a\0bc\0de\n", 14));
