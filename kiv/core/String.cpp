@@ -5,7 +5,6 @@
 
 namespace kiv {
 
-const size_t String::npos;
 const uint32_t String::noCodePoint;
 
 namespace {
@@ -26,13 +25,6 @@ ConstByteSpan String::getConstByteSpan() const {
 
 ConstByteSpan String::getConstByteSpanWithNullTerminator() const {
     return spanOf(m_text.c_str(), m_text.size() + 1);
-}
-
-String String::concatenate(TextArg a, TextArg b) {
-    String result;
-    result.reserve(a.size() + b.size());
-    result.append(a).append(b);
-    return result;
 }
 
 std::ostream& operator<<(std::ostream& out, const String& text) {

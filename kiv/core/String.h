@@ -3,6 +3,7 @@
 #include "kiv/core/ByteSpan.h"
 #include "kiv/core/Containers.h"
 #include "kiv/core/SmartCStr.h"
+#include "kiv/core/StandardText.h"
 #include "kiv/platform/Compiler.h"
 
 #include <cstdint>
@@ -15,31 +16,24 @@ class Buffer;
 // The text of the library: a std::string whose bytes are UTF-8 by convention. Bytes that are not UTF-8 are never
 // refused: every `utf8_` operation reads such a byte as one Windows-1252 character (strict ones and validate()
 // excepted). A plain value; a null `const char*` counts as the empty text everywhere. The standard-string surface
-// throws what std::string throws, everything else throws length_error and bad_alloc at most.
-class KIV_API String {
+// (StandardText.h) throws what std::string throws, everything else throws length_error and bad_alloc at most.
+class KIV_API String : public internal::StandardText<String> {
 public:
-    using value_type = char;
-    using size_type = size_t;
-    using iterator = std::string::iterator;
-    using const_iterator = std::string::const_iterator;
-    using reverse_iterator = std::string::reverse_iterator;
-    using const_reverse_iterator = std::string::const_reverse_iterator;
-    // Not inline: an inline variable is in no library for Windows.
-    static const size_t npos = static_cast<size_t>(-1);
+    // Not inline: inline variables are in no library for Windows.
     static const uint32_t noCodePoint = 0xFFFFFFFF;
 
     String() noexcept = default;
     String(std::nullptr_t) noexcept {}
-    String(const char* text) : m_text(text ? text : "") {}
-    String(const char* text, size_t length) : m_text(text ? std::string_view(text, length) : std::string_view()) {}
-    explicit String(std::string_view text) : m_text(text) {}
+    String(const char* text) : StandardText(text ? text : "") {}
+    String(const char* text, size_t length) : StandardText(std::string(part(text, length))) {}
+    explicit String(std::string_view text) : StandardText(std::string(text)) {}
     explicit String(const ConstByteSpan& bytes);
-    String(const std::string& text) : m_text(text) {}
-    String(std::string&& text) noexcept : m_text(std::move(text)) {}
-    String(const std::string& text, size_t position, size_t count = npos) : m_text(text, position, count) {}
-    String(const String& text, size_t position, size_t count = npos) : m_text(text.m_text, position, count) {}
-    String(size_t count, char c) : m_text(count, c) {}
-    String(const SmartCStr& text) : m_text(text.c_str()) {}
+    String(const std::string& text) : StandardText(std::string(text)) {}
+    String(std::string&& text) noexcept : StandardText(std::move(text)) {}
+    String(const std::string& text, size_t position, size_t count = npos) : StandardText({text, position, count}) {}
+    String(const String& text, size_t position, size_t count = npos) : StandardText({text.m_text, position, count}) {}
+    String(size_t count, char c) : StandardText(std::string(count, c)) {}
+    String(const SmartCStr& text) : StandardText(text.c_str()) {}
     // From UTF-16 and UTF-32, pointers zero-terminated; a lone surrogate or a value above 0x10FFFF becomes U+FFFD.
     String(const std::wstring& text);
     String(const unsigned short* text);
@@ -61,11 +55,7 @@ public:
         return m_text = c, *this;
     }
 
-    // ---- Conversions; the pointers and views are valid until the text is changed.
-    const char* c_str() const noexcept { return m_text.c_str(); }
-    const char* data() const noexcept { return m_text.data(); }
-    char* data() noexcept { return m_text.data(); }
-    std::string_view view() const noexcept { return m_text; }
+    // ---- Conversions; pointers, references and views are valid until the text is changed.
     operator const char*() const noexcept { return m_text.c_str(); }
     operator const std::string&() const noexcept { return m_text; }
     operator std::string_view() const noexcept { return m_text; }
@@ -78,107 +68,6 @@ public:
     // Both throw length_error when the bytes do not fit the 32-bit size of a span.
     ConstByteSpan getConstByteSpan() const;
     ConstByteSpan getConstByteSpanWithNullTerminator() const;
-
-    // ---- Standard-string surface.
-    iterator begin() noexcept { return m_text.begin(); }
-    iterator end() noexcept { return m_text.end(); }
-    const_iterator begin() const noexcept { return m_text.begin(); }
-    const_iterator end() const noexcept { return m_text.end(); }
-    reverse_iterator rbegin() noexcept { return m_text.rbegin(); }
-    reverse_iterator rend() noexcept { return m_text.rend(); }
-    const_reverse_iterator rbegin() const noexcept { return m_text.rbegin(); }
-    const_reverse_iterator rend() const noexcept { return m_text.rend(); }
-    bool empty() const noexcept { return m_text.empty(); }
-    size_t size() const noexcept { return m_text.size(); }
-    size_t length() const noexcept { return m_text.size(); }
-    size_t max_size() const noexcept { return m_text.max_size(); }
-    size_t capacity() const noexcept { return m_text.capacity(); }
-    void reserve(size_t size) { m_text.reserve(size); }
-    void resize(size_t size, char c = 0) { m_text.resize(size, c); }
-    void clear() noexcept { m_text.clear(); }
-    void swap(String& other) noexcept { m_text.swap(other.m_text); }
-    friend void swap(String& a, String& b) noexcept { a.swap(b); }
-    // A template for every integer type: beside the conversion to `const char*` one fixed type would be ambiguous.
-    // Requires: index <= size(); not checked.
-    template <std::integral I>
-    char& operator[](I index) {
-        return m_text[static_cast<size_t>(index)];
-    }
-    template <std::integral I>
-    const char& operator[](I index) const {
-        return m_text[static_cast<size_t>(index)];
-    }
-    char& at(size_t index) { return m_text.at(index); }
-    const char& at(size_t index) const { return m_text.at(index); }
-    char front() const { return m_text.front(); }
-    char back() const { return m_text.back(); }
-    void push_back(char c) { m_text.push_back(c); }
-    void pop_back() { m_text.pop_back(); }
-
-    String& append(TextArg text) { return m_text.append(text), *this; }
-    String& append(char c) { return m_text.push_back(c), *this; }
-    String& append(size_t count, char c) { return m_text.append(count, c), *this; }
-    String& append(const char* text, size_t size) { return m_text.append(String::part(text, size)), *this; }
-    String& append(const String& text, size_t position, size_t count = npos) {
-        return m_text.append(text.m_text, position, count), *this;
-    }
-    String& operator+=(TextArg text) { return append(text); }
-    String& operator+=(char c) { return append(c); }
-    String& assign(TextArg text) { return m_text.assign(text), *this; }
-    String& assign(size_t count, char c) { return m_text.assign(count, c), *this; }
-    String& assign(const char* text, size_t size) { return m_text.assign(String::part(text, size)), *this; }
-    String& assign(const String& text, size_t position, size_t count = npos) {
-        return m_text.assign(text.m_text, position, count), *this;
-    }
-    String& insert(size_t position, TextArg text) { return m_text.insert(position, text), *this; }
-    String& insert(size_t position, char c) { return m_text.insert(position, 1, c), *this; }
-    String& insert(size_t position, size_t count, char c) { return m_text.insert(position, count, c), *this; }
-    String& insert(size_t position, const char* text, size_t size) { return insert(position, part(text, size)); }
-    iterator insert(const_iterator position, char c) { return m_text.insert(position, c); }
-    String& replace(size_t position, size_t count, TextArg text) {
-        return m_text.replace(position, count, text), *this;
-    }
-    String& replace(size_t position, size_t count, const char* text, size_t size) {
-        return replace(position, count, part(text, size));
-    }
-    String& replace(size_t position, size_t count, size_t times, char c) {
-        return m_text.replace(position, count, times, c), *this;
-    }
-    String& replace(const_iterator first, const_iterator last, TextArg text) {
-        return m_text.replace(first, last, std::string_view(text)), *this;
-    }
-    String& erase(size_t position = 0, size_t count = npos) { return m_text.erase(position, count), *this; }
-    iterator erase(const_iterator position) { return m_text.erase(position); }
-    iterator erase(const_iterator first, const_iterator last) { return m_text.erase(first, last); }
-    String substr(size_t position = 0, size_t count = npos) const { return {m_text, position, count}; }
-
-    int compare(TextArg text) const noexcept { return m_text.compare(text); }
-    int compare(size_t position, size_t count, TextArg text) const { return m_text.compare(position, count, text); }
-
-    size_t find(TextArg text, size_t position = 0) const noexcept { return m_text.find(text, position); }
-    size_t find(char c, size_t position = 0) const noexcept { return m_text.find(c, position); }
-    size_t rfind(TextArg text, size_t position = npos) const noexcept { return m_text.rfind(text, position); }
-    size_t rfind(char c, size_t position = npos) const noexcept { return m_text.rfind(c, position); }
-    size_t find_first_of(TextArg set, size_t position = 0) const noexcept {
-        return m_text.find_first_of(set, position);
-    }
-    size_t find_first_of(char c, size_t position = 0) const noexcept { return m_text.find(c, position); }
-    size_t find_first_not_of(TextArg set, size_t position = 0) const noexcept {
-        return m_text.find_first_not_of(set, position);
-    }
-    size_t find_first_not_of(char c, size_t position = 0) const noexcept {
-        return m_text.find_first_not_of(c, position);
-    }
-    size_t find_last_of(TextArg set, size_t position = npos) const noexcept {
-        return m_text.find_last_of(set, position);
-    }
-    size_t find_last_of(char c, size_t position = npos) const noexcept { return m_text.rfind(c, position); }
-    size_t find_last_not_of(TextArg set, size_t position = npos) const noexcept {
-        return m_text.find_last_not_of(set, position);
-    }
-    size_t find_last_not_of(char c, size_t position = npos) const noexcept {
-        return m_text.find_last_not_of(c, position);
-    }
 
     // ---- Predicates.
     bool begins_with(TextArg text) const noexcept { return view().starts_with(text); }
@@ -280,33 +169,6 @@ public:
     bool saveToFile(TextArg path) const;
 
     friend KIV_API std::ostream& operator<<(std::ostream& out, const String& text);
-
-    template <TextLike T>
-    friend String operator+(const String& a, const T& b) {
-        return concatenate(a, b);
-    }
-    template <TextLike T>
-    friend String operator+(String&& a, const T& b) {
-        return std::move(a.append(b));
-    }
-    template <TextLike T>
-    requires(!std::same_as<T, String>) friend String operator+(const T& a, const String& b) {
-        return concatenate(a, b);
-    }
-    friend String operator+(const String& a, char b) { return concatenate(a, std::string_view(&b, 1)); }
-    friend String operator+(String&& a, char b) { return std::move(a.append(b)); }
-    friend String operator+(char a, const String& b) { return concatenate(std::string_view(&a, 1), b); }
-    // Would be pointer arithmetic.
-    template <std::integral I>
-    requires(!std::same_as<I, char>) friend String operator+(const String& a, I b) = delete;
-    template <std::integral I>
-    requires(!std::same_as<I, char>) friend String operator+(I a, const String& b) = delete;
-
-private:
-    static std::string_view part(const char* text, size_t size) { return text ? std::string_view(text, size) : ""; }
-    static String concatenate(TextArg a, TextArg b);
-
-    std::string m_text;
 };
 
 static_assert(sizeof(String) == sizeof(std::string));

@@ -53,15 +53,15 @@ Result decoded(const std::string& text) {
 
 } // namespace
 
-String::String(const std::wstring& text) : m_text(encoded(std::wstring_view(text))) {}
+String::String(const std::wstring& text) : StandardText(encoded(std::wstring_view(text))) {}
 
-String::String(const unsigned short* text) : m_text(encoded(text)) {}
+String::String(const unsigned short* text) : StandardText(encoded(text)) {}
 
-String::String(const unsigned int* text) : m_text(encoded(text)) {}
+String::String(const unsigned int* text) : StandardText(encoded(text)) {}
 
-String::String(std::u16string_view text) : m_text(encoded(text)) {}
+String::String(std::u16string_view text) : StandardText(encoded(text)) {}
 
-String::String(std::u32string_view text) : m_text(encoded(text)) {}
+String::String(std::u32string_view text) : StandardText(encoded(text)) {}
 
 std::u16string String::utf8_to_utf16() const {
     return decoded<std::u16string>(m_text);

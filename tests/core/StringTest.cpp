@@ -207,9 +207,22 @@ TEST(String, SearchesAndEditsLikeTheStandardString) {
         ASSERT_EQ(String(text).insert(at, other), std::string(model).insert(at, other));
         ASSERT_EQ(String(text).erase(at, count), std::string(model).erase(at, count));
         ASSERT_EQ(text.substr(at, count), model.substr(at, count));
+        // A second text with a number: a position in a String, a length of a `const char*`.
+        const size_t from = random() % (other.size() + 1);
+        ASSERT_EQ(String(text).append(String(other), from), std::string(model).append(other, from));
+        ASSERT_EQ(String(text).assign(String(other), from), std::string(model).assign(other, from));
+        ASSERT_EQ(String(text).insert(at, String(other), from), std::string(model).insert(at, other, from));
+        ASSERT_EQ(String(text).replace(at, count, String(other), from),
+                  std::string(model).replace(at, count, other, from));
+        ASSERT_EQ(String(text).append(other.c_str(), from), std::string(model).append(other.c_str(), from));
+        ASSERT_EQ(String(text).assign(other.c_str(), from), std::string(model).assign(other.c_str(), from));
+        ASSERT_EQ(String(text).insert(at, other.c_str(), from), std::string(model).insert(at, other.c_str(), from));
+        ASSERT_EQ(String(text).replace(at, count, other.c_str(), from),
+                  std::string(model).replace(at, count, other.c_str(), from));
         ASSERT_EQ(std::hash<String>()(text) == std::hash<String>()(other), text == other);
     }
     EXPECT_THROW(String("a").substr(2), std::out_of_range);
+    EXPECT_THROW(String("a").append(String("b"), 2), std::out_of_range);
 }
 
 TEST(String, PredicatesLookAtBothEnds) {
