@@ -30,30 +30,36 @@ template <class A, class B>
 concept ComparableTexts = TextLike<A> && TextLike<B> &&
     (std::same_as<A, String> || std::same_as<A, SmartCStr> || std::same_as<B, String> || std::same_as<B, SmartCStr>);
 
+// In the result type, where every compiler looks first: the standard library asks by name whether there are operators
+// for pointers to our classes, and clang 14 takes the mere declaration of one for pointers as an error.
+template <class Result, class A, class B>
+requires ComparableTexts<A, B>
+using TextComparison = Result;
+
 // All six are written out: where `<=>` stands alone, std::less<> and the ranges take texts, which convert to `const
 // char*`, for pointers and order them by address.
-template <class A, ComparableTexts<A> B>
-bool operator==(const A& a, const B& b) {
+template <class A, class B>
+TextComparison<bool, A, B> operator==(const A& a, const B& b) {
     return std::string_view(TextArg(a)) == TextArg(b);
 }
-template <class A, ComparableTexts<A> B>
-std::strong_ordering operator<=>(const A& a, const B& b) {
+template <class A, class B>
+TextComparison<std::strong_ordering, A, B> operator<=>(const A& a, const B& b) {
     return TextArg(a).compare(TextArg(b)) <=> 0;
 }
-template <class A, ComparableTexts<A> B>
-bool operator<(const A& a, const B& b) {
+template <class A, class B>
+TextComparison<bool, A, B> operator<(const A& a, const B& b) {
     return TextArg(a).compare(TextArg(b)) < 0;
 }
-template <class A, ComparableTexts<A> B>
-bool operator>(const A& a, const B& b) {
+template <class A, class B>
+TextComparison<bool, A, B> operator>(const A& a, const B& b) {
     return TextArg(a).compare(TextArg(b)) > 0;
 }
-template <class A, ComparableTexts<A> B>
-bool operator<=(const A& a, const B& b) {
+template <class A, class B>
+TextComparison<bool, A, B> operator<=(const A& a, const B& b) {
     return TextArg(a).compare(TextArg(b)) <= 0;
 }
-template <class A, ComparableTexts<A> B>
-bool operator>=(const A& a, const B& b) {
+template <class A, class B>
+TextComparison<bool, A, B> operator>=(const A& a, const B& b) {
     return TextArg(a).compare(TextArg(b)) >= 0;
 }
 
