@@ -1,0 +1,7 @@
+#include "kiv/data/ByteConsumer.h"
+
+namespace kiv {
+
+ByteConsumer::~ByteConsumer() = default;
+
+} // namespace kiv

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "kiv/core/SmartCStr.h"
+#include "kiv/core/String.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace kiv {
+
+class PacketScheme;
+
+// What the bytes of an element are. Plain elements are numbers, GUIDs and whatever else has a fixed size.
+enum class PacketElementKind : uint8_t { Plain = 0, Text = 3, Buffer = 4, Item = 5 };
+
+// How a plain element is read as a number; None for other sizes and types.
+enum class PacketNumber : uint8_t { None, Int8, Int16, Int32, Int64, UInt8, UInt16, UInt32, UInt64, Float, Double };
+
+// One element of a scheme, as declared. Owned by its scheme and constant once the scheme is built.
+struct PacketElement {
+    const PacketScheme* scheme = nullptr;
+    uint32_t offset = 0;       // of the field in the static part; of its count there for a dynamic array
+    uint32_t elementSize = 0;  // bytes of one value
+    uint32_t count = 0;        // values of a fixed field; 0 for a dynamic array
+    uint32_t maximumCount = 0; // values at most; `count` for a fixed field
+    int32_t dynamicIndex = -1; // among the scheme's dynamic arrays
+    uint32_t mask = 0;         // alignment - 1 of the values
+    PacketElementKind kind = PacketElementKind::Plain;
+    PacketNumber number = PacketNumber::None;
+    bool isTableKey = false;
+    uint8_t version = 0; // that declared it
+    String name;
+    String defaultBytes; // of a dynamic array; those of fixed fields are in the scheme's defaults
+
+    bool isDynamic() const { return dynamicIndex >= 0; }
+    uint64_t getMaximumSize() const { return uint64_t{maximumCount} * elementSize; }
+};
+
+// A name resolved once: PacketScheme::Field. Access through it costs no search. A small value, valid as long as the
+// scheme; used with a packet of another scheme it stands for the element of the same name there.
+class PacketField {
+public:
+    PacketField() = default;
+    explicit PacketField(const PacketElement* element) : m_element(element) {}
+
+    explicit operator bool() const { return m_element != nullptr; }
+    // Null for a field that does not exist.
+    const PacketElement* getElement() const { return m_element; }
+
+private:
+    const PacketElement* m_element = nullptr;
+};
+
+// What field parameters accept: a resolved field, or a name, which is looked up in the scheme's index.
+class PacketFieldArg {
+public:
+    PacketFieldArg(PacketField field) : m_element(field.getElement()) {}
+    PacketFieldArg(const char* name) : m_name(name ? name : "") {}
+    PacketFieldArg(const String& name) : m_name(name.view()) {}
+    PacketFieldArg(const SmartCStr& name) : m_name(name.view()) {}
+
+    const PacketElement* getElement() const { return m_element; }
+    std::string_view getName() const { return m_element ? m_element->name.view() : m_name; }
+
+private:
+    const PacketElement* m_element = nullptr;
+    std::string_view m_name;
+};
+
+} // namespace kiv

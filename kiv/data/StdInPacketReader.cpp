@@ -1,0 +1,43 @@
+#include "kiv/data/StdInPacketReader.h"
+
+#include "kiv/logging/MessageStream.h"
+#include "kiv/platform/StandardInput.h"
+
+namespace kiv {
+
+StdInPacketReader::StdInPacketReader() : m_piece(65536) {}
+
+bool StdInPacketReader::valid() {
+    return !m_hasEnded;
+}
+
+SmartPointer<Packet> StdInPacketReader::read() {
+    for (std::string_view line; nextLine(line);) {
+        if (SmartPointer<Packet> packet = takeLine(line)) return packet;
+    }
+    return nullptr;
+}
+
+bool StdInPacketReader::nextLine(std::string_view& line) {
+    while (!m_hasEnded) {
+        const bool hasLine = m_lines.next(line);
+        if (m_lines.takeDropped() != 0) logging::MessageStream(3, 2) << "[STDINPACKET]line too long, dropped";
+        if (hasLine) return true;
+        const size_t size = internal::readStandardInput(m_piece.data(), m_piece.size());
+        m_hasEnded = size == 0;
+        m_lines.append({m_piece.data(), size});
+    }
+    return m_lines.finish(line);
+}
+
+SmartPointer<Packet> StdInPacketReader::takeLine(std::string_view line) {
+    if (line.empty()) return nullptr;
+    // Only what claims to be a packet is tried, for a refusal is logged.
+    if (line.starts_with("PKTB16[")) {
+        if (SmartPointer<Packet> packet = Packet::createFromBase16String(line)) return packet;
+    }
+    logging::MessageStream(1, 2) << "[STDINPACKET]" << String(line).utf8_escape_controlcode();
+    return nullptr;
+}
+
+} // namespace kiv

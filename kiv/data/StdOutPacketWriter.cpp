@@ -1,0 +1,18 @@
+#include "kiv/data/StdOutPacketWriter.h"
+
+#include "kiv/logging/MessageStream.h"
+#include "kiv/platform/Console.h"
+
+namespace kiv {
+
+void StdOutPacketWriter::write(Packet* packet) {
+    if (!packet || !isStreamable(*packet)) return;
+    if (m_port) packet->setPort(*m_port);
+    // A line feed first: other output may have left a line unfinished.
+    m_line = "\n";
+    packet->appendBase16To(m_line);
+    m_line += '\n';
+    if (!internal::writeStandardOutput(m_line)) logging::MessageStream(3, 2) << "failed writing packet";
+}
+
+} // namespace kiv

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "kiv/data/PacketWriter.h"
+
+#include <optional>
+#include <string>
+
+namespace kiv {
+
+// Writes packets to standard output, each as its base16 text on a line of its own among other output, and at once.
+// Writers on several threads do not mix their lines.
+class KIV_API StdOutPacketWriter : public PacketWriter {
+    KIV_OBJECT(StdOutPacketWriter, PacketWriter)
+public:
+    // From now on every packet gets this port when it is written; the caller's packet is changed.
+    void setPort(short port) { m_port = port; }
+    void disablePort() { m_port.reset(); }
+    // Packets of more than 16777215 payload bytes are logged and not written.
+    void write(Packet* packet) override;
+
+private:
+    std::optional<short> m_port;
+    std::string m_line;
+};
+
+} // namespace kiv

@@ -1,0 +1,38 @@
+#include "kiv/platform/StandardInput.h"
+
+#include <algorithm>
+#include <utility>
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
+namespace kiv::internal {
+namespace {
+
+InputSource* g_source;
+
+} // namespace
+
+InputSource::~InputSource() = default;
+
+size_t readStandardInput(char* to, size_t size) {
+    if (g_source) return g_source->read(to, size);
+    DWORD count = 0;
+    // A write of nothing into a pipe wakes its reader with nothing: that is not the end.
+    do {
+        const auto step = static_cast<DWORD>(std::min<size_t>(size, 0x40000000));
+        if (!::ReadFile(::GetStdHandle(STD_INPUT_HANDLE), to, step, &count, nullptr)) return 0;
+    } while (count == 0 && ::GetFileType(::GetStdHandle(STD_INPUT_HANDLE)) == FILE_TYPE_PIPE);
+    return count;
+}
+
+InputSource* setStandardInputSource(InputSource* source) {
+    return std::exchange(g_source, source);
+}
+
+} // namespace kiv::internal

@@ -1,0 +1,269 @@
+// Hunts: records lost before damage, believed sizes, lines cut or joined at the borders of what a read returns, line
+// ends of the other system, other output taken for packets, and packets lost in text mode.
+
+#include "kiv/data/DequePacketWriter.h"
+#include "kiv/data/FilePacketReader.h"
+#include "kiv/data/FilePacketWriter.h"
+#include "kiv/data/StdInPacketReader.h"
+#include "kiv/data/StdOutPacketWriter.h"
+#include "kiv/platform/FileStream.h"
+#include "kiv/platform/StandardInput.h"
+#include "tests/data/Packets.h"
+
+#include <cstdio>
+#include <filesystem>
+
+namespace kiv {
+namespace {
+
+class PacketFile : public testing::Test {
+protected:
+    PacketFile() {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        // Outside of ASCII: paths are UTF-8 on every system.
+        m_path = std::filesystem::temp_directory_path() /
+                 (u8"kiv-\u00e4\u4e16-" + std::u8string(info->name(), info->name() + std::strlen(info->name())));
+        const std::u8string utf8 = m_path.u8string();
+        path = std::string(utf8.begin(), utf8.end());
+    }
+    ~PacketFile() override {
+        std::error_code ignored;
+        std::filesystem::remove(m_path, ignored);
+    }
+
+    void store(const std::string& bytes) const {
+        std::FILE* file = platform::openFile(path.c_str(), "wb");
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
+        EXPECT_EQ(std::fclose(file), 0);
+    }
+    std::string load() const {
+        std::string bytes(1 << 20, 0);
+        std::FILE* file = platform::openFile(path.c_str(), "rb");
+        if (!file) return "can't be opened";
+        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
+        std::fclose(file);
+        return bytes;
+    }
+
+    std::string path;
+
+private:
+    std::filesystem::path m_path;
+};
+
+// Three records of 13, 15 and 12 bytes.
+std::string threeRecords() {
+    using namespace std::string_literals;
+    return "\x01\0\0\0\x05\0\xFF\xFF\x02\0\0\0A"s + "\x03\0\0\0\0\0\0\0\x03\0\0\x01\n\r\x1A"s +
+           "\0\0\0\0\0\0\0\0\x04\0\x02\0"s;
+}
+
+TEST_F(PacketFile, RecordsAreReadBackAndWrittenAgainByteForByte) {
+    LogLines log;
+    store(threeRecords());
+    auto reader = makeObject<FilePacketReader>(path.c_str());
+    DequePacketWriter queue;
+    for (const uint64_t offset : {0u, 13u, 28u}) {
+        EXPECT_FALSE(reader->atEnd());
+        const auto packet = reader->readTimeout(0, 0);
+        ASSERT_TRUE(packet);
+        EXPECT_EQ(reader->getRecordOffset(), offset);
+        queue.write(packet.get());
+    }
+    EXPECT_TRUE(reader->atEnd());
+    EXPECT_EQ(reader->getOffset(), 40u);
+    EXPECT_EQ(log.takeOne(), "");
+    EXPECT_FALSE(reader->read());
+    EXPECT_EQ(log.takeOne(), "failed reading packet payloadSize");
+    reader->close();
+    EXPECT_FALSE(reader->read());
+    EXPECT_TRUE(reader->valid());
+
+    const auto writer = makeObject<FilePacketWriter>(path.c_str());
+    while (const auto packet = queue.fetch()) {
+        packet->setFlushAfterThis(packet->getID() == 3);
+        writer->write(packet.get());
+        if (packet->getID() == 3) EXPECT_EQ(load(), threeRecords().substr(0, 28));
+    }
+    EXPECT_TRUE(writer->close());
+    writer->write(makeObject<Packet>(1u).get()); // silent
+    EXPECT_EQ(load(), threeRecords());
+    EXPECT_EQ(log.takeOne(), "");
+}
+
+TEST_F(PacketFile, EveryShortReadHasItsMessageAndOffset) {
+    LogLines log;
+    const auto row = [&](const std::string& bytes, const char* message, uint64_t offset) {
+        store(bytes);
+        FilePacketReader reader(path.c_str());
+        EXPECT_FALSE(reader.read());
+        EXPECT_EQ(log.takeOne(), message);
+        EXPECT_EQ(reader.getOffset(), offset);
+    };
+    using namespace std::string_literals;
+    row("", "failed reading packet payloadSize", 0);
+    row("\x01\0\0"s, "failed reading packet payloadSize", 3);
+    row("\x01\0\0\0"s, "failed reading packet header", 4);
+    row(threeRecords().substr(0, 11), "failed reading packet header", 11);
+    row(threeRecords().substr(0, 12), "failed reading payload", 12);
+    row("\xFF\xFF\xFF\0\0\0\0\0\0\0\0\0AB"s, "failed reading payload", 14);
+    row("\0\0\0\x01"s, "failed reading packet unrealistic payloadSize=16777216", 0);
+    row("\xFF\xFF\xFF\xFF\0\0\0\0\0\0\0\0"s, "failed reading packet unrealistic payloadSize=4294967295", 0);
+}
+
+// Every single byte of a file is replaced by every value: the records before it are read, the file is read to its end
+// or refused with one of the four texts.
+TEST_F(PacketFile, NothingIsLostBeforeADamagedByte) {
+    const std::string whole = threeRecords();
+    for (size_t at = 0; at < whole.size(); ++at) {
+        for (const int value : {0, 1, 2, 13, 28, 127, 255}) {
+            LogLines log;
+            std::string bytes = whole;
+            bytes[at] = static_cast<char>(value);
+            store(bytes);
+            FilePacketReader reader(path.c_str());
+            size_t intact = 0;
+            while (!reader.atEnd() && reader.read()) intact += reader.getOffset() <= at;
+            EXPECT_EQ(intact, at < 13 ? 0u : at < 28 ? 1u : 2u);
+            const auto lines = log.take();
+            EXPECT_EQ(lines.size(), reader.atEnd() && reader.getOffset() == whole.size() && lines.empty() ? 0u : 1u);
+            for (const std::string& line : lines) {
+                EXPECT_TRUE(line == "failed reading packet payloadSize" || line == "failed reading packet header" ||
+                            line == "failed reading payload" ||
+                            line.starts_with("failed reading packet unrealistic payloadSize="))
+                    << line;
+            }
+        }
+    }
+}
+
+TEST_F(PacketFile, NoFileIsNoPacketAndADirectoryIsNoFile) {
+    LogLines log;
+    FilePacketReader missing(path.c_str());
+    EXPECT_FALSE(missing.isOpen());
+    EXPECT_FALSE(missing.read());
+    EXPECT_TRUE(missing.atEnd());
+    FilePacketReader directory(std::filesystem::temp_directory_path().string().c_str());
+    EXPECT_FALSE(directory.isOpen());
+    FilePacketReader null(nullptr);
+    EXPECT_FALSE(null.read());
+    EXPECT_EQ(log.takeOne(), "");
+}
+
+TEST_F(PacketFile, WhatNoReaderTakesIsNotWritten) {
+    LogLines log;
+    FilePacketWriter writer(path.c_str());
+    Packet packet(16777216u, nullptr, nullptr);
+    writer.write(&packet);
+    writer.write(nullptr);
+    EXPECT_EQ(log.takeOne(), "failed writing packet unrealistic payloadSize=16777216");
+    writer.close();
+    EXPECT_EQ(load(), "");
+    StdOutPacketWriter lines;
+    lines.write(&packet);
+    EXPECT_EQ(log.takeOne(), "failed writing packet unrealistic payloadSize=16777216");
+}
+
+TEST(DequePacketWriter, IsAQueueWithTwoEndsThatHoldsReferences) {
+    DequePacketWriter queue;
+    EXPECT_FALSE(queue.fetch());
+    for (const short id : {short{1}, short{2}}) {
+        Packet* packet = new Packet(0u);
+        packet->setID(id);
+        queue.write(packet);
+    }
+    Packet* first = new Packet(0u);
+    queue.push_front(first);
+    EXPECT_EQ(first->getReferenceCount(), 1);
+    queue.write(nullptr);
+    for (const int id : {0, 1, 2}) EXPECT_EQ(queue.fetch()->getID(), id);
+    EXPECT_FALSE(queue.fetch());
+}
+
+TEST(StdOutPacketWriter, WritesALineOfItsOwnInOnePieceAndItsPort) {
+    support::OutputCapture output;
+    StdOutPacketWriter writer;
+    Packet packet(1u, reinterpret_cast<const uint8_t*>("A"), nullptr);
+    packet.setPort(3);
+    writer.write(&packet);
+    writer.setPort(-2);
+    writer.write(&packet);
+    EXPECT_EQ(packet.getPort(), -2);
+    packet.setPort(4);
+    writer.disablePort();
+    writer.write(&packet);
+    EXPECT_EQ(output.writes,
+              (std::vector<std::string>{"\nPKTB16[030000000000000041]\n", "\nPKTB16[FEFF00000000000041]\n",
+                                        "\nPKTB16[040000000000000041]\n"}));
+}
+
+// Standard input that comes in pieces of a fixed size.
+class Input : public internal::InputSource {
+public:
+    Input(std::string text, size_t piece)
+        : m_text(std::move(text)), m_piece(piece), m_previous(internal::setStandardInputSource(this)) {}
+    ~Input() override { internal::setStandardInputSource(m_previous); }
+
+    size_t read(char* to, size_t size) override {
+        const size_t count = m_text.copy(to, std::min(size, m_piece), m_at);
+        m_at += count;
+        return count;
+    }
+
+private:
+    const std::string m_text;
+    const size_t m_piece;
+    size_t m_at = 0;
+    internal::InputSource* m_previous;
+};
+
+TEST(StdInPacketReader, PacketsAreFoundAmongOtherLinesHoweverTheyArrive) {
+    const std::string text = "[  0.001] hello\r\n\nPKTB16[010000000000000041]\r\n\r\n\n"
+                             "tab\there\nPKTB16[0100000000000000]\n PKTB16[0200000000000000]\nPKTB16[xyz]\n"
+                             "PKTB16[030000000000000042434445]\nrest";
+    for (const size_t piece : {1u, 2u, 3u, 7u, 19u, 1000u}) {
+        LogLines log;
+        Input input(text, piece);
+        StdInPacketReader reader;
+        std::string payloads;
+        while (const auto packet = reader.read()) payloads += hexOf(*packet) + ";";
+        EXPECT_EQ(payloads, "41;;42434445;");
+        EXPECT_FALSE(reader.valid());
+        EXPECT_FALSE(reader.read());
+        EXPECT_EQ(log.take(),
+                  (std::vector<std::string>{"[STDINPACKET][  0.001] hello", "[STDINPACKET]tab\\there",
+                                            "[STDINPACKET] PKTB16[0200000000000000]", "corrupt base16 packet encoding",
+                                            "[STDINPACKET]PKTB16[xyz]", "[STDINPACKET]rest"}));
+    }
+}
+
+TEST(StdInPacketReader, AnUnfinishedPacketAtTheEndIsSaidToBeCorrupt) {
+    LogLines log;
+    Input input("PKTB16[0100000000000000]\nPKTB16[01000000000", 64);
+    StdInPacketReader reader;
+    EXPECT_TRUE(reader.read());
+    EXPECT_TRUE(reader.valid());
+    EXPECT_FALSE(reader.read());
+    EXPECT_EQ(log.take(),
+              (std::vector<std::string>{"corrupt base16 packet encoding", "[STDINPACKET]PKTB16[01000000000"}));
+}
+
+TEST(StdInPacketReader, TheLargestPacketPassesAndALongerLineIsDroppedOnce) {
+    LogLines log;
+    const std::string digits(2 * 0xFFFFFF, '0');
+    Input input("PKTB16[0100000000000000" + digits + "0]\nPKTB16[0100000000000000" + digits + "]\r\nPKTB16[" + digits +
+                    digits + "]\nPKTB16[0200000000000000]",
+                60000);
+    StdInPacketReader reader;
+    const auto largest = reader.read();
+    ASSERT_TRUE(largest);
+    EXPECT_EQ(largest->getPayloadSize(), 0xFFFFFFu);
+    const auto last = reader.read();
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->getPort(), 2);
+    EXPECT_EQ(log.take(), (std::vector<std::string>(2, "[STDINPACKET]line too long, dropped")));
+}
+
+} // namespace
+} // namespace kiv
