@@ -12,10 +12,22 @@ enum class StandardStream { Input, Output, Error };
 // Windows a console is switched to UTF-8 first, and a stream in text mode (the default) puts a CR before every LF.
 KIV_API bool writeStandardOutput(std::string_view text);
 
+// The same for standard error, which has no sink.
+KIV_API bool writeStandardError(std::string_view text);
+
+// Stops the C library from translating line ends of the stream, where it does that. Before its first use.
+KIV_API void useBinaryMode(StandardStream stream);
+
 KIV_API bool isTerminal(StandardStream stream);
 
 // Columns of the terminal behind `stream`; 0 when it is none.
 KIV_API unsigned getTerminalWidth(StandardStream stream);
+
+enum class TerminalColors { None, Palette256, Rgb };
+
+// Which colours can be asked for by escape sequences, which a Windows console is told to obey then. None when the
+// stream is no terminal, or the user wants no colours (NO_COLOR).
+KIV_API TerminalColors getTerminalColors(StandardStream stream);
 
 // Receives what would go to standard output; calls come one at a time, on the writing thread.
 class KIV_API OutputSink {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -59,6 +60,12 @@ bool writeStandardOutput(std::string_view text) {
     return writeAll(fileno_unlocked(stdout), text);
 }
 
+bool writeStandardError(std::string_view text) {
+    return std::fwrite(text.data(), 1, text.size(), stderr) == text.size() && std::fflush(stderr) == 0;
+}
+
+void useBinaryMode(StandardStream) {}
+
 OutputSink* setStandardOutputSink(OutputSink* sink) {
     const OutputLock lock;
     return std::exchange(g_sink, sink);
@@ -71,6 +78,17 @@ bool isTerminal(StandardStream stream) {
 unsigned getTerminalWidth(StandardStream stream) {
     winsize size{};
     return ioctl(descriptorOf(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+TerminalColors getTerminalColors(StandardStream stream) {
+    const auto variable = [](const char* name) {
+        const char* value = std::getenv(name);
+        return std::string_view(value ? value : "");
+    };
+    if (!isTerminal(stream) || !variable("NO_COLOR").empty()) return TerminalColors::None;
+    const std::string_view kind = variable("TERM"), colors = variable("COLORTERM");
+    if (kind.empty() || kind == "dumb") return TerminalColors::None;
+    return colors == "truecolor" || colors == "24bit" ? TerminalColors::Rgb : TerminalColors::Palette256;
 }
 
 } // namespace kiv::internal

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
+#include <io.h>
 #include <utility>
 
 #include <windows.h>
@@ -34,11 +36,19 @@ UINT g_codePageBefore;
 
 // The console outlives this program and may belong to others: it gets its code page back at the end.
 bool switchConsoleToUtf8() {
-    if (!isTerminal(StandardStream::Output)) return false;
+    if (!isTerminal(StandardStream::Output) && !isTerminal(StandardStream::Error)) return false;
     g_codePageBefore = GetConsoleOutputCP();
     if (g_codePageBefore == CP_UTF8 || !SetConsoleOutputCP(CP_UTF8)) return false;
     std::atexit([] { SetConsoleOutputCP(g_codePageBefore); });
     return true;
+}
+
+void useUtf8() {
+    [[maybe_unused]] static const bool isSwitched = switchConsoleToUtf8();
+}
+
+int descriptorOf(StandardStream stream) {
+    return _fileno(stream == StandardStream::Input ? stdin : stream == StandardStream::Output ? stdout : stderr);
 }
 
 } // namespace
@@ -48,9 +58,18 @@ OutputSink::~OutputSink() = default;
 bool writeStandardOutput(std::string_view text) {
     const OutputLock lock;
     if (g_sink) return g_sink->write(text);
-    [[maybe_unused]] static const bool isSwitched = switchConsoleToUtf8();
+    useUtf8();
     if (std::fflush(stdout) != 0) return false;
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+}
+
+bool writeStandardError(std::string_view text) {
+    useUtf8();
+    return std::fwrite(text.data(), 1, text.size(), stderr) == text.size() && std::fflush(stderr) == 0;
+}
+
+void useBinaryMode(StandardStream stream) {
+    _setmode(descriptorOf(stream), _O_BINARY);
 }
 
 OutputSink* setStandardOutputSink(OutputSink* sink) {
@@ -67,6 +86,14 @@ unsigned getTerminalWidth(StandardStream stream) {
     CONSOLE_SCREEN_BUFFER_INFO info{};
     if (!GetConsoleScreenBufferInfo(handleOf(stream), &info)) return 0;
     return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
+}
+
+TerminalColors getTerminalColors(StandardStream stream) {
+    const char* unwanted = std::getenv("NO_COLOR");
+    DWORD mode = 0;
+    if ((unwanted && *unwanted) || !GetConsoleMode(handleOf(stream), &mode)) return TerminalColors::None;
+    const bool obeys = SetConsoleMode(handleOf(stream), mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+    return obeys ? TerminalColors::Rgb : TerminalColors::None;
 }
 
 } // namespace kiv::internal

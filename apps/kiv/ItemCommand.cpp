@@ -1,0 +1,174 @@
+#include "ItemCommand.h"
+
+#include "Text.h"
+
+#include "kiv/data/Item.h"
+#include "kiv/platform/Console.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace kiv::app {
+
+namespace {
+
+constexpr size_t largestFile = size_t{1} << 30;
+constexpr std::string_view blanks = " \t\r\n";
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+bool readStandardInput(std::string& out) {
+    internal::useBinaryMode(internal::StandardStream::Input);
+    char piece[1 << 16];
+    for (size_t size; (size = std::fread(piece, 1, sizeof(piece), stdin)) > 0;) {
+        out.append(piece, size);
+        if (out.size() > largestFile) return false;
+    }
+    return std::ferror(stdin) == 0;
+}
+
+bool readFile(const std::string& path, std::string& out) {
+    std::ifstream file(std::filesystem::path(std::u8string(path.begin(), path.end())), std::ios::binary);
+    if (!file.is_open()) return false;
+    char piece[1 << 16];
+    do {
+        file.read(piece, sizeof(piece));
+        out.append(piece, static_cast<size_t>(file.gcount()));
+    } while (file && out.size() <= largestFile);
+    return file.eof() && out.size() <= largestFile;
+}
+
+class Conversion {
+public:
+    explicit Conversion(const ItemCommand& command) : m_command(command) {}
+
+    void convertText(const std::string& name, std::string_view text) { convert(name, text, 0, text.size()); }
+    void convertFile(const std::string& path);
+    int finish();
+
+private:
+    // `source` from `begin` to `end` is one input; messages tell the place in the whole of it.
+    void convert(const std::string& name, std::string_view source, size_t begin, size_t end);
+    void convertTrimmed(const std::string& name, std::string_view source, size_t begin, size_t end);
+    bool read(const String& text, Item& item, Item::TextError& error) const;
+    String write(const Item& item) const;
+    bool losesRest(const Item& item, size_t& whole) const;
+    void refuse(const std::string& text);
+
+    const ItemCommand& m_command;
+    Output m_output;
+    size_t m_converted = 0;
+    size_t m_refused = 0;
+};
+
+bool Conversion::read(const String& text, Item& item, Item::TextError& error) const {
+    switch (m_command.from) {
+    case ItemForm::Base16:
+        return item.setBase16(text, &error);
+    case ItemForm::Base64:
+        return item.setBase64(text, &error);
+    case ItemForm::Base64crc:
+        return item.setBase64crc(text, &error);
+    default:
+        return item.setJSON(text, &error);
+    }
+}
+
+String Conversion::write(const Item& item) const {
+    switch (m_command.to) {
+    case ItemForm::Base16:
+        return item.getBase16();
+    case ItemForm::Base64:
+        return item.getBase64();
+    case ItemForm::Base64crc:
+        return item.getBase64crc();
+    case ItemForm::Debug:
+        return withoutControls(item.asString());
+    case ItemForm::Path:
+        return withoutControls(item.asBrowsableString());
+    case ItemForm::Pretty:
+        return withoutControlsInJSON(item.getJSON(true), true);
+    default:
+        return withoutControlsInJSON(item.getJSON(false), false);
+    }
+}
+
+// JSON has no words for bytes that are no element; the other forms show them or keep them.
+bool Conversion::losesRest(const Item& item, size_t& whole) const {
+    Item::Iterator it = item.getIterator();
+    it.skipToEnd();
+    whole = static_cast<size_t>(it.getOffset());
+    return (m_command.to == ItemForm::JSON || m_command.to == ItemForm::Pretty) && whole != item.getPlainSize();
+}
+
+void Conversion::refuse(const std::string& text) {
+    m_output.flush();
+    internal::writeStandardError("kiv item: " + text);
+    ++m_refused;
+}
+
+void Conversion::convert(const std::string& name, std::string_view source, size_t begin, size_t end) {
+    Item item;
+    Item::TextError error;
+    if (!read(String(source.substr(begin, end - begin)), item, error)) {
+        const size_t offset = begin + error.offset;
+        const Place place = placeOf(source, offset);
+        refuse(fmt::format("{}, offset {}, line {}, column {}: {}\n{}", name, offset, place.line, place.column,
+                           error.reason, excerptOf(source, offset)));
+        return;
+    }
+    if (size_t whole; losesRest(item, whole)) {
+        refuse(fmt::format("{}: of {} encoded bytes those from offset {} on are no element, and JSON would lose them; "
+                           "\"--to debug\" shows what there is\n",
+                           name, item.getPlainSize(), whole));
+        return;
+    }
+    m_output.write(write(item));
+    m_output.write("\n");
+    ++m_converted;
+}
+
+void Conversion::convertTrimmed(const std::string& name, std::string_view source, size_t begin, size_t end) {
+    while (begin < end && blanks.find(source[begin]) != blanks.npos) ++begin;
+    while (begin < end && blanks.find(source[end - 1]) != blanks.npos) --end;
+    if (begin < end || !m_command.linewise) convert(name, source, begin, end);
+}
+
+void Conversion::convertFile(const std::string& path) {
+    const bool isStandardInput = path == "-";
+    const std::string name = isStandardInput ? "standard input" : withoutControls(path);
+    std::string source;
+    if (!(isStandardInput ? readStandardInput(source) : readFile(path, source))) {
+        refuse(name + (source.size() > largestFile ? ": longer than 1 GiB\n" : ": can't be read\n"));
+        return;
+    }
+    size_t begin = source.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
+    if (!m_command.linewise) return convertTrimmed(name, source, begin, source.size());
+    while (begin < source.size()) {
+        const size_t end = std::min(source.find('\n', begin), source.size());
+        convertTrimmed(name, source, begin, end);
+        begin = end + 1;
+    }
+}
+
+int Conversion::finish() {
+    m_output.flush();
+    if (!m_output.isGood()) refuse("standard output can't be written\n");
+    if (m_converted + m_refused > 1)
+        internal::writeStandardError(fmt::format("kiv item: {} converted, {} refused\n", m_converted, m_refused));
+    return m_refused == 0 ? 0 : 1;
+}
+
+} // namespace
+
+int ItemCommand::run() const {
+    Conversion conversion(*this);
+    for (size_t i = 0; i < texts.size(); ++i) conversion.convertText(fmt::format("argument {}", i + 1), texts[i]);
+    for (const std::string& path : files) conversion.convertFile(path);
+    if (texts.empty() && files.empty()) conversion.convertFile("-");
+    return conversion.finish();
+}
+
+} // namespace kiv::app

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kiv::app {
+
+enum class ItemForm { JSON, Pretty, Base16, Base64, Base64crc, Debug, Path };
+
+// kiv item: turns the text forms of items into each other.
+struct ItemCommand {
+    std::vector<std::string> texts;
+    std::vector<std::string> files; // "-" is standard input, and so is having neither texts nor files
+    bool linewise = false;          // every line of a file is an input of its own
+    ItemForm from = ItemForm::JSON; // Debug and Path can't be read
+    ItemForm to = ItemForm::JSON;
+
+    // The exit status: 1 when any input was refused.
+    int run() const;
+};
+
+} // namespace kiv::app
