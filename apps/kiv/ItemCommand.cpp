@@ -115,8 +115,8 @@ void Conversion::convert(const std::string& name, std::string_view source, size_
     if (!read(String(source.substr(begin, end - begin)), item, error)) {
         const size_t offset = begin + error.offset;
         const Place place = placeOf(source, offset);
-        refuse(fmt::format("{}, offset {}, line {}, column {}: {}\n{}", name, offset, place.line, place.column,
-                           error.reason, excerptOf(source, offset)));
+        refuse(fmt::format("{}, offset {}, line {}, column {}: {}{}\n{}", name, offset, place.line, place.column,
+                           error.reason, offset < end ? "" : "; the text ends here", excerptOf(source, offset)));
         return;
     }
     if (size_t whole; losesRest(item, whole)) {

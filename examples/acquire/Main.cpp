@@ -45,14 +45,17 @@ void describe(CLI::App& app, Options& options) {
     number("--scheme-version", options.schemeVersion, "1: as the first devices did, without checksums", 1u, 2u);
 }
 
-kiv::Item aboutStudy(const char* kind, int series) {
+kiv::Item aboutStudy(const char* kind) {
+    kiv::Item pairs;
+    pairs.add("device");
+    pairs.add("acquire");
+    pairs.add("kind");
+    pairs.add(kind);
+    pairs.add("series");
+    pairs.add(1);
     kiv::Item about;
-    about.add("kind");
-    about.add(kind);
-    about.add("series");
-    about.add(series);
-    about.add("device");
-    about.add("acquire");
+    about.addPrefix("table");
+    about.addItem(pairs);
     return about;
 }
 
@@ -101,7 +104,7 @@ int acquire(const Options& options) {
                                                        : TileScheme::Generation::Newest);
     const auto writer = kiv::makeObject<kiv::StdOutPacketWriter>();
     const bool isPhantom = options.image.empty();
-    Sender sender(scheme, geometry, aboutStudy(isPhantom ? "phantom" : "picture", 1), *writer);
+    Sender sender(scheme, geometry, aboutStudy(isPhantom ? "phantom" : "picture"), *writer);
     const bool isSent = (isPhantom ? sendPhantom(options, geometry, sender) : sender.sendSlice(image.samples.data())) &&
                         sender.sendEnd();
     MessageStream(isSent ? 1 : 3, 2) << "[DEVICE] " << sender.getSentTiles() << " tiles sent"

@@ -31,13 +31,13 @@ void Sender::sendTile(const uint8_t* slice) {
     packet->setBuffer(m_geometry.getSampleSize() == 2 ? m_scheme.samples16 : m_scheme.samples8, m_samples.data(),
                       static_cast<unsigned>(m_samples.size()), false);
     if (m_scheme.checksum) packet->setInteger(m_scheme.checksum, crc32c::Crc32c(m_samples.data(), m_samples.size()));
-    m_writer.write(packet);
+    m_writer.write(packet.get());
 }
 
 bool Sender::sendEnd() {
     const auto packet = kiv::makeObject<kiv::Packet>(&m_endScheme, short{0});
     packet->setInteger(m_endScheme.tiles, m_tiles);
     packet->setInteger(m_endScheme.checksum, m_checksum);
-    m_writer.write(packet);
+    m_writer.write(packet.get());
     return m_writer.valid();
 }

@@ -180,7 +180,7 @@ void Run::draw() const {
 
 void Run::summarise() const {
     print(fmt::format(
-        "collect: {} packets, {} bytes in {:.2f} s ({:.1f} MB/s), {} lost, {} refused, {} repeated\n", m_totals.packets,
+        "collect: {} packets, {} bytes in {:.3f} s ({:.1f} MB/s), {} lost, {} refused, {} repeated\n", m_totals.packets,
         m_totals.bytes, m_totals.seconds, megabytesPerSecond(m_totals.bytes, m_totals.seconds),
         m_collection.getMissingTiles() + (m_collection.hasEnd() ? 0 : 1), m_totals.refused, m_totals.repeated));
 }
@@ -198,7 +198,7 @@ int Run::collect() {
                               "the sender's checksum{}\n",
                               geometry->getTiles(), m_packetPath,
                               m_collection.getUncheckedTiles() ? ", though single tiles came without" : ""));
-        if (isWritten) print(fmt::format("{} pictures: {}/slice-*.pgm\n", geometry->slices, m_options.folder));
+        if (isWritten) print(fmt::format("pictures: {} in {}/slice-*.pgm\n", geometry->slices, m_options.folder));
         isGood = isGood && isKept && isWritten;
     }
     summarise();
