@@ -29,7 +29,7 @@ public:
 
     // The length of a dynamic array: from nothing up to so many values.
     struct UpTo {
-        explicit constexpr UpTo(unsigned maximum = 0xFFFFFF) : maximum(maximum) {}
+        explicit constexpr UpTo(unsigned n = 0xFFFFFF) : maximum(n) {}
         unsigned maximum;
     };
 
