@@ -55,8 +55,8 @@ public:
 
     static const char* getStaticClassName() { return "Item"; }
 
-    Item() : m_data(m_inline) {}
-    explicit Item(Store* store) : m_store(store), m_data(m_inline) {}
+    Item() : m_data(m_inline) { m_inline[0] = 0; }
+    explicit Item(Store* store) : Item() { m_store = store; }
     Item(const char* text) : Item() { addString(text); }
     Item(const String& text) : Item() { addString(text); }
     Item(const SmartCStr& text) : Item() { addString(text); }
@@ -79,7 +79,9 @@ public:
     Item(PlainMode, const ConstByteSpan& encoded) : Item() { setPlain(encoded); }
     // Borrows encoded bytes; the caller keeps them alive and unchanged. The first write copies them.
     Item(ExternalBufferMode, const ConstByteSpan& encoded) noexcept
-        : m_data(const_cast<uint8_t*>(encoded.getBytePointer())), m_capacity(0), m_size(encoded.getSize()) {}
+        : m_data(const_cast<uint8_t*>(encoded.getBytePointer())), m_capacity(0), m_size(encoded.getSize()) {
+        m_inline[0] = 0;
+    }
     Item(FastExternalBufferMode, const ConstByteSpan& encoded) noexcept : Item(ExternalBufferMode(), encoded) {}
     Item(const Item& other) : m_store(other.m_store), m_data(m_inline) { copyBytesFrom(other); }
     // Takes a heap block over and leaves `other` empty; inline bytes are copied, a view stays a view.
@@ -282,6 +284,8 @@ private:
     uint8_t* m_data;
     uint32_t m_capacity = inlineCapacity;
     uint32_t m_size = 0;
+    // Moves copy it whole, whatever is in it; constructors write its first byte, for compilers warn of bytes nobody
+    // wrote.
     uint8_t m_inline[inlineCapacity];
     bool m_ownsHeap = false;
 };

@@ -9,7 +9,7 @@ void StdOutPacketWriter::write(Packet* packet) {
     if (!packet || !isStreamable(*packet)) return;
     if (m_port) packet->setPort(*m_port);
     // A line feed first: other output may have left a line unfinished.
-    m_line = "\n";
+    m_line.assign(1, '\n');
     packet->appendBase16To(m_line);
     m_line += '\n';
     if (!internal::writeStandardOutput(m_line)) logging::MessageStream(3, 2) << "failed writing packet";

@@ -124,7 +124,9 @@ TEST(ItemJSON, SingleValuesSurviveExactly) {
     pairs.concatItem(tableOf(list("x", true)));
     auto same = [](const Item& item, const char* json) {
         const String text = item.getJSON(false);
-        if (json) EXPECT_EQ(text, json);
+        if (json) {
+            EXPECT_EQ(text, json);
+        }
         for (const String& form : {text, item.getJSON(true)}) {
             Item back;
             EXPECT_TRUE(back.setJSON(form)) << form;

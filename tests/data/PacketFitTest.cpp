@@ -165,7 +165,9 @@ TEST(PacketFit, NewerVersionsAreReadAsFarAsTheyAreKnown) {
         const auto packet = received(newest);
         ASSERT_TRUE(packet->fit(scheme));
         EXPECT_STREQ(packet->getString("name"), "abc");
-        if (scheme->field("note")) EXPECT_STREQ(packet->getString("note"), "kept");
+        if (scheme->field("note")) {
+            EXPECT_STREQ(packet->getString("note"), "kept");
+        }
         const auto again = received(*packet); // what is written is of the version known here
         EXPECT_TRUE(again->fit(scheme));
         EXPECT_STREQ(again->getString("name"), "abc");
@@ -193,7 +195,7 @@ TEST(PacketFit, NothingIsCopiedFromAPacketOfTheNewestVersion) {
 
 TEST(PacketFit, BorrowedBytesAreKeptAliveAndNeverWritten) {
     struct Bytes : Object {
-        explicit Bytes(const Packet& packet, bool& isAlive) : bytes(payloadOf(packet)), isAlive(isAlive) {}
+        Bytes(const Packet& packet, bool& alive) : bytes(payloadOf(packet)), isAlive(alive) {}
         ~Bytes() override { isAlive = false; }
         std::vector<uint8_t> bytes;
         bool& isAlive;
@@ -271,7 +273,7 @@ TEST(PacketFit, RandomDamageIsRefusedOrReadWithinBounds) {
     int fitted = 0;
     for (int round = 0; round < 4000; ++round) {
         auto bytes = original;
-        for (unsigned changes = random() % 3 + 1; changes != 0; --changes)
+        for (auto changes = random() % 3 + 1; changes != 0; --changes)
             bytes[random() % bytes.size()] = static_cast<uint8_t>(random() % 4 ? random() % 8 : random());
         bytes.resize(bytes.size() - (random() % 4 ? 0 : random() % bytes.size()));
         // On the heap and of exact size, for sanitizers to see every byte read too many.

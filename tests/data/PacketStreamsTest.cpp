@@ -84,7 +84,9 @@ TEST_F(PacketFile, RecordsAreReadBackAndWrittenAgainByteForByte) {
     while (const auto packet = queue.fetch()) {
         packet->setFlushAfterThis(packet->getID() == 3);
         writer->write(packet.get());
-        if (packet->getID() == 3) EXPECT_EQ(load(), threeRecords().substr(0, 28));
+        if (packet->getID() == 3) {
+            EXPECT_EQ(load(), threeRecords().substr(0, 28));
+        }
     }
     EXPECT_TRUE(writer->close());
     writer->write(makeObject<Packet>(1u).get()); // silent
