@@ -3,7 +3,6 @@
 #include "kiv/core/TextArg.h"
 
 #include <cstddef>
-#include <functional>
 
 namespace kiv {
 

@@ -63,7 +63,7 @@ TEST_F(Files, WhatIsSavedIsLoaded) {
     survives("plain", "shorter");
     survives("plain", "");
     survives("na\xC3\xAFve \xD0\xB6 \xE6\x97\xA5 \xF0\x9F\x98\x80.txt", "x");
-    survives(String(200, 'n'), std::string(300000, 'x'));
+    survives(String(240, 'n'), std::string(300000, 'x')); // longer than Windows takes plain paths
 }
 
 TEST_F(Files, WhatCannotBeOpenedIsLoggedUnlessQuiet) {

@@ -91,6 +91,7 @@ TEST(StringCharsets, SystemSetsAreTheSameEverywhere) {
     expectBoth("EUC-JP", "\xC6\xFC\x8E\xB1\x8F\xB0\xA1z", U"\u65E5\uFF71\u4E02z");
     expectBoth("EUC-KR", "\xB0\xA1\xC8\xFE", U"\uAC00\uD79D");
     expectBoth("Big5", "\xA4\xA4\xA4\xE5", U"\u4E2D\u6587");
+    expectBoth("UTF-7", "a+ZeU-", U"a\u65E5");
     expectBoth("GBK", "\xC4\xE3", U"\u4F60");
 }
 
