@@ -100,14 +100,14 @@ public:
     void setStore(Store* store) { m_store = store; }
 
     // Writers: each appends one element. Texts end at their first zero byte; null is the empty text.
-    void addInteger(long long value);
+    inline void addInteger(long long value);
     void addFloat(double value) { addScalar(ValueType::Float, &value); }
-    void addString(const char* text);
+    inline void addString(const char* text);
     void addString(const String& text);
     void addString(const SmartCStr& text) { addString(text.c_str()); }
     // One text: the first followed by the second.
     void addString(const char* first, const char* second);
-    void addPrefix(const char* text);
+    inline void addPrefix(const char* text);
     void addPrefix(const String& text);
     void addPrefix(const SmartCStr& text) { addPrefix(text.c_str()); }
     void addBuffer(const uint8_t* bytes, unsigned size) { addInternal(ValueType::Buffer, size, bytes, size); }
@@ -163,7 +163,7 @@ public:
     void setPlain(const ConstByteSpan& encoded);
     void setPlain(const Item& item) { setPlain(item.getConstByteSpan()); }
     // Borrows, as ExternalBufferMode; the store stays. Requires: the bytes are not this item's own.
-    void setPlainExternalBuffer(const ConstByteSpan& encoded);
+    inline void setPlainExternalBuffer(const ConstByteSpan& encoded);
     // New bytes are unspecified.
     void resizePlain(unsigned size);
     void reservePlainTotal(unsigned capacity);
@@ -185,7 +185,7 @@ public:
     String asBrowsableString() const;
 
     // The iterator points to this item, which must outlive it.
-    Iterator getIterator() const&;
+    inline Iterator getIterator() const&;
     Iterator getIterator() const&& = delete;
 
     // Order of the elements one by one; a wildcard matches any one element, and NaN equals every number.
@@ -255,10 +255,10 @@ protected:
     void addInternal(ValueType type, const uint8_t* payload, unsigned size) {
         addInternal(type, payload, size, nullptr, 0);
     }
-    void addInternal(ValueType type, unsigned length, const uint8_t* bytes, unsigned size);
-    void addInternal(ValueType type, const uint8_t* a, unsigned aSize, const uint8_t* b, unsigned bSize);
+    inline void addInternal(ValueType type, unsigned length, const uint8_t* bytes, unsigned size);
+    inline void addInternal(ValueType type, const uint8_t* a, unsigned aSize, const uint8_t* b, unsigned bSize);
     // Grows by `size` unspecified bytes and returns the first of them.
-    uint8_t* appendPlain(unsigned size);
+    inline uint8_t* appendPlain(unsigned size);
     void appendPlain(const uint8_t* bytes, unsigned size);
 
 private:
@@ -269,13 +269,16 @@ private:
         size_t size;
     };
 
-    void addScalar(ValueType type, const void* eightBytes);
+    inline void addScalar(ValueType type, const void* eightBytes);
     // Requires: no zero byte within the text.
-    void addText(ValueType type, const char* text, size_t size);
+    inline void addText(ValueType type, const char* text, size_t size);
     void appendRuns(const Run* runs, unsigned count);
     uint8_t* resizePlainInternal(uint64_t size);
-    void copyBytesFrom(const Item& other);
-    void takeFrom(Item& other) noexcept;
+    inline void copyBytesFrom(const Item& other);
+    inline void takeFrom(Item& other) noexcept;
+    // Not by the address of the bytes: compilers can't tell where a view points, and warn of copying what it leaves
+    // unset.
+    bool isInline() const { return m_capacity == inlineCapacity && !m_ownsHeap; }
     void freeHeap() noexcept;
     void dropView() noexcept;
     int offsetOfLastElement() const;

@@ -194,7 +194,7 @@ inline void Item::addPrefix(const char* text) {
 
 inline void Item::copyBytesFrom(const Item& other) {
     if (other.m_size <= inlineCapacity && m_data == m_inline) {
-        if (other.m_data == other.m_inline) {
+        if (other.isInline()) {
             std::memcpy(m_inline, other.m_inline, inlineCapacity); // a fixed size is a few moves
         } else {
             std::memcpy(m_inline, other.m_data, other.m_size);
@@ -206,7 +206,7 @@ inline void Item::copyBytesFrom(const Item& other) {
 }
 
 inline void Item::takeFrom(Item& other) noexcept {
-    if (other.m_data == other.m_inline) {
+    if (other.isInline()) {
         m_data = m_inline;
         std::memcpy(m_inline, other.m_inline, inlineCapacity);
         m_capacity = inlineCapacity;

@@ -35,15 +35,15 @@ public:
     void begin() { m_offset = 0; }
 
     // The type of the element, Invalid when no complete element is here.
-    ValueType getType() const;
+    inline ValueType getType() const;
     // The size of the element with its type byte, 0 when no complete element is here.
-    unsigned getSize() const;
+    inline unsigned getSize() const;
     // The size of the value here: that of one element, or of the two that make a script table (the prefix "table" and a
     // nested item) or closure (the prefix "squirrel" and a buffer). 0 when no complete element is here.
     unsigned getValueSize() const;
     bool hasNextElement() const { return getSize() != 0; }
     // Steps over `count` elements, fewer when they end before; true when it could take all of them.
-    bool skip(int count = 1);
+    inline bool skip(int count = 1);
     // Stands behind the last complete element then.
     void skipToEnd();
 
@@ -55,15 +55,15 @@ public:
         out = static_cast<T>(value);
         return true;
     }
-    bool asFloat(double& out);
+    inline bool asFloat(double& out);
     bool asFloat(float& out);
-    bool asBool(bool& out);
+    inline bool asBool(bool& out);
     // Strings and prefixes.
     bool asString(String& out);
-    const char* asWeakCStr();
+    inline const char* asWeakCStr();
     bool asBuffer(Buffer& out);
-    bool asGUID(GUID& out);
-    bool asNIL();
+    inline bool asGUID(GUID& out);
+    inline bool asNIL();
     bool asSubItem(Item& out);
     // Sets the one that is read and clears the other.
     bool asStringOrGUID(String& text, GUID& guid);
@@ -72,11 +72,11 @@ public:
 
     // Non-null even when the buffer is empty.
     const uint8_t* asWeakBuffer();
-    const uint8_t* asWeakBuffer(unsigned& size);
+    inline const uint8_t* asWeakBuffer(unsigned& size);
     // The payload of a Buffer, Pointer, SubItem or Referee element. Requires: `type` is one of them.
-    bool asWeakBytes(ValueType type, ConstByteSpan& out);
+    inline bool asWeakBytes(ValueType type, ConstByteSpan& out);
     // The nested item, or a one-element view of any element, bound to no store. Refused into the iterator's own item.
-    bool asWeakSubItem(Item& out);
+    inline bool asWeakSubItem(Item& out);
     bool asWeakItemView(Item& out);
     // A nested item of pairs, with or without the prefix "table" before it; the first of equal keys wins.
     bool asWeakTable(Map<SmartCStr, Item>& out);
@@ -108,10 +108,10 @@ private:
         const uint8_t* bytes;
         unsigned size;
     };
-    Rest rest() const;
-    static bool startsWith(const Rest& here, ValueType type, unsigned size);
-    unsigned sizeOfText(const Rest& here) const;
-    bool readInteger(long long& out);
+    inline Rest rest() const;
+    static inline bool startsWith(const Rest& here, ValueType type, unsigned size);
+    inline unsigned sizeOfText(const Rest& here) const;
+    inline bool readInteger(long long& out);
     void advance(unsigned size) { m_offset += static_cast<int>(size); }
 
     const Item* m_item = nullptr;

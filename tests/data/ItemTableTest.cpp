@@ -81,7 +81,8 @@ TEST(ItemTable, MapsAndTablesTurnIntoEachOther) {
     const Item twice = list("a", 1, "a", 2);
     EXPECT_EQ(twice.kvToWeakMap()["a"], Item(1)) << "the first wins, as in a look-up";
 
-    for (const Item& source : {table(list("x", 5)), list(list("x", 5))}) {
+    const Item sources[] = {table(list("x", 5)), list(list("x", 5))}; // outlive the views into them
+    for (const Item& source : sources) {
         auto it = source.getIterator();
         EXPECT_TRUE(it.asWeakTable(views));
         EXPECT_FALSE(it.hasNextElement());
