@@ -1,17 +1,15 @@
 #include "kiv/platform/Console.h"
 
+#include "kiv/platform/StandardOutput.h"
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
-#include <utility>
 
 namespace kiv::internal {
 namespace {
-
-OutputSink* g_sink; // guarded by the lock on stdout
 
 struct OutputLock {
     OutputLock() { flockfile(stdout); }
@@ -50,11 +48,8 @@ bool writeAll(int descriptor, std::string_view text) {
 
 } // namespace
 
-OutputSink::~OutputSink() = default;
-
-bool writeStandardOutput(std::string_view text) {
+bool writeToStandardOutput(std::string_view text) {
     const OutputLock lock;
-    if (g_sink) return g_sink->write(text);
     // The descriptor directly: the stream would cut a text larger than its buffer into several writes.
     if (fflush_unlocked(stdout) != 0) return false;
     return writeAll(fileno_unlocked(stdout), text);
@@ -65,11 +60,6 @@ bool writeStandardError(std::string_view text) {
 }
 
 void useBinaryMode(StandardStream) {}
-
-OutputSink* setStandardOutputSink(OutputSink* sink) {
-    const OutputLock lock;
-    return std::exchange(g_sink, sink);
-}
 
 bool isTerminal(StandardStream stream) {
     return isatty(descriptorOf(stream)) == 1;

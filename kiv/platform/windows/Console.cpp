@@ -1,17 +1,15 @@
 #include "kiv/platform/Console.h"
 
+#include "kiv/platform/StandardOutput.h"
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
-#include <utility>
 
 #include <windows.h>
 
 namespace kiv::internal {
 namespace {
-
-OutputSink* g_sink; // guarded by the lock on stdout
 
 struct OutputLock {
     OutputLock() { _lock_file(stdout); }
@@ -53,11 +51,8 @@ int descriptorOf(StandardStream stream) {
 
 } // namespace
 
-OutputSink::~OutputSink() = default;
-
-bool writeStandardOutput(std::string_view text) {
+bool writeToStandardOutput(std::string_view text) {
     const OutputLock lock;
-    if (g_sink) return g_sink->write(text);
     useUtf8();
     if (std::fflush(stdout) != 0) return false;
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
@@ -70,11 +65,6 @@ bool writeStandardError(std::string_view text) {
 
 void useBinaryMode(StandardStream stream) {
     _setmode(descriptorOf(stream), _O_BINARY);
-}
-
-OutputSink* setStandardOutputSink(OutputSink* sink) {
-    const OutputLock lock;
-    return std::exchange(g_sink, sink);
 }
 
 bool isTerminal(StandardStream stream) {
