@@ -17,56 +17,29 @@ using internal::loadUnaligned;
 constexpr auto typeInt64 = static_cast<uint8_t>(ValueType::Int64);
 constexpr auto typeWildcard = static_cast<uint8_t>(ValueType::Wildcard);
 
-// Where both sides go on after a nested item. Plain pointers all through this file: pairs of them in structures come
-// back from the stack as vectors.
-struct Level {
-    const uint8_t *a, *aEnd, *b, *bEnd;
-};
-
-// Where comparison goes on after nested items, innermost last. Ordinary nesting needs no allocation.
-class LevelStack {
-public:
-    bool empty() const { return m_count == 0; }
-    void push(const uint8_t* a, const uint8_t* aEnd, const uint8_t* b, const uint8_t* bEnd) {
-        if (m_count >= inlineLevels) m_more.emplace_back();
-        Level& level = m_count < inlineLevels ? m_levels[m_count] : m_more.back();
-        level.a = a;
-        level.aEnd = aEnd;
-        level.b = b;
-        level.bEnd = bEnd;
-        ++m_count;
-    }
-    Level pop() {
-        if (--m_count < inlineLevels) return m_levels[m_count];
-        const Level level = m_more.back();
-        m_more.pop_back();
-        return level;
-    }
-
-private:
-    static constexpr size_t inlineLevels = 8;
-    Level m_levels[inlineLevels];
-    size_t m_count = 0;
-    std::vector<Level> m_more;
-};
-
 template <class T>
 int order(T a, T b) {
     return a < b ? -1 : a > b ? 1 : 0;
 }
 
-size_t commonPrefix(const uint8_t* a, const uint8_t* b, size_t size) {
+uint64_t differenceAt(const uint8_t* a, const uint8_t* b, size_t at) {
+    return loadUnaligned<uint64_t>(a + at) ^ loadUnaligned<uint64_t>(b + at);
+}
+
+// How many leading bytes are equal.
+KIV_ALWAYS_INLINE size_t commonPrefix(const uint8_t* a, const uint8_t* b, size_t size) {
     size_t at = 0;
     for (; size - at >= 32; at += 32) {
-        const uint64_t difference = (loadUnaligned<uint64_t>(a + at) ^ loadUnaligned<uint64_t>(b + at)) |
-                                    (loadUnaligned<uint64_t>(a + at + 8) ^ loadUnaligned<uint64_t>(b + at + 8)) |
-                                    (loadUnaligned<uint64_t>(a + at + 16) ^ loadUnaligned<uint64_t>(b + at + 16)) |
-                                    (loadUnaligned<uint64_t>(a + at + 24) ^ loadUnaligned<uint64_t>(b + at + 24));
-        if (difference != 0) break;
+        if ((differenceAt(a, b, at) | differenceAt(a, b, at + 8) | differenceAt(a, b, at + 16) |
+             differenceAt(a, b, at + 24)) != 0)
+            break;
     }
-    for (; size - at >= 8; at += 8) {
-        const uint64_t difference = loadUnaligned<uint64_t>(a + at) ^ loadUnaligned<uint64_t>(b + at);
+    while (size - at >= 8) {
+        const uint64_t difference = differenceAt(a, b, at);
         if (difference != 0) return at + (static_cast<size_t>(std::countr_zero(difference)) >> 3);
+        at += 8;
+        // The last bytes are compared as a word that begins among the equal ones.
+        if (at < size && size - at < 8) at = size - 8;
     }
     while (at < size && a[at] == b[at]) ++at;
     return at;
@@ -114,7 +87,7 @@ int compareFloats(double a, double b) {
     return order(a, b);
 }
 
-// Compares two elements of one type that can't contain others.
+// Compares two elements of one class that can't contain others.
 template <bool Total>
 int compareElements(uint8_t type, const uint8_t* a, unsigned aSize, const uint8_t* b, unsigned bSize) {
     switch (static_cast<ValueType>(type)) {
@@ -136,73 +109,187 @@ int compareElements(uint8_t type, const uint8_t* a, unsigned aSize, const uint8_
     }
 }
 
-// As internal::sizeOfElement(), with the numbers first and in place: a predicted branch waits for no type byte.
-KIV_ALWAYS_INLINE unsigned sizeOfElement(const uint8_t* bytes, unsigned left) {
-    if (left >= 2) {
-        const auto type = static_cast<ValueType>(*bytes);
-        if (type == ValueType::Int8) return 2;
-        if (type == ValueType::Int16 && left >= 3) return 3;
-        if (type == ValueType::Int32 && left >= 5) return 5;
-        if (type == ValueType::Int64 && left >= 9) return 9;
-    }
-    return internal::sizeOfElement(bytes, left);
+template <class T>
+int orderOfNumbers(const uint8_t* a, const uint8_t* b) {
+    return order(loadUnaligned<T>(a + 1), loadUnaligned<T>(b + 1));
 }
 
-// The start of the element in which the bytes up to `last` end, walking from element to element.
-KIV_ALWAYS_INLINE const uint8_t* lastStart(const uint8_t* at, const uint8_t* last) {
-    while (at != last) {
-        const unsigned size = sizeOfElement(at, static_cast<unsigned>(last - at));
-        if (size == 0) break;
-        at += size;
-    }
-    return at;
-}
+// What the first elements of two runs are and how they compare.
+struct Pair {
+    uint32_t aSize = 0, bSize = 0;
+    int result = 0;     // 0 as far as it is known without following nested items
+    bool nests = false; // a nested item on both sides
+    bool ends = false;  // no element on either side
+};
 
-// Both sides begin at the start of an element. `common` of their first bytes are equal, and so are the elements that
-// end within these: one side is walked for both, and what is complete within the common bytes is complete on both
-// sides.
 template <bool Total>
-int compareRuns(const uint8_t* a, const uint8_t* aEnd, const uint8_t* b, const uint8_t* bEnd, size_t common) {
-    LevelStack outer;
-    for (;;) {
-        const uint8_t* const start = lastStart(a, a + common);
-        common -= static_cast<size_t>(start - a);
-        b += start - a;
-        a = start;
-
-        const unsigned aSize = sizeOfElement(a, static_cast<unsigned>(aEnd - a));
-        const unsigned bSize = sizeOfElement(b, static_cast<unsigned>(bEnd - b));
-        uint8_t aType = aSize != 0 ? *a : 0;
-        uint8_t bType = bSize != 0 ? *b : 0;
-        const bool matchesAny = !Total && (aType == typeWildcard || bType == typeWildcard);
-        if (!matchesAny) {
-            if (internal::isInteger(aType)) aType = typeInt64;
-            if (internal::isInteger(bType)) bType = typeInt64;
-            if (aType != bType) return aType - bType;
-            if (aType == 0) {
-                const int result = compareBytes(a, static_cast<size_t>(aEnd - a), b, static_cast<size_t>(bEnd - b));
-                if (result != 0 || outer.empty()) return result;
-                const Level level = outer.pop();
-                a = level.a, aEnd = level.aEnd, b = level.b, bEnd = level.bEnd;
-                common = 0;
-                continue;
-            }
-            if (aType == static_cast<uint8_t>(ValueType::SubItem)) {
-                outer.push(a + aSize, aEnd, b + bSize, bEnd);
-                aEnd = a + aSize;
-                bEnd = b + bSize;
-                a += 5;
-                b += 5;
-                const auto shorter = static_cast<size_t>(std::min(aEnd - a, bEnd - b));
-                common = common >= 5 ? std::min(common - 5, shorter) : commonPrefix(a, b, shorter);
-                continue;
-            }
-            if (const int result = compareElements<Total>(aType, a, aSize, b, bSize); result != 0) return result;
-        }
-        a += aSize;
-        b += bSize;
-        common = 0;
+KIV_NOINLINE Pair compareFirst(const uint8_t* a, size_t aLeft, const uint8_t* b, size_t bLeft) {
+    Pair pair;
+    pair.aSize = internal::sizeOfElement(a, static_cast<unsigned>(aLeft));
+    pair.bSize = internal::sizeOfElement(b, static_cast<unsigned>(bLeft));
+    uint8_t aType = pair.aSize != 0 ? *a : 0;
+    uint8_t bType = pair.bSize != 0 ? *b : 0;
+    if (!Total && (aType == typeWildcard || bType == typeWildcard)) return pair;
+    if (internal::isInteger(aType)) aType = typeInt64;
+    if (internal::isInteger(bType)) bType = typeInt64;
+    if (aType != bType) {
+        pair.result = aType - bType;
+    } else if (aType == 0) {
+        pair.ends = true;
+        pair.result = compareBytes(a, aLeft, b, bLeft);
+    } else if (aType == static_cast<uint8_t>(ValueType::SubItem)) {
+        pair.nests = true;
+    } else {
+        pair.result = compareElements<Total>(aType, a, pair.aSize, b, pair.bSize);
     }
+    return pair;
+}
+
+// Compares element by element, with a stack of what follows after nested items.
+template <bool Total>
+KIV_NOINLINE int compareAll(const uint8_t* a, size_t aLeft, const uint8_t* b, size_t bLeft) {
+    struct Level {
+        const uint8_t* a;
+        size_t aLeft;
+        const uint8_t* b;
+        size_t bLeft;
+    };
+    std::vector<Level> outer;
+    for (;;) {
+        const Pair pair = compareFirst<Total>(a, aLeft, b, bLeft);
+        if (pair.result != 0) return pair.result;
+        if (pair.ends) {
+            if (outer.empty()) return 0;
+            const Level level = outer.back();
+            outer.pop_back();
+            a = level.a, aLeft = level.aLeft, b = level.b, bLeft = level.bLeft;
+            continue;
+        }
+        if (pair.nests) {
+            outer.push_back({a + pair.aSize, aLeft - pair.aSize, b + pair.bSize, bLeft - pair.bSize});
+            a += 5, aLeft = pair.aSize - 5;
+            b += 5, bLeft = pair.bSize - 5;
+        } else {
+            a += pair.aSize, aLeft -= pair.aSize;
+            b += pair.bSize, bLeft -= pair.bSize;
+        }
+    }
+}
+
+// Where the first different byte lies: offsets of the element that holds it or begins with it, and of the end of the
+// nested item around that (0: none). Both are the same on either side.
+struct Place {
+    size_t element;
+    size_t nestedEnd;
+};
+
+// Behind the first zero byte from `at` on, or behind `end`.
+KIV_ALWAYS_INLINE size_t textEnd(const uint8_t* bytes, size_t at, size_t end) {
+    for (; at + 8 <= end; at += 8) {
+        const auto word = loadUnaligned<uint64_t>(bytes + at);
+        const uint64_t zeros = (word - 0x0101010101010101) & ~word & 0x8080808080808080;
+        if (zeros != 0) return at + 1 + (static_cast<unsigned>(std::countr_zero(zeros)) >> 3);
+    }
+    while (at < end && bytes[at] != 0) ++at;
+    return at + 1;
+}
+
+// Walks over the elements that end within the first `different` bytes, and into the nested item that does not; `size`
+// is that of the shorter side. Branches, not a table of sizes: a predicted branch lets the next element begin before
+// this one's type byte has been loaded. It calls nothing, so that all of it stays in registers.
+Place findPlace(const uint8_t* bytes, size_t different, size_t size) {
+    size_t at = 0, nestedEnd = 0;
+    if (different == 0) return {0, 0};
+    for (;;) {
+        const auto type = static_cast<ValueType>(bytes[at]);
+        size_t next;
+        if (type == ValueType::Int8) {
+            next = at + 2;
+        } else if (type == ValueType::Int32) {
+            next = at + 5;
+        } else if (type == ValueType::Int16) {
+            next = at + 3;
+        } else if (type == ValueType::Int64) {
+            next = at + 9;
+        } else {
+            const size_t left = different - at;
+            switch (type) {
+            case ValueType::Float:
+                next = at + 9;
+                break;
+            case ValueType::String:
+            case ValueType::Prefix:
+                next = textEnd(bytes, at + 1, different);
+                break;
+            case ValueType::SubItem:
+                if (left < 5) return {at, nestedEnd};
+                next = at + 5 + loadUnaligned<uint32_t>(bytes + at + 1);
+                if (next > different) {
+                    if (next > size) return {at, nestedEnd};
+                    nestedEnd = size = next;
+                    next = at + 5;
+                }
+                break;
+            case ValueType::Buffer:
+            case ValueType::Pointer:
+            case ValueType::Referee:
+                if (left < 5) return {at, nestedEnd};
+                next = at + 5 + loadUnaligned<uint32_t>(bytes + at + 1);
+                break;
+            case ValueType::GUID:
+                next = at + 33;
+                break;
+            case ValueType::NIL:
+            case ValueType::False:
+            case ValueType::True:
+            case ValueType::Meta:
+            case ValueType::Wildcard:
+            case ValueType::End:
+                next = at + 1;
+                break;
+            default:
+                return {at, nestedEnd};
+            }
+        }
+        if (next >= different) return {next == different ? next : at, nestedEnd};
+        at = next;
+    }
+}
+
+// What the first different byte decides, 0 when that is nothing: numbers may be equal and bytes not. No stack is
+// needed: what comes behind a nested item matters only when the difference in it decided nothing.
+template <bool Total>
+int compareAtDifference(const uint8_t* a, size_t aSize, const uint8_t* b, size_t bSize, size_t different) {
+    for (;;) {
+        const Place place = findPlace(a, different, std::min(aSize, bSize));
+        if (place.nestedEnd != 0) aSize = bSize = place.nestedEnd;
+        a += place.element;
+        b += place.element;
+        aSize -= place.element;
+        bSize -= place.element;
+        if (place.element != different) { // one type on both sides
+            const size_t shorter = std::min(aSize, bSize);
+            const auto type = static_cast<ValueType>(*a);
+            if (type == ValueType::Int8 && shorter >= 2) return orderOfNumbers<int8_t>(a, b);
+            if (type == ValueType::Int16 && shorter >= 3) return orderOfNumbers<int16_t>(a, b);
+            if (type == ValueType::Int32 && shorter >= 5) return orderOfNumbers<int32_t>(a, b);
+            if (type == ValueType::Int64 && shorter >= 9) return orderOfNumbers<int64_t>(a, b);
+        }
+        const Pair pair = compareFirst<Total>(a, aSize, b, bSize);
+        if (!pair.nests) return pair.result;
+        a += 5;
+        b += 5;
+        aSize = pair.aSize - 5;
+        bSize = pair.bSize - 5;
+        different = commonPrefix(a, b, std::min(aSize, bSize));
+    }
+}
+
+// Out of line: comparison of equal items needs next to nothing of its registers.
+template <bool Total>
+int compareDifferent(const uint8_t* a, size_t aSize, const uint8_t* b, size_t bSize, size_t different) {
+    const int result = compareAtDifference<Total>(a, aSize, b, bSize, different);
+    return result != 0 ? result : compareAll<Total>(a, aSize, b, bSize);
 }
 
 template <bool Total>
@@ -213,7 +300,7 @@ int compareItems(const Item& x, const Item& y) {
     const size_t shorter = std::min(aSize, bSize);
     const size_t common = commonPrefix(a, b, shorter);
     if (common == shorter && aSize == bSize) return 0;
-    return compareRuns<Total>(a, a + aSize, b, b + bSize, common);
+    return compareDifferent<Total>(a, aSize, b, bSize, common);
 }
 
 } // namespace

@@ -97,6 +97,12 @@ inline bool isInteger(uint8_t type) {
            (type >= static_cast<uint8_t>(ValueType::Int32) && type <= static_cast<uint8_t>(ValueType::Int8));
 }
 
+// Has a length field.
+inline bool isCounted(uint8_t type) {
+    return type == static_cast<uint8_t>(ValueType::Buffer) || type == static_cast<uint8_t>(ValueType::SubItem) ||
+           type == static_cast<uint8_t>(ValueType::Pointer) || type == static_cast<uint8_t>(ValueType::Referee);
+}
+
 } // namespace internal
 
 inline uint8_t* Item::appendPlain(unsigned size) {
