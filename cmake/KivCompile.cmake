@@ -71,7 +71,7 @@ function(kiv_instruction_set_flags)
     endforeach()
 endfunction()
 
-# Every folder <group>/<name> with sources is one program. Its tests, if any, stand in its tests.cmake.
+# Every folder <group>/<name> with sources is one program; folders of headers are shared.
 function(kiv_add_programs group)
     file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true "${PROJECT_SOURCE_DIR}/${group}/*")
     foreach(folder IN LISTS folders)
@@ -83,9 +83,6 @@ function(kiv_add_programs group)
             add_dependencies(kivPrograms ${name})
             if(group STREQUAL "apps")
                 install(TARGETS ${name} RUNTIME)
-            endif()
-            if(KIV_BUILD_TESTS AND EXISTS "${folder}/tests.cmake")
-                include("${folder}/tests.cmake")
             endif()
         endif()
     endforeach()

@@ -1,0 +1,60 @@
+# kiv packets: damage that is overlooked or placed wrongly, records lost before it.
+include("${CMAKE_CURRENT_LIST_DIR}/Programs.cmake")
+program(kiv kiv)
+program(acquire acquire)
+program(collect collect)
+
+# Two records: one tile, and the end.
+run(COMMAND ${acquire} --size 8 --slices 1 --bits 8 --tile 8 COMMAND ${collect} --no-picture --out made)
+set(good "${WORK}/made/study.packets")
+file(SIZE "${good}" size)
+math(EXPR second "${size} - 24") # the end: a header of 12 bytes, two numbers, the version suffix
+math(EXPR first_payload "${second} - 12")
+
+run(COMMAND ${kiv} packets made/study.packets)
+expect_equal("a good file" "${status}" "0")
+expect_part("its count" "${err}" "kiv packets: 2 records, ")
+expect_part("its verdict" "${err}" "undamaged")
+expect_part("its first record" "${out}" "           0       ${first_payload}      0     -1    201  0002       1  ")
+expect_part("its last record" "${out}"
+    "${second}        12      0     -1    202  0002       0  01 00 00 00 ")
+
+# The file up to `keep`, then `tail`, is damaged at `offset`, and `records` come before.
+function(damaged keep tail offset records reason)
+    if(keep GREATER 0)
+        cut("${good}" 0 ${keep} "${WORK}/head")
+    else()
+        file(TOUCH "${WORK}/head")
+    endif()
+    file(WRITE "${WORK}/tail" "${tail}")
+    join("${WORK}/damaged.packets" "${WORK}/head" "${WORK}/tail")
+    file(REMOVE "${WORK}/head")
+    run(COMMAND ${kiv} packets damaged.packets)
+    expect_equal("exit status of ${reason}" "${status}" "1")
+    expect_part("message" "${err}" "damaged from offset ${offset} on: ")
+    expect_part("reason" "${err}" "${reason}")
+    expect_part("count" "${err}" "kiv packets: ${records} records, ")
+    string(REGEX MATCHALL "\n" lines "${out}")
+    list(LENGTH lines lines)
+    math(EXPR expected "${records} + 1")
+    expect_equal("listed lines" "${lines}" "${expected}")
+    set(rows ${rows} PARENT_SCOPE)
+endfunction()
+
+math(EXPR in_size "${second} + 3")
+math(EXPR in_header "${second} + 11")
+math(EXPR in_payload "${size} - 1")
+damaged(${in_size} "" ${in_size} 1 "failed reading packet payloadSize")
+damaged(${in_header} "" ${in_header} 1 "failed reading packet header")
+damaged(${in_payload} "" ${in_payload} 1 "failed reading payload (of the record at offset ${second})")
+damaged(${size} "XXXXXXXXXXXXXXXXXX" ${size} 2 "failed reading packet unrealistic payloadSize=1482184792")
+damaged(0 "X" 1 0 "failed reading packet payloadSize")
+# The suffix claims version 88 and a larger static part than there is.
+math(EXPR suffix "${size} - 4")
+damaged(${suffix} "XXXX" ${suffix} 2 "a version suffix tells of 5789784 bytes of static part, 8 are there")
+
+run(COMMAND ${kiv} packets nowhere.packets)
+expect_equal("a file that is not there" "${status}: ${out}" "1: ")
+run(COMMAND ${kiv} packets .)
+expect_equal("a folder" "${status}: ${out}" "1: ")
+finish()
