@@ -22,12 +22,15 @@ InputSource::~InputSource() = default;
 
 size_t readStandardInput(char* to, size_t size) {
     if (g_source) return g_source->read(to, size);
+    const HANDLE input = ::GetStdHandle(STD_INPUT_HANDLE);
+    const auto step = static_cast<DWORD>(std::min<size_t>(size, 0x40000000));
     DWORD count = 0;
-    // A write of nothing into a pipe wakes its reader with nothing: that is not the end.
+    // A write of nothing into a pipe wakes its reader with nothing: that is not the end, unless the pipe is broken,
+    // which Wine tells of its host's pipes only to who peeks.
     do {
-        const auto step = static_cast<DWORD>(std::min<size_t>(size, 0x40000000));
-        if (!::ReadFile(::GetStdHandle(STD_INPUT_HANDLE), to, step, &count, nullptr)) return 0;
-    } while (count == 0 && ::GetFileType(::GetStdHandle(STD_INPUT_HANDLE)) == FILE_TYPE_PIPE);
+        if (!::ReadFile(input, to, step, &count, nullptr)) return 0;
+    } while (count == 0 && ::GetFileType(input) == FILE_TYPE_PIPE &&
+             ::PeekNamedPipe(input, nullptr, 0, nullptr, nullptr, nullptr));
     return count;
 }
 
