@@ -5,14 +5,19 @@
 
 namespace kiv {
 
+bool StdOutPacketWriter::valid() {
+    return !m_hasFailed;
+}
+
 void StdOutPacketWriter::write(Packet* packet) {
-    if (!packet || !isStreamable(*packet)) return;
+    if (!packet || m_hasFailed || !isStreamable(*packet)) return;
     if (m_port) packet->setPort(*m_port);
     // A line feed first: other output may have left a line unfinished.
     m_line.assign(1, '\n');
     packet->appendBase16To(m_line);
     m_line += '\n';
-    if (!internal::writeStandardOutput(m_line)) logging::MessageStream(3, 2) << "failed writing packet";
+    m_hasFailed = !internal::writeStandardOutput(m_line);
+    if (m_hasFailed) logging::MessageStream(3, 2) << "failed writing packet";
 }
 
 } // namespace kiv

@@ -15,12 +15,15 @@ public:
     // From now on every packet gets this port when it is written; the caller's packet is changed.
     void setPort(short port) { m_port = port; }
     void disablePort() { m_port.reset(); }
+    // False once a write has failed: nobody reads any more. Later packets are dropped.
+    bool valid() override;
     // Packets of more than 16777215 payload bytes are logged and not written.
     void write(Packet* packet) override;
 
 private:
     std::optional<short> m_port;
     std::string m_line;
+    bool m_hasFailed = false;
 };
 
 } // namespace kiv
