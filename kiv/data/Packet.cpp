@@ -121,7 +121,8 @@ void Packet::setDefaultValues(unsigned fromVersion) {
     // The gaps between the fields are part of the defaults and zero: nothing of old memory leaves with the packet.
     const ConstByteSpan defaults = m_scheme->getDefaults();
     const uint32_t begin = fromVersion == 0 ? 0 : m_scheme->getVersion(fromVersion - 1).staticSize;
-    std::memcpy(m_payload + begin, defaults.getBytePointer() + begin, defaults.getSize() - begin);
+    if (begin < defaults.getSize())
+        std::memcpy(m_payload + begin, defaults.getBytePointer() + begin, defaults.getSize() - begin);
     const size_t arraysBefore = fromVersion == 0 ? 0 : m_scheme->getVersion(fromVersion - 1).dynamicArrays;
     const size_t arrays = m_scheme->getDynamicArrays().size();
     for (size_t i = arraysBefore; i < arrays; ++i) replaceAttachment(m_attachments[i], nullptr, 0, 0);
