@@ -6,6 +6,9 @@ kiv_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 kiv_cache=${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/kivCore
 kiv_jobs=${CMAKE_BUILD_PARALLEL_LEVEL:-$(nproc 2>/dev/null || echo 2)}
 
+# Clones share what was compiled: ccache sees the paths of a clone relative to its root.
+export CCACHE_BASEDIR=$kiv_root CCACHE_NOHASHDIR=1
+
 if [ -t 1 ]; then kiv_bold=$'\e[1m' kiv_plain=$'\e[0m'; else kiv_bold='' kiv_plain=''; fi
 
 # All of this goes to standard error where standard output carries a result.
