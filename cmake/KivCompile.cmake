@@ -31,6 +31,10 @@ if(MSVC)
     set(werror /WX)
 else()
     add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+    # Nobody replaces single functions of the library: calls within it may be direct and inlined, as clang has it anyway.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
+        add_compile_options(-fno-semantic-interposition)
+    endif()
     set(werror -Werror)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
         add_compile_options(-Wno-restrict) # mistakes the optimised "text" + std::string for overlapping copies
