@@ -65,7 +65,7 @@ void Packet::copyFrom(const Packet& other) {
         copyContents(other, other.m_scheme->getNewestVersion().staticSize);
     } else {
         makePayload(other.m_payloadSize);
-        if (other.m_payloadSize != 0) std::memcpy(m_payload, other.m_payload, other.m_payloadSize);
+        internal::copyBytes(m_payload, other.m_payload, other.m_payloadSize);
     }
 }
 
@@ -99,6 +99,7 @@ void Packet::swap(Packet& other) noexcept {
     std::swap(m_flushAfterThis, other.m_flushAfterThis);
     std::swap(m_isVersioningDisabled, other.m_isVersioningDisabled);
     std::swap(m_isStaticReceived, other.m_isStaticReceived);
+    std::swap(m_hasHeapAttachments, other.m_hasHeapAttachments);
     std::swap(m_inlineUsed, other.m_inlineUsed);
     std::swap(m_received, other.m_received);
     m_owner.swap(other.m_owner);
@@ -121,8 +122,7 @@ void Packet::setDefaultValues(unsigned fromVersion) {
     // The gaps between the fields are part of the defaults and zero: nothing of old memory leaves with the packet.
     const ConstByteSpan defaults = m_scheme->getDefaults();
     const uint32_t begin = fromVersion == 0 ? 0 : m_scheme->getVersion(fromVersion - 1).staticSize;
-    if (begin < defaults.getSize())
-        std::memcpy(m_payload + begin, defaults.getBytePointer() + begin, defaults.getSize() - begin);
+    internal::copyBytes(m_payload + begin, defaults.getBytePointer() + begin, defaults.getSize() - begin);
     const size_t arraysBefore = fromVersion == 0 ? 0 : m_scheme->getVersion(fromVersion - 1).dynamicArrays;
     const size_t arrays = m_scheme->getDynamicArrays().size();
     for (size_t i = arraysBefore; i < arrays; ++i) replaceAttachment(m_attachments[i], nullptr, 0, 0);
@@ -152,19 +152,19 @@ void Packet::makePayload(unsigned size) {
     m_payloadSize = size;
 }
 
-void Packet::allocateAttachments(size_t count) {
-    m_attachments = count <= inlineAttachments ? m_firstAttachments : new Attachment[count];
+void Packet::allocateManyAttachments(size_t count) {
+    m_attachments = new Attachment[count]();
     m_attachmentCount = count;
+    m_hasHeapAttachments = true;
 }
 
-void Packet::dropAttachments() noexcept {
+void Packet::freeAttachments() noexcept {
     for (size_t i = 0; i < m_attachmentCount; ++i) {
         if (m_attachments[i].storage == Storage::Heap) delete[] m_attachments[i].bytes;
-        m_attachments[i] = Attachment();
     }
     if (m_attachments != m_firstAttachments) delete[] m_attachments;
-    m_attachments = nullptr;
-    m_attachmentCount = 0;
+    m_attachments = m_firstAttachments;
+    m_hasHeapAttachments = false;
 }
 
 // Makes room for `size` bytes, the first of them copies of `bytes`, which may be the attachment's own, and the rest
@@ -175,13 +175,16 @@ void Packet::replaceAttachment(Attachment& attachment, const uint8_t* bytes, uns
         attachment.size = size;
         return;
     }
-    Attachment fresh;
+    Attachment fresh{nullptr, 0, Storage::View};
     if (size != 0) {
         fresh.bytes = takeInline(size);
         fresh.storage = fresh.bytes ? Storage::Inline : Storage::Heap;
-        if (!fresh.bytes) fresh.bytes = new uint8_t[size];
+        if (!fresh.bytes) {
+            fresh.bytes = new uint8_t[size];
+            m_hasHeapAttachments = true;
+        }
         fresh.size = size;
-        if (copied != 0) std::memcpy(fresh.bytes, bytes, copied);
+        internal::copyBytes(fresh.bytes, bytes, copied);
     }
     if (attachment.storage == Storage::Heap) delete[] attachment.bytes;
     attachment = fresh;
@@ -195,7 +198,7 @@ void Packet::makeStaticWritable() {
     uint8_t* own = takeInline(size);
     const bool isInline = own != nullptr;
     if (!own) own = new uint8_t[size];
-    std::memcpy(own, m_payload, size);
+    internal::copyBytes(own, m_payload, size);
     storeCounts(own, m_scheme->getDynamicArrays().size());
     m_received = m_isPayloadBorrowed ? nullptr : m_payload;
     m_payload = own;
@@ -221,13 +224,13 @@ void Packet::copyContents(const Packet& from, unsigned staticSize) {
     for (size_t i = 0; i < from.m_attachmentCount; ++i) total += padded(from.m_attachments[i].size);
 
     std::unique_ptr<uint8_t[]> heap;
-    std::unique_ptr<Attachment[]> copies(new Attachment[from.m_attachmentCount]);
+    std::unique_ptr<Attachment[]> copies(new Attachment[from.m_attachmentCount]());
     uint8_t* block = takeInline(total);
     if (!block) {
         heap.reset(new uint8_t[total]);
         block = heap.get();
     }
-    std::memcpy(block, from.m_payload, staticSize);
+    internal::copyBytes(block, from.m_payload, staticSize);
     uint8_t* at = block + padded(newestSize);
     for (size_t i = 0; i < from.m_attachmentCount; ++i) {
         const Attachment& source = from.m_attachments[i];

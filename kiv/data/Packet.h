@@ -94,7 +94,7 @@ public:
     // several values.
     template <std::integral T>
     void setInteger(PacketFieldArg field, T value, unsigned index = 0) {
-        setInt64(field, static_cast<int64_t>(value), index);
+        setInt64(field, static_cast<uint64_t>(value), index);
     }
     int64_t getInteger(PacketFieldArg field, unsigned index = 0) const;
     void setFloat(PacketFieldArg field, double value, unsigned index = 0);
@@ -201,16 +201,16 @@ private:
 
     // A dynamic array or the cargo.
     struct Attachment {
-        uint8_t* bytes = nullptr;
-        uint32_t size = 0;
-        Storage storage = Storage::View;
+        uint8_t* bytes;
+        uint32_t size;
+        Storage storage;
     };
 
     // What fit() knows of the received bytes.
     struct Received {
         unsigned version = 0;
-        uint32_t staticSize = 0; // of that version here
-        uint64_t usable = 0;     // bytes without the version suffix
+        PacketScheme::Version expected; // what is known of it here
+        uint64_t usable = 0;            // bytes without the version suffix
         uint64_t cursor = 0;
     };
 
@@ -234,7 +234,19 @@ private:
     void arraySetInternal(const PacketElement& element, const uint8_t* bytes, unsigned size, bool copy);
     uint8_t* allocateInternal(const PacketElement& element, unsigned size);
     bool isSizeAllowed(const PacketElement& element, uint64_t size, const char* operation) const;
-    void setInt64(PacketFieldArg field, int64_t value, unsigned index);
+    void setInt64(PacketFieldArg field, uint64_t value, unsigned index);
+    // What the inline readers and writers leave: names, dynamic arrays, received static parts, the last bytes of the
+    // static part, and what is refused.
+    void setIntegerSlowly(PacketFieldArg field, uint64_t value, unsigned index);
+    int64_t getIntegerSlowly(PacketFieldArg field, unsigned index) const;
+    void setFloatSlowly(PacketFieldArg field, double value, unsigned index);
+    double getFloatSlowly(PacketFieldArg field, unsigned index) const;
+    const char* getStringSlowly(PacketFieldArg field) const;
+    // The bytes of a fixed field of this packet's scheme that has a value of this index.
+    const uint8_t* fixedValue(const PacketElement* element, unsigned index) const {
+        const bool isFixed = element && element->scheme == m_scheme && index < element->count;
+        return isFixed ? m_payload + element->offset + size_t{index} * element->elementSize : nullptr;
+    }
     void setValues(PacketFieldArg field, const void* values, uint64_t count, unsigned valueSize);
     bool getValues(PacketFieldArg field, ConstByteSpan& out, unsigned valueSize) const;
     void setStringListInternal(PacketFieldArg field, std::string_view bytes);
@@ -243,8 +255,18 @@ private:
 
     uint8_t* takeInline(uint64_t size);
     void makePayload(unsigned size);
-    void allocateAttachments(size_t count);
-    void dropAttachments() noexcept;
+    void allocateAttachments(size_t count) {
+        m_attachments = m_firstAttachments;
+        if (count > inlineAttachments) return allocateManyAttachments(count);
+        m_attachmentCount = count;
+        for (Attachment& attachment : m_firstAttachments) attachment = {nullptr, 0, Storage::View};
+    }
+    void allocateManyAttachments(size_t count);
+    void dropAttachments() noexcept {
+        if (m_hasHeapAttachments) freeAttachments();
+        m_attachmentCount = 0;
+    }
+    void freeAttachments() noexcept;
     void replaceAttachment(Attachment& attachment, const uint8_t* bytes, unsigned copied, unsigned size);
     void makeStaticWritable();
     void storeCounts(uint8_t* staticPart, size_t dynamicArrays) const;
@@ -271,6 +293,7 @@ private:
     bool m_isSchemeFixed = false;
     bool m_flushAfterThis = false;
     bool m_isVersioningDisabled = false;
+    bool m_hasHeapAttachments = false;
     bool m_isStaticReceived = false; // the static part is that of the received bytes
     uint8_t m_inlineUsed = 0;
     uint8_t* m_received =
@@ -279,7 +302,7 @@ private:
     // One for each dynamic array of the scheme, and the cargo; none while the packet is raw.
     Attachment* m_attachments = nullptr;
     size_t m_attachmentCount = 0;
-    Attachment m_firstAttachments[inlineAttachments];
+    Attachment m_firstAttachments[inlineAttachments]; // uninitialised until they are in use, like the bytes
     alignas(8) uint8_t m_inline[inlineBytes];
 };
 
@@ -288,3 +311,5 @@ inline void swap(Packet& a, Packet& b) noexcept {
 }
 
 } // namespace kiv
+
+#include "kiv/data/PacketInline.h"

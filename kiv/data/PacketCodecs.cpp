@@ -89,7 +89,7 @@ void Packet::writeBehindStatic(Sink& sink) const {
 
 void Packet::copyPayloadTo(uint8_t* to) const {
     const unsigned staticSize = m_scheme ? getWrittenVersion().staticSize : m_payloadSize;
-    if (staticSize != 0) std::memcpy(to, m_payload, staticSize);
+    internal::copyBytes(to, m_payload, staticSize);
     if (!m_scheme) return;
     if (m_isStaticReceived) storeCounts(to, getWrittenVersion().dynamicArrays);
     MemorySink sink{to + staticSize};

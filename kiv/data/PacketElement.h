@@ -18,21 +18,29 @@ enum class PacketNumber : uint8_t { None, Int8, Int16, Int32, Int64, UInt8, UInt
 
 // One element of a scheme, as declared. Owned by its scheme and constant once the scheme is built.
 struct PacketElement {
+    // Used at every access.
     const PacketScheme* scheme = nullptr;
     uint32_t offset = 0;       // of the field in the static part; of its count there for a dynamic array
     uint32_t elementSize = 0;  // bytes of one value
     uint32_t count = 0;        // values of a fixed field; 0 for a dynamic array
-    uint32_t maximumCount = 0; // values at most; `count` for a fixed field
     int32_t dynamicIndex = -1; // among the scheme's dynamic arrays
-    uint32_t mask = 0;         // alignment - 1 of the values
+    uint32_t wideCount = 0;    // of a fixed field of integers: values that can be read as eight bytes
+    uint64_t valueBits = 0;    // those of an integer, and of them the one that is extended; 0 for what is none
+    uint64_t signBit = 0;
     PacketElementKind kind = PacketElementKind::Plain;
     PacketNumber number = PacketNumber::None;
+
     bool isTableKey = false;
-    uint8_t version = 0; // that declared it
+    uint8_t version = 0;       // that declared it
+    uint32_t maximumCount = 0; // values at most; `count` for a fixed field
+    uint32_t mask = 0;         // alignment - 1 of the values
     String name;
     String defaultBytes; // of a dynamic array; those of fixed fields are in the scheme's defaults
 
     bool isDynamic() const { return dynamicIndex >= 0; }
+    bool isInteger() const { return valueBits != 0; }
+    // Read and written as bytes: neither text nor item.
+    bool hasBytes() const { return kind == PacketElementKind::Plain || kind == PacketElementKind::Buffer; }
     uint64_t getMaximumSize() const { return uint64_t{maximumCount} * elementSize; }
 };
 
@@ -51,20 +59,31 @@ private:
     const PacketElement* m_element = nullptr;
 };
 
-// What field parameters accept: a resolved field, or a name, which is looked up in the scheme's index.
+// What field parameters accept: a resolved field, or a name, which is looked up in the scheme's index. Two words, so
+// that it is passed in registers.
 class PacketFieldArg {
 public:
-    PacketFieldArg(PacketField field) : m_element(field.getElement()) {}
-    PacketFieldArg(const char* name) : m_name(name ? name : "") {}
-    PacketFieldArg(const String& name) : m_name(name.view()) {}
-    PacketFieldArg(const SmartCStr& name) : m_name(name.view()) {}
+    PacketFieldArg(PacketField field) : m_pointer(field.getElement()), m_size(resolved) {}
+    PacketFieldArg(const char* name) : PacketFieldArg(std::string_view(name ? name : "")) {}
+    PacketFieldArg(const String& name) : PacketFieldArg(name.view()) {}
+    PacketFieldArg(const SmartCStr& name) : PacketFieldArg(name.view()) {}
 
-    const PacketElement* getElement() const { return m_element; }
-    std::string_view getName() const { return m_element ? m_element->name.view() : m_name; }
+    // Null for names.
+    const PacketElement* getElement() const {
+        return m_size == resolved ? static_cast<const PacketElement*>(m_pointer) : nullptr;
+    }
+    std::string_view getName() const {
+        if (m_size != resolved) return {static_cast<const char*>(m_pointer), m_size};
+        return m_pointer ? getElement()->name.view() : std::string_view();
+    }
 
 private:
-    const PacketElement* m_element = nullptr;
-    std::string_view m_name;
+    static constexpr size_t resolved = static_cast<size_t>(-1);
+
+    explicit PacketFieldArg(std::string_view name) : m_pointer(name.data()), m_size(name.size()) {}
+
+    const void* m_pointer;
+    size_t m_size;
 };
 
 } // namespace kiv

@@ -12,9 +12,18 @@ namespace {
 constexpr const char* noMember = "no member";
 constexpr const char* noTerminator = "member contents does not end with nullbyte";
 
-template <class T>
-int64_t loadInteger(const uint8_t* from) {
-    return static_cast<int64_t>(internal::loadUnaligned<T>(from));
+// Requires: the size is that of an integer.
+uint64_t loadValue(const uint8_t* from, uint32_t size) {
+    switch (size) {
+    case 1:
+        return *from;
+    case 2:
+        return internal::loadUnaligned<uint16_t>(from);
+    case 4:
+        return internal::loadUnaligned<uint32_t>(from);
+    default:
+        return internal::loadUnaligned<uint64_t>(from);
+    }
 }
 
 std::string_view upToZero(std::string_view text) {
@@ -44,9 +53,7 @@ const PacketElement* Packet::resolve(PacketFieldArg field, PacketElementKind kin
 // Bytes are what buffers and plain elements have.
 const PacketElement* Packet::resolveBytes(PacketFieldArg field, const char* operation) const {
     const PacketElement* element = resolve(field);
-    const bool hasBytes =
-        element && (element->kind == PacketElementKind::Buffer || element->kind == PacketElementKind::Plain);
-    return hasBytes ? element : complain(operation, noMember, field);
+    return element && element->hasBytes() ? element : complain(operation, noMember, field);
 }
 
 // Returns null.
@@ -87,12 +94,6 @@ uint8_t* Packet::singleSetInternal(const PacketElement& element, unsigned index)
     return const_cast<uint8_t*>(singleGetInternal(element, index));
 }
 
-ConstByteSpan Packet::arrayGetInternal(const PacketElement& element) const {
-    if (!element.isDynamic()) return {m_payload + element.offset, element.count * element.elementSize};
-    const Attachment& array = m_attachments[element.dynamicIndex];
-    return {array.bytes, array.size};
-}
-
 // Requires: isSizeAllowed(). The bytes may be the packet's own.
 void Packet::arraySetInternal(const PacketElement& element, const uint8_t* bytes, unsigned size, bool copy) {
     makeStaticWritable();
@@ -128,55 +129,28 @@ uint8_t* Packet::allocateInternal(const PacketElement& element, unsigned size) {
 
 // ---- Numbers.
 
-void Packet::setInt64(PacketFieldArg field, int64_t value, unsigned index) {
+void Packet::setIntegerSlowly(PacketFieldArg field, uint64_t value, unsigned index) {
     const PacketElement* element = resolve(field);
-    const bool isInteger = element && element->number >= PacketNumber::Int8 && element->number <= PacketNumber::UInt64;
-    uint8_t* to = isInteger ? singleSetInternal(*element, index) : nullptr;
-    if (!to) {
+    uint8_t* to = element && element->isInteger() ? singleSetInternal(*element, index) : nullptr;
+    if (to) {
+        internal::storeInteger(to, value, element->elementSize);
+    } else {
         complain("setInteger", noMember, field);
-        return;
-    }
-    switch (element->elementSize) {
-    case 1:
-        return internal::storeUnaligned(to, static_cast<uint8_t>(value));
-    case 2:
-        return internal::storeUnaligned(to, static_cast<uint16_t>(value));
-    case 4:
-        return internal::storeUnaligned(to, static_cast<uint32_t>(value));
-    default:
-        return internal::storeUnaligned(to, value);
     }
 }
 
-int64_t Packet::getInteger(PacketFieldArg field, unsigned index) const {
+int64_t Packet::getIntegerSlowly(PacketFieldArg field, unsigned index) const {
     const PacketElement* element = resolve(field);
-    const uint8_t* from = element ? singleGetInternal(*element, index) : nullptr;
-    if (from) {
-        switch (element->number) {
-        case PacketNumber::Int8:
-            return loadInteger<int8_t>(from);
-        case PacketNumber::Int16:
-            return loadInteger<int16_t>(from);
-        case PacketNumber::Int32:
-            return loadInteger<int32_t>(from);
-        case PacketNumber::Int64:
-        case PacketNumber::UInt64:
-            return loadInteger<int64_t>(from);
-        case PacketNumber::UInt8:
-            return loadInteger<uint8_t>(from);
-        case PacketNumber::UInt16:
-            return loadInteger<uint16_t>(from);
-        case PacketNumber::UInt32:
-            return loadInteger<uint32_t>(from);
-        default:
-            break;
-        }
+    const uint8_t* from = element && element->isInteger() ? singleGetInternal(*element, index) : nullptr;
+    if (!from) {
+        complain("getInteger", noMember, field);
+        return 0;
     }
-    complain("getInteger", noMember, field);
-    return 0;
+    const uint64_t value = loadValue(from, element->elementSize);
+    return static_cast<int64_t>((value ^ element->signBit) - element->signBit);
 }
 
-void Packet::setFloat(PacketFieldArg field, double value, unsigned index) {
+void Packet::setFloatSlowly(PacketFieldArg field, double value, unsigned index) {
     const PacketElement* element = resolve(field);
     const bool isFloat = element && element->number >= PacketNumber::Float;
     uint8_t* to = isFloat ? singleSetInternal(*element, index) : nullptr;
@@ -189,7 +163,7 @@ void Packet::setFloat(PacketFieldArg field, double value, unsigned index) {
     }
 }
 
-double Packet::getFloat(PacketFieldArg field, unsigned index) const {
+double Packet::getFloatSlowly(PacketFieldArg field, unsigned index) const {
     const PacketElement* element = resolve(field);
     const uint8_t* from = element ? singleGetInternal(*element, index) : nullptr;
     if (from && element->number == PacketNumber::Double) return internal::loadUnaligned<double>(from);
@@ -244,7 +218,7 @@ void Packet::setString(PacketFieldArg field, TextArg text) {
     internal::storeUnaligned<uint32_t>(m_payload + element->offset, array.size);
 }
 
-const char* Packet::getString(PacketFieldArg field) const {
+const char* Packet::getStringSlowly(PacketFieldArg field) const {
     const PacketElement* element = resolve(field, PacketElementKind::Text, "getString");
     if (!element) return "";
     const ConstByteSpan bytes = arrayGetInternal(*element);
@@ -322,11 +296,6 @@ const uint8_t* Packet::getBuffer(PacketFieldArg field) const {
 unsigned Packet::getBufferSize(PacketFieldArg field) const {
     const PacketElement* element = resolveBytes(field, "getBufferSize");
     return element ? arrayGetInternal(*element).getSize() : 0;
-}
-
-ConstByteSpan Packet::getByteSpan(PacketFieldArg field) const {
-    const PacketElement* element = resolveBytes(field, "getByteSpan");
-    return element ? arrayGetInternal(*element) : ConstByteSpan();
 }
 
 uint8_t* Packet::allocateBuffer(PacketFieldArg field, unsigned size, bool zero) {

@@ -1,5 +1,6 @@
 #include "kiv/data/PacketScheme.h"
 
+#include "kiv/data/ItemInline.h"
 #include "kiv/data/PacketSchemeRegistry.h"
 #include "kiv/logging/MessageStream.h"
 
@@ -15,20 +16,26 @@ uint32_t maskOf(uint32_t elementSize) {
     return std::min<uint32_t>(lowestBit, 8) - 1;
 }
 
-uint32_t hashOf(std::string_view name) {
-    constexpr uint64_t factor = 0x9E3779B97F4A7C15;
-    uint64_t hash = name.size() * factor;
-    const char* at = name.data();
-    size_t left = name.size();
-    for (; left >= 8; left -= 8, at += 8) {
-        uint64_t word;
-        std::memcpy(&word, at, 8);
-        hash = (hash ^ word) * factor;
-        hash ^= hash >> 32;
+// The first eight bytes, zeros behind shorter names, without a loop whose end nobody can predict.
+uint64_t firstWordOf(std::string_view name) {
+    const auto byteAt = [&name](size_t i) { return uint64_t{static_cast<uint8_t>(name[i])} << 8 * i; };
+    const size_t size = name.size();
+    if (size >= 8) return internal::loadUnaligned<uint64_t>(name.data());
+    if (size >= 4) {
+        const uint64_t end = internal::loadUnaligned<uint32_t>(name.data() + size - 4);
+        return internal::loadUnaligned<uint32_t>(name.data()) | end << 8 * (size - 4);
     }
-    uint64_t rest = 0;
-    for (; left != 0; --left, ++at) rest = rest << 8 | static_cast<uint8_t>(*at);
-    hash = (hash ^ rest) * factor;
+    return size == 0 ? 0 : byteAt(0) | byteAt(size / 2) | byteAt(size - 1);
+}
+
+uint32_t hashOf(std::string_view name, uint64_t firstWord) {
+    constexpr uint64_t factor = 0x9E3779B97F4A7C15;
+    uint64_t hash = (firstWord ^ name.size()) * factor;
+    for (size_t at = 8; at < name.size(); at += 8) {
+        // The last word overlaps the one before.
+        const size_t from = std::min(at, name.size() - 8);
+        hash = ((hash ^ hash >> 32) ^ internal::loadUnaligned<uint64_t>(name.data() + from)) * factor;
+    }
     return static_cast<uint32_t>(hash >> 32);
 }
 
@@ -96,29 +103,26 @@ PacketScheme::~PacketScheme() {
 }
 
 const PacketElement* PacketScheme::findElement(std::string_view name) const {
-    const uint32_t hash = hashOf(name);
+    const uint64_t firstWord = firstWordOf(name);
     const size_t last = m_nameSlots.size() - 1;
-    for (size_t at = hash & last;; at = (at + 1) & last) {
+    for (size_t at = hashOf(name, firstWord) & last;; at = (at + 1) & last) {
         const NameSlot& slot = m_nameSlots[at];
         if (!slot.element) return nullptr;
-        if (slot.hash == hash && slot.size == name.size() &&
-            std::memcmp(slot.element->name.data(), name.data(), name.size()) == 0)
+        if (slot.firstWord != firstWord || slot.size != name.size()) continue;
+        if (name.size() <= 8 || std::memcmp(slot.element->name.data() + 8, name.data() + 8, name.size() - 8) == 0)
             return slot.element;
     }
 }
 
 void PacketScheme::indexElements() {
-    if (m_nameSlots.size() < 2 * m_elements.size() + 1) {
-        m_nameSlots.assign(2 * m_nameSlots.size(), NameSlot());
-    } else {
-        std::fill(m_nameSlots.begin(), m_nameSlots.end(), NameSlot());
-    }
+    const size_t size = m_nameSlots.size();
+    m_nameSlots.assign(2 * m_elements.size() < size ? size : 2 * size, NameSlot());
     const size_t last = m_nameSlots.size() - 1;
     for (const PacketElement& element : m_elements) {
-        const uint32_t hash = hashOf(element.name.view());
-        size_t at = hash & last;
+        const uint64_t firstWord = firstWordOf(element.name.view());
+        size_t at = hashOf(element.name.view(), firstWord) & last;
         while (m_nameSlots[at].element) at = (at + 1) & last;
-        m_nameSlots[at] = {hash, static_cast<uint32_t>(element.name.size()), &element};
+        m_nameSlots[at] = {firstWord, element.name.size(), &element};
     }
 }
 
@@ -134,13 +138,20 @@ PacketField PacketScheme::declare(PacketElement&& element, bool isDynamic, std::
     if (m_opensVersion && getMaxVersion() == maximumVersion) return refuse(element, "too many versions");
 
     element.mask = maskOf(element.elementSize);
+    if (element.number >= PacketNumber::Int8 && element.number <= PacketNumber::UInt64) {
+        element.valueBits = ~uint64_t{0} >> (64 - 8 * element.elementSize);
+        element.signBit = element.number <= PacketNumber::Int64 ? element.valueBits ^ (element.valueBits >> 1) : 0;
+    }
     const uint64_t mask = isDynamic ? 3 : element.mask;
     const uint64_t offset = (m_defaults.size() + mask) & ~mask;
     const uint64_t end = offset + (isDynamic ? 4 : uint64_t{element.count} * element.elementSize);
     if (end > maximumStaticSize) return refuse(element, "static part too large");
 
-    if (m_opensVersion) m_versions.push_back(m_versions.back());
-    m_opensVersion = false;
+    if (m_opensVersion) {
+        m_versions.push_back(m_versions.back());
+        ++m_maxVersion;
+        m_opensVersion = false;
+    }
     element.scheme = this;
     element.offset = static_cast<uint32_t>(offset);
     element.version = static_cast<uint8_t>(getMaxVersion());
@@ -155,8 +166,14 @@ PacketField PacketScheme::declare(PacketElement&& element, bool isDynamic, std::
         for (uint64_t at = 0; at + defaultBytes.size() <= end - offset; at += defaultBytes.size())
             std::memcpy(slot + at, defaultBytes.data(), defaultBytes.size());
     }
-    m_versions.back() = {static_cast<uint32_t>(end), static_cast<uint32_t>(m_dynamicArrays.size())};
+    m_newestVersion = {static_cast<uint32_t>(end), static_cast<uint32_t>(m_dynamicArrays.size())};
+    m_versions.back() = m_newestVersion;
     m_elements.push_back(std::move(element));
+    for (PacketElement& each : m_elements) {
+        if (!each.isInteger() || each.offset + 8 > end) continue;
+        const auto values = static_cast<uint32_t>((end - 8 - each.offset) / each.elementSize + 1);
+        each.wideCount = std::min(each.count, values);
+    }
     indexElements();
     warnOfVersionsBesideCargo();
     return Field(&m_elements.back());

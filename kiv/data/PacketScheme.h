@@ -59,10 +59,10 @@ public:
     // The non-empty names, joined by "::".
     const kiv::String& getFullName() const { return m_fullName; }
     // The newest version; the first is 0.
-    unsigned getMaxVersion() const { return static_cast<unsigned>(m_versions.size() - 1); }
+    unsigned getMaxVersion() const { return m_maxVersion; }
     // Requires: version <= getMaxVersion().
     const Version& getVersion(unsigned version) const { return m_versions[version]; }
-    const Version& getNewestVersion() const { return m_versions.back(); }
+    const Version& getNewestVersion() const { return m_newestVersion; }
     unsigned getMaxCargo() const { return m_maxCargo; }
     // Packets of this scheme are table entries and have the key "id".
     bool hasTableKey() const { return m_hasTableKey; }
@@ -141,6 +141,8 @@ private:
     bool m_hasTableKey = false;
     bool m_hasDynamicDefaults = false;
     bool m_hasWarnedOfVersions = false;
+    unsigned m_maxVersion = 0;
+    Version m_newestVersion; // also the last of all versions
     unsigned m_maxCargo = 0;
     kiv::String m_fullName;
     std::deque<PacketElement> m_elements;
@@ -149,8 +151,8 @@ private:
     std::vector<uint8_t> m_defaults;
     // Open addressing, a power of two at least twice as large as the number of elements.
     struct NameSlot {
-        uint32_t hash = 0;
-        uint32_t size = 0;
+        uint64_t firstWord = 0; // of the name
+        size_t size = 0;
         const PacketElement* element = nullptr;
     };
     std::vector<NameSlot> m_nameSlots;

@@ -236,6 +236,15 @@ TEST(PacketFit, CountsThatChangeInBorrowedMemoryAreNotBelievedAgain) {
     EXPECT_EQ(payloadOf(packet), original);
 }
 
+TEST(PacketFit, NothingAtAllIsARecordOfASchemeOfNothing) {
+    const PacketScheme nothing(19, nullptr, nullptr, "Nothing");
+    Packet packet(0u, nullptr, nullptr);
+    packet.setID(19);
+    ASSERT_TRUE(packet.fit(&nothing));
+    packet.setDefaultValues(0);
+    EXPECT_EQ(hexOf(Packet(packet)), "");
+}
+
 TEST(PacketFit, APacketMadeForASchemeRefusesAnotherInSilence) {
     LogLines log;
     Packet packet(&arrays, 0);
