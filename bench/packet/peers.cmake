@@ -1,0 +1,18 @@
+# The package of flatbuffers differs between systems in what it offers CMake; what is used of it is headers only.
+find_path(KIV_FLATBUFFERS_INCLUDE flatbuffers/flatbuffers.h PATHS /usr/include)
+mark_as_advanced(KIV_FLATBUFFERS_INCLUDE)
+if(KIV_FLATBUFFERS_INCLUDE)
+    add_library(bench_flatbuffers INTERFACE)
+    target_include_directories(bench_flatbuffers SYSTEM INTERFACE "${KIV_FLATBUFFERS_INCLUDE}")
+endif()
+kiv_bench_peer(flatbuffers.cpp bench_flatbuffers)
+
+find_package(Protobuf QUIET)
+if(TARGET protobuf::libprotobuf AND TARGET protobuf::protoc)
+    add_library(bench_protobuf STATIC "${folder}/frame.proto")
+    protobuf_generate(TARGET bench_protobuf LANGUAGE cpp)
+    target_compile_options(bench_protobuf PRIVATE -w)
+    target_include_directories(bench_protobuf SYSTEM PUBLIC "${CMAKE_CURRENT_BINARY_DIR}")
+    target_link_libraries(bench_protobuf PUBLIC protobuf::libprotobuf)
+endif()
+kiv_bench_peer(protobuf.cpp bench_protobuf)
