@@ -122,3 +122,6 @@ private:
 };
 
 } // namespace kiv
+
+// The bodies of the inline members above need the item.
+#include "kiv/data/Item.h"
