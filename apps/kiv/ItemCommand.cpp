@@ -4,12 +4,12 @@
 
 #include "kiv/data/Item.h"
 #include "kiv/platform/Console.h"
+#include "kiv/platform/File.h"
+#include "kiv/platform/StandardInput.h"
 
 #include <fmt/format.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
 
 namespace kiv::app {
 
@@ -20,24 +20,20 @@ constexpr std::string_view blanks = " \t\r\n";
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 bool readStandardInput(std::string& out) {
-    internal::useBinaryMode(internal::StandardStream::Input);
     char piece[1 << 16];
-    for (size_t size; (size = std::fread(piece, 1, sizeof(piece), stdin)) > 0;) {
+    while (const size_t size = internal::readStandardInput(piece, sizeof(piece))) {
         out.append(piece, size);
         if (out.size() > largestFile) return false;
     }
-    return std::ferror(stdin) == 0;
+    return true;
 }
 
 bool readFile(const std::string& path, std::string& out) {
-    std::ifstream file(std::filesystem::path(std::u8string(path.begin(), path.end())), std::ios::binary);
-    if (!file.is_open()) return false;
-    char piece[1 << 16];
-    do {
-        file.read(piece, sizeof(piece));
-        out.append(piece, static_cast<size_t>(file.gcount()));
-    } while (file && out.size() <= largestFile);
-    return file.eof() && out.size() <= largestFile;
+    const auto space = [&out](uint64_t size) {
+        out.resize(static_cast<size_t>(size));
+        return out.data();
+    };
+    return platform::readWholeFile(path, largestFile, space).status == platform::FileStatus::Ok;
 }
 
 class Conversion {
@@ -141,7 +137,7 @@ void Conversion::convertFile(const std::string& path) {
     const std::string name = isStandardInput ? "standard input" : withoutControls(path);
     std::string source;
     if (!(isStandardInput ? readStandardInput(source) : readFile(path, source))) {
-        refuse(name + (source.size() > largestFile ? ": longer than 1 GiB\n" : ": can't be read\n"));
+        refuse(name + ": can't be read, or is longer than 1 GiB\n");
         return;
     }
     size_t begin = source.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;

@@ -15,9 +15,6 @@ KIV_API bool writeStandardOutput(std::string_view text);
 // The same for standard error, which has no sink.
 KIV_API bool writeStandardError(std::string_view text);
 
-// Stops the C library from translating line ends of the stream, where it does that. Before its first use.
-KIV_API void useBinaryMode(StandardStream stream);
-
 KIV_API bool isTerminal(StandardStream stream);
 
 // Columns of the terminal behind `stream`; 0 when it is none.

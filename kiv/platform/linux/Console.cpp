@@ -59,8 +59,6 @@ bool writeStandardError(std::string_view text) {
     return std::fwrite(text.data(), 1, text.size(), stderr) == text.size() && std::fflush(stderr) == 0;
 }
 
-void useBinaryMode(StandardStream) {}
-
 bool isTerminal(StandardStream stream) {
     return isatty(descriptorOf(stream)) == 1;
 }

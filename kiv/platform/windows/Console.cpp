@@ -3,8 +3,6 @@
 #include "kiv/platform/StandardOutput.h"
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
-#include <io.h>
 
 #include <windows.h>
 
@@ -45,10 +43,6 @@ void useUtf8() {
     [[maybe_unused]] static const bool isSwitched = switchConsoleToUtf8();
 }
 
-int descriptorOf(StandardStream stream) {
-    return _fileno(stream == StandardStream::Input ? stdin : stream == StandardStream::Output ? stdout : stderr);
-}
-
 } // namespace
 
 bool writeToStandardOutput(std::string_view text) {
@@ -61,10 +55,6 @@ bool writeToStandardOutput(std::string_view text) {
 bool writeStandardError(std::string_view text) {
     useUtf8();
     return std::fwrite(text.data(), 1, text.size(), stderr) == text.size() && std::fflush(stderr) == 0;
-}
-
-void useBinaryMode(StandardStream stream) {
-    _setmode(descriptorOf(stream), _O_BINARY);
 }
 
 bool isTerminal(StandardStream stream) {

@@ -1,0 +1,8 @@
+#include "Tour.h"
+
+int main() {
+    showValues();
+    showRecords();
+    showObjects();
+    showLogging();
+}

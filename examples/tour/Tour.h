@@ -1,0 +1,7 @@
+#pragma once
+
+// The chapters of doc/tour.md, which shows pieces of them.
+void showValues();
+void showRecords();
+void showObjects();
+void showLogging();
