@@ -28,7 +28,6 @@ void Item::freeHeap() noexcept {
 }
 
 void Item::dropView() noexcept {
-    if (m_capacity != 0) return;
     m_data = m_inline;
     m_capacity = inlineCapacity;
 }
@@ -70,6 +69,36 @@ void Item::appendRuns(const Run* runs, unsigned count) {
     ::operator delete(oldBlock);
 }
 
+void Item::addGrowing(ValueType type, const void* a, size_t aSize, const void* b, size_t bSize) {
+    const Run runs[] = {{&type, 1}, {a, aSize}, {b, bSize}};
+    appendRuns(runs, 3);
+}
+
+void Item::addCountedGrowing(ValueType type, unsigned length, const uint8_t* bytes, unsigned size) {
+    addGrowing(type, &length, 4, bytes, size);
+}
+
+void Item::addFloatGrowing(double value) {
+    addGrowing(ValueType::Float, &value, 8, nullptr, 0);
+}
+
+// The shortest form may still fit in.
+void Item::addIntegerGrowing(long long value) {
+    unsigned size = 8;
+    auto type = ValueType::Int64;
+    if (value == static_cast<int8_t>(value)) {
+        size = 1;
+        type = ValueType::Int8;
+    } else if (value == static_cast<int16_t>(value)) {
+        size = 2;
+        type = ValueType::Int16;
+    } else if (value == static_cast<int32_t>(value)) {
+        size = 4;
+        type = ValueType::Int32;
+    }
+    addGrowing(type, &value, size, nullptr, 0);
+}
+
 void Item::appendPlain(const uint8_t* bytes, unsigned size) {
     const Run run{bytes, size};
     appendRuns(&run, 1);
@@ -99,7 +128,7 @@ void Item::setPlain(const ConstByteSpan& encoded) {
     const uint8_t* const bytes = encoded.getBytePointer();
     if (size > maximumSize) throw std::length_error("kiv::Item: more than 2^31 - 1 bytes");
     uint8_t* oldBlock = nullptr;
-    dropView();
+    if (m_capacity == 0) dropView();
     if (size > m_capacity) {
         uint8_t* const block = allocate(size);
         oldBlock = m_ownsHeap ? m_data : nullptr;
@@ -126,11 +155,6 @@ void Item::reservePlainTotal(unsigned capacity) {
     const uint32_t size = m_size;
     ::operator delete(resizePlainInternal(std::max(capacity, size)));
     m_size = size;
-}
-
-void Item::clear() {
-    dropView();
-    m_size = 0;
 }
 
 void Item::addString(const String& text) {

@@ -101,7 +101,7 @@ public:
 
     // Writers: each appends one element. Texts end at their first zero byte; null is the empty text.
     inline void addInteger(long long value);
-    void addFloat(double value) { addScalar(ValueType::Float, &value); }
+    inline void addFloat(double value);
     inline void addString(const char* text);
     void addString(const String& text);
     void addString(const SmartCStr& text) { addString(text.c_str()); }
@@ -167,7 +167,7 @@ public:
     // New bytes are unspecified.
     void resizePlain(unsigned size);
     void reservePlainTotal(unsigned capacity);
-    void clear();
+    inline void clear();
 
     // Texts of the whole encoding. The setters return false, leave the item unchanged and fill `error` when given.
     String getBase16() const;
@@ -251,7 +251,7 @@ public:
     SmartPointer<Packet> fetchPacketCompact(PacketScheme* scheme) const;
 
 protected:
-    void addInternal(ValueType type) { *appendPlain(1u) = static_cast<uint8_t>(type); }
+    inline void addInternal(ValueType type);
     void addInternal(ValueType type, const uint8_t* payload, unsigned size) {
         addInternal(type, payload, size, nullptr, 0);
     }
@@ -269,7 +269,11 @@ private:
         size_t size;
     };
 
-    inline void addScalar(ValueType type, const void* eightBytes);
+    // What the writers do when there is not room enough, out of their way.
+    void addIntegerGrowing(long long value);
+    void addFloatGrowing(double value);
+    void addCountedGrowing(ValueType type, unsigned length, const uint8_t* bytes, unsigned size);
+    void addGrowing(ValueType type, const void* a, size_t aSize, const void* b, size_t bSize);
     // Requires: no zero byte within the text.
     inline void addText(ValueType type, const char* text, size_t size);
     void appendRuns(const Run* runs, unsigned count);

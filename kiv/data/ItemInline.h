@@ -25,6 +25,25 @@ void storeUnaligned(void* to, T value) {
     std::memcpy(to, &value, sizeof(T));
 }
 
+// Copies without a call what fits two words or two pairs of them: the last word may overlap the first.
+inline void copyShort(uint8_t* to, const void* from, size_t size) {
+    const auto* bytes = static_cast<const uint8_t*>(from);
+    if (size > 32) {
+        std::memcpy(to, bytes, size);
+    } else if (size >= 16) {
+        std::memcpy(to, bytes, 16);
+        std::memcpy(to + size - 16, bytes + size - 16, 16);
+    } else if (size >= 8) {
+        std::memcpy(to, bytes, 8);
+        std::memcpy(to + size - 8, bytes + size - 8, 8);
+    } else if (size >= 4) {
+        std::memcpy(to, bytes, 4);
+        std::memcpy(to + size - 4, bytes + size - 4, 4);
+    } else {
+        for (size_t i = 0; i < size; ++i) to[i] = bytes[i];
+    }
+}
+
 // The index of the first zero byte, or `size`. Short texts are the rule, so words are searched in place, without a
 // call.
 inline unsigned findZero(const uint8_t* bytes, unsigned size) {
@@ -105,87 +124,107 @@ inline bool isCounted(uint8_t type) {
 
 } // namespace internal
 
+// The writers keep the size in a register, store it last, and store nothing else than bytes: these may alias every
+// member, so that whatever a member is needed for after a byte has been written is loaded again.
+
 inline uint8_t* Item::appendPlain(unsigned size) {
-    if (uint64_t{m_size} + size > m_capacity) {
+    const uint32_t at = m_size;
+    if (uint64_t{at} + size > m_capacity) {
         const Run run{nullptr, size};
         appendRuns(&run, 1);
-    } else {
-        m_size += size;
+        return m_data + at;
     }
-    return m_data + m_size - size;
+    m_size = at + size;
+    return m_data + at;
 }
 
-inline void Item::addScalar(ValueType type, const void* eightBytes) {
-    uint8_t* to = appendPlain(9);
-    to[0] = static_cast<uint8_t>(type);
-    std::memcpy(to + 1, eightBytes, 8);
+inline void Item::addFloat(double value) {
+    const uint32_t at = m_size;
+    if (uint64_t{at} + 9 > m_capacity) {
+        addFloatGrowing(value);
+        return;
+    }
+    uint8_t* to = m_data + at;
+    to[0] = static_cast<uint8_t>(ValueType::Float);
+    internal::storeUnaligned(to + 1, value);
+    m_size = at + 9;
 }
 
 inline void Item::addInteger(long long value) {
-    unsigned size = 9;
-    auto type = ValueType::Int64;
+    const uint32_t at = m_size;
+    if (uint64_t{at} + 9 > m_capacity) { // maybe too little for the longest form
+        addIntegerGrowing(value);
+        return;
+    }
+    // One store of type and payload together: what it writes behind a shorter form is not yet in use.
+    uint8_t* to = m_data + at;
+    const auto payload = static_cast<uint64_t>(value) << 8;
     if (value == static_cast<int8_t>(value)) {
-        size = 2;
-        type = ValueType::Int8;
+        internal::storeUnaligned(to, static_cast<uint16_t>(payload | static_cast<uint8_t>(ValueType::Int8)));
+        m_size = at + 2;
     } else if (value == static_cast<int16_t>(value)) {
-        size = 3;
-        type = ValueType::Int16;
+        internal::storeUnaligned(to, static_cast<uint32_t>(payload | static_cast<uint8_t>(ValueType::Int16)));
+        m_size = at + 3;
     } else if (value == static_cast<int32_t>(value)) {
-        size = 5;
-        type = ValueType::Int32;
-    }
-    if (uint64_t{m_size} + 9 <= m_capacity) { // room for the longest form: one store of eight bytes serves all
-        uint8_t* to = m_data + m_size;
-        to[0] = static_cast<uint8_t>(type);
-        internal::storeUnaligned(to + 1, value);
-        m_size += size;
+        internal::storeUnaligned(to, payload | static_cast<uint8_t>(ValueType::Int32));
+        m_size = at + 5;
     } else {
-        uint8_t* to = appendPlain(size);
-        to[0] = static_cast<uint8_t>(type);
-        std::memcpy(to + 1, &value, size - 1);
+        to[0] = static_cast<uint8_t>(ValueType::Int64);
+        internal::storeUnaligned(to + 1, value);
+        m_size = at + 9;
     }
+}
+
+inline void Item::addInternal(ValueType type) {
+    const uint32_t at = m_size;
+    if (at >= m_capacity) {
+        addGrowing(type, nullptr, 0, nullptr, 0);
+        return;
+    }
+    m_data[at] = static_cast<uint8_t>(type);
+    m_size = at + 1;
 }
 
 inline void Item::addInternal(ValueType type, const uint8_t* a, unsigned aSize, const uint8_t* b, unsigned bSize) {
-    const uint64_t size = uint64_t{1} + aSize + bSize;
-    if (m_size + size > m_capacity) {
-        const Run runs[] = {{&type, 1}, {a, aSize}, {b, bSize}};
-        appendRuns(runs, 3);
+    const uint32_t at = m_size;
+    const uint64_t end = uint64_t{at} + 1 + aSize + bSize;
+    if (end > m_capacity) {
+        addGrowing(type, a, aSize, b, bSize);
         return;
     }
-    uint8_t* to = m_data + m_size;
+    uint8_t* to = m_data + at;
     *to = static_cast<uint8_t>(type);
-    if (aSize != 0) std::memcpy(to + 1, a, aSize);
-    if (bSize != 0) std::memcpy(to + 1 + aSize, b, bSize);
-    m_size += static_cast<uint32_t>(size);
+    internal::copyShort(to + 1, a, aSize);
+    internal::copyShort(to + 1 + aSize, b, bSize);
+    m_size = static_cast<uint32_t>(end);
 }
 
 inline void Item::addInternal(ValueType type, unsigned length, const uint8_t* bytes, unsigned size) {
-    const uint64_t needed = uint64_t{5} + size;
-    if (m_size + needed > m_capacity) {
-        const Run runs[] = {{&type, 1}, {&length, 4}, {bytes, size}};
-        appendRuns(runs, 3);
+    const uint32_t at = m_size;
+    const uint64_t end = uint64_t{at} + 5 + size;
+    if (end > m_capacity) {
+        addCountedGrowing(type, length, bytes, size);
         return;
     }
-    uint8_t* to = m_data + m_size;
+    uint8_t* to = m_data + at;
     *to = static_cast<uint8_t>(type);
     internal::storeUnaligned(to + 1, length);
-    if (size != 0) std::memcpy(to + 5, bytes, size);
-    m_size += static_cast<uint32_t>(needed);
+    internal::copyShort(to + 5, bytes, size);
+    m_size = static_cast<uint32_t>(end);
 }
 
 inline void Item::addText(ValueType type, const char* text, size_t size) {
-    const uint64_t needed = uint64_t{2} + size;
-    if (m_size + needed > m_capacity) {
-        const Run runs[] = {{&type, 1}, {text, size}, {"", 1}};
-        appendRuns(runs, 3);
+    const uint32_t at = m_size;
+    const uint64_t end = uint64_t{at} + 2 + size;
+    if (end > m_capacity) {
+        addGrowing(type, text, size, "", 1);
         return;
     }
-    uint8_t* to = m_data + m_size;
+    uint8_t* to = m_data + at;
     *to = static_cast<uint8_t>(type);
-    std::memcpy(to + 1, text, size);
+    internal::copyShort(to + 1, text, size);
     to[1 + size] = 0;
-    m_size += static_cast<uint32_t>(needed);
+    m_size = static_cast<uint32_t>(end);
 }
 
 inline void Item::addString(const char* text) {
@@ -229,6 +268,11 @@ inline void Item::takeFrom(Item& other) noexcept {
         other.m_size = 0;
         other.m_ownsHeap = false;
     }
+}
+
+inline void Item::clear() {
+    if (m_capacity == 0) dropView();
+    m_size = 0;
 }
 
 inline ItemIterator Item::getIterator() const& {
