@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <string>
 
-// The work of the race: encode a record, decode all its fields, compare two encodings in the order of their fields.
+// The work of the race: encode a record, decode all its fields, compare two encodings in the order of their fields; and
+// compare short keys as the nodes of a tree do.
 namespace bench {
 
 struct Record {
@@ -51,6 +52,19 @@ inline Record lateDifferent() {
     Record record;
     record.window.back() = 10;
     return record;
+}
+
+// A key below the same first level as others, but elsewhere on the second.
+struct Key {
+    std::string text = "series 17a";
+    int64_t time = 1732190000123456;
+    int32_t index = 70001;
+};
+
+inline Key nextKey() {
+    Key key;
+    key.time += 1000;
+    return key;
 }
 
 } // namespace bench

@@ -96,4 +96,34 @@ void compareFlex(benchmark::State& state, const bench::Record& other, bool equal
 BENCHMARK_CAPTURE(compareFlex, equal, bench::Record(), true)->Name("compare-equal/FlexBuffers");
 BENCHMARK_CAPTURE(compareFlex, late, bench::lateDifferent(), false)->Name("compare-late/FlexBuffers");
 
+std::vector<uint8_t> encoded(const bench::Key& key) {
+    flexbuffers::Builder builder;
+    builder.Vector([&] {
+        builder.String(key.text);
+        builder.Int(key.time);
+        builder.Int(key.index);
+    });
+    builder.Finish();
+    return builder.GetBuffer();
+}
+
+int compareKeys(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+    const flexbuffers::Vector x = flexbuffers::GetRoot(a).AsVector(), y = flexbuffers::GetRoot(b).AsVector();
+    if (const int order = std::strcmp(x[0].AsString().c_str(), y[0].AsString().c_str()); order != 0) return order;
+    for (size_t i = 1; i < 3; ++i) {
+        if (const int order = orderOf(x[i].AsInt64(), y[i].AsInt64()); order != 0) return order;
+    }
+    return 0;
+}
+
+void compareKeyFlex(benchmark::State& state) {
+    const std::vector<uint8_t> a = encoded(bench::Key()), b = encoded(bench::nextKey());
+    if (compareKeys(a, b) >= 0) std::abort();
+    for (auto _ : state) {
+        benchmark::ClobberMemory();
+        benchmark::DoNotOptimize(compareKeys(a, b));
+    }
+}
+BENCHMARK(compareKeyFlex)->Name("compare-key/FlexBuffers");
+
 } // namespace

@@ -81,4 +81,21 @@ void compareKiv(benchmark::State& state, const bench::Record& other, bool equal)
 BENCHMARK_CAPTURE(compareKiv, equal, bench::Record(), true)->Name("compare-equal/kiv");
 BENCHMARK_CAPTURE(compareKiv, late, bench::lateDifferent(), false)->Name("compare-late/kiv");
 
+Item encoded(const bench::Key& key) {
+    Item item(key.text.c_str());
+    item.add(key.time);
+    item.add(key.index);
+    return item;
+}
+
+void compareKeyKiv(benchmark::State& state) {
+    const Item a = encoded(bench::Key()), b = encoded(bench::nextKey());
+    if (Item::compareTotal(a, b) >= 0 || a.getPlainSize() != 26) std::abort();
+    for (auto _ : state) {
+        benchmark::ClobberMemory();
+        benchmark::DoNotOptimize(Item::compareTotal(a, b));
+    }
+}
+BENCHMARK(compareKeyKiv)->Name("compare-key/kiv");
+
 } // namespace
