@@ -6,12 +6,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <unistd.h>
+#include <random>
 
 // The input is a packet file. Records that are read lie one behind the other in it, byte for byte.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const std::string path =
-        (std::filesystem::temp_directory_path() / ("kiv-packets-" + std::to_string(getpid()))).string();
+        (std::filesystem::temp_directory_path() / ("kiv-packets-" + std::to_string(std::random_device()()))).string();
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     const auto reader = kiv::makeObject<kiv::FilePacketReader>(path.c_str());
