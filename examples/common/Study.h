@@ -13,7 +13,7 @@ namespace study {
 // slice after slice. Samples have one byte where `maximum` fits one, else two.
 struct Geometry {
     static constexpr uint32_t largestSide = 65536, largestSlices = 65536, largestTile = 1024;
-    static constexpr uint64_t largestStudy = uint64_t{4} << 30;
+    static constexpr uint64_t largestStudy = uint64_t{1} << 30;
 
     uint32_t width = 0;
     uint32_t height = 0;
