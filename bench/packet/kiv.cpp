@@ -13,12 +13,12 @@ using bench::Frame;
 
 struct FrameScheme : PacketScheme {
     explicit FrameScheme(const char* name) : PacketScheme(1, "bench", nullptr, name) {}
-    const Field number = Number<uint32_t>("number");
-    const Field time = Number<uint64_t>("time");
-    const Field width = Number<uint16_t>("width");
-    const Field height = Number<uint16_t>("height");
-    const Field gain = Number<float>("gain");
-    const Field exposure = Number<double>("exposure");
+    const NumberField<uint32_t> number = Number<uint32_t>("number");
+    const NumberField<uint64_t> time = Number<uint64_t>("time");
+    const NumberField<uint16_t> width = Number<uint16_t>("width");
+    const NumberField<uint16_t> height = Number<uint16_t>("height");
+    const NumberField<float> gain = Number<float>("gain");
+    const NumberField<double> exposure = Number<double>("exposure");
     const Field note = String("note", UpTo(256));
     const Field pixels = Numbers<uint16_t>("pixels", UpTo(65536));
     const Field raw = Buffer("raw", UpTo(65536));
@@ -40,14 +40,45 @@ struct Names {
 };
 const Names names;
 
-template <class Fields>
-void fill(Packet& packet, const Fields& fields, const Frame& frame, bool copy) {
+void setNumbers(Packet& packet, const FrameScheme& fields, const Frame& frame) {
+    packet.set(fields.number, frame.number);
+    packet.set(fields.time, frame.time);
+    packet.set(fields.width, frame.width);
+    packet.set(fields.height, frame.height);
+    packet.set(fields.gain, frame.gain);
+    packet.set(fields.exposure, frame.exposure);
+}
+
+void setNumbers(Packet& packet, const Names& fields, const Frame& frame) {
     packet.setInteger(fields.number, frame.number);
     packet.setInteger(fields.time, frame.time);
     packet.setInteger(fields.width, frame.width);
     packet.setInteger(fields.height, frame.height);
     packet.setFloat(fields.gain, static_cast<double>(frame.gain));
     packet.setFloat(fields.exposure, frame.exposure);
+}
+
+void getNumbers(const Packet& packet, const FrameScheme& fields, bench::Found& found) {
+    found.number = packet.get(fields.number);
+    found.time = packet.get(fields.time);
+    found.width = packet.get(fields.width);
+    found.height = packet.get(fields.height);
+    found.gain = static_cast<double>(packet.get(fields.gain));
+    found.exposure = packet.get(fields.exposure);
+}
+
+void getNumbers(const Packet& packet, const Names& fields, bench::Found& found) {
+    found.number = static_cast<uint64_t>(packet.getInteger(fields.number));
+    found.time = static_cast<uint64_t>(packet.getInteger(fields.time));
+    found.width = static_cast<uint64_t>(packet.getInteger(fields.width));
+    found.height = static_cast<uint64_t>(packet.getInteger(fields.height));
+    found.gain = packet.getFloat(fields.gain);
+    found.exposure = packet.getFloat(fields.exposure);
+}
+
+template <class Fields>
+void fill(Packet& packet, const Fields& fields, const Frame& frame, bool copy) {
+    setNumbers(packet, fields, frame);
     packet.setString(fields.note, frame.note);
     packet.setBuffer(fields.pixels, reinterpret_cast<const uint8_t*>(frame.pixels.data()), 2000, copy);
     packet.setBuffer(fields.raw, frame.raw.data(), 4096, copy);
@@ -56,12 +87,7 @@ void fill(Packet& packet, const Fields& fields, const Frame& frame, bool copy) {
 template <class Fields>
 bench::Found find(const Packet& packet, const Fields& fields) {
     bench::Found found;
-    found.number = static_cast<uint64_t>(packet.getInteger(fields.number));
-    found.time = static_cast<uint64_t>(packet.getInteger(fields.time));
-    found.width = static_cast<uint64_t>(packet.getInteger(fields.width));
-    found.height = static_cast<uint64_t>(packet.getInteger(fields.height));
-    found.gain = packet.getFloat(fields.gain);
-    found.exposure = packet.getFloat(fields.exposure);
+    getNumbers(packet, fields, found);
     found.note = packet.getString(fields.note);
     const ConstByteSpan pixels = packet.getByteSpan(fields.pixels);
     const ConstByteSpan raw = packet.getByteSpan(fields.raw);

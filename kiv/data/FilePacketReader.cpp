@@ -10,7 +10,7 @@ namespace kiv {
 
 using internal::packetRecordHead;
 
-FilePacketReader::FilePacketReader(const char* path) : m_file(platform::openFile(path, "rb")) {
+FilePacketReader::FilePacketReader(const char* path) : m_file(platform::openFile(path, platform::FileMode::Read)) {
     if (m_file) std::setvbuf(m_file, nullptr, _IOFBF, internal::packetFileBuffer);
 }
 

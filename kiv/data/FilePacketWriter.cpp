@@ -10,7 +10,7 @@ namespace kiv {
 
 using internal::packetRecordHead;
 
-FilePacketWriter::FilePacketWriter(const char* path) : m_file(platform::openFile(path, "wb")) {
+FilePacketWriter::FilePacketWriter(const char* path) : m_file(platform::openFile(path, platform::FileMode::Write)) {
     if (m_file) std::setvbuf(m_file, nullptr, _IOFBF, internal::packetFileBuffer);
 }
 

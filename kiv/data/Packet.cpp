@@ -10,6 +10,17 @@ namespace kiv {
 static_assert(std::endian::native == std::endian::little, "packets are copied as they lie in memory");
 static_assert(sizeof(Packet::RawHeader) == 8);
 
+namespace {
+
+// Makes a pointer into an array of one packet one into that of the other.
+template <class T, size_t n>
+void moveInto(T*& pointer, T (&from)[n], T (&to)[n]) {
+    const std::less<const T*> isBefore;
+    if (!isBefore(pointer, from) && isBefore(pointer, from + n)) pointer = to + (pointer - from);
+}
+
+} // namespace
+
 // Constructors delegate to the empty one, so that the destructor cleans up behind a failed allocation.
 
 Packet::Packet(const PacketScheme* scheme, short port) : Packet() {
@@ -71,24 +82,8 @@ void Packet::copyFrom(const Packet& other) {
 
 void Packet::swap(Packet& other) noexcept {
     if (this == &other) return;
-    const auto move = [](auto*& pointer, auto* from, size_t size, auto* to) {
-        const std::less_equal<const void*> isBefore;
-        if (isBefore(from, pointer) && isBefore(pointer, from + size)) pointer = to + (pointer - from);
-    };
-    // What points into one packet points into the other then.
-    const auto moveAll = [&move](Packet& from, Packet& to) {
-        move(from.m_attachments, from.m_firstAttachments, 0, to.m_firstAttachments);
-        if (from.m_isPayloadBorrowed) move(from.m_payload, from.m_inline, inlineBytes, to.m_inline);
-    };
-    const auto moveViews = [&move](Packet& holder, Packet& before) {
-        for (size_t i = 0; i < holder.m_attachmentCount; ++i) {
-            Attachment& attachment = holder.m_attachments[i];
-            if (attachment.storage != Storage::Heap && attachment.size != 0)
-                move(attachment.bytes, before.m_inline, inlineBytes, holder.m_inline);
-        }
-    };
-    moveAll(*this, other);
-    moveAll(other, *this);
+    movePointersTo(other);
+    other.movePointersTo(*this);
     std::swap(m_scheme, other.m_scheme);
     std::swap(m_payload, other.m_payload);
     std::swap(m_payloadSize, other.m_payloadSize);
@@ -98,8 +93,8 @@ void Packet::swap(Packet& other) noexcept {
     std::swap(m_isSchemeFixed, other.m_isSchemeFixed);
     std::swap(m_flushAfterThis, other.m_flushAfterThis);
     std::swap(m_isVersioningDisabled, other.m_isVersioningDisabled);
-    std::swap(m_isStaticReceived, other.m_isStaticReceived);
     std::swap(m_hasHeapAttachments, other.m_hasHeapAttachments);
+    std::swap(m_isStaticReceived, other.m_isStaticReceived);
     std::swap(m_inlineUsed, other.m_inlineUsed);
     std::swap(m_received, other.m_received);
     m_owner.swap(other.m_owner);
@@ -107,8 +102,13 @@ void Packet::swap(Packet& other) noexcept {
     std::swap(m_attachmentCount, other.m_attachmentCount);
     std::swap(m_firstAttachments, other.m_firstAttachments);
     std::swap(m_inline, other.m_inline);
-    moveViews(*this, other);
-    moveViews(other, *this);
+}
+
+// What points into this packet's own memory points to the same place of the other, where that memory goes.
+void Packet::movePointersTo(Packet& other) noexcept {
+    moveInto(m_payload, m_inline, other.m_inline);
+    for (size_t i = 0; i < m_attachmentCount; ++i) moveInto(m_attachments[i].bytes, m_inline, other.m_inline);
+    moveInto(m_attachments, m_firstAttachments, other.m_firstAttachments);
 }
 
 void Packet::disableVersioning() {
@@ -137,8 +137,9 @@ void Packet::setDefaultValues(unsigned fromVersion) {
 
 // ---- Memory.
 
-// Null when there is not enough room left.
+// Null when there is not enough room left. Never the end of the room: that may be the beginning of foreign memory.
 uint8_t* Packet::takeInline(uint64_t size) {
+    if (size == 0) return m_inline;
     if (size > inlineBytes - m_inlineUsed) return nullptr;
     uint8_t* bytes = m_inline + m_inlineUsed;
     m_inlineUsed = static_cast<uint8_t>(std::min<uint64_t>(m_inlineUsed + ((size + 7) & ~uint64_t{7}), inlineBytes));

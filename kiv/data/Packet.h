@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace kiv {
 
@@ -99,6 +100,11 @@ public:
     int64_t getInteger(PacketFieldArg field, unsigned index = 0) const;
     void setFloat(PacketFieldArg field, double value, unsigned index = 0);
     double getFloat(PacketFieldArg field, unsigned index = 0) const;
+    // The same for a field whose type is known, in that type.
+    template <class T>
+    void set(PacketNumberField<T> field, std::type_identity_t<T> value);
+    template <class T>
+    T get(PacketNumberField<T> field) const;
     void setGUID(PacketFieldArg field, const GUID& guid);
     GUID getGUID(PacketFieldArg field) const;
 
@@ -109,21 +115,10 @@ public:
     // Zero-terminated texts one after another, into List, Set, UnorderedSet or Vector of String.
     template <class Container>
     requires std::same_as<typename Container::value_type, String>
-    void setStringList(PacketFieldArg field, const Container& texts) {
-        std::string bytes;
-        for (const String& text : texts) bytes.append(text.c_str()).push_back('\0');
-        setStringListInternal(field, bytes);
-    }
+    void setStringList(PacketFieldArg field, const Container& texts);
     template <class Container>
     requires std::same_as<typename Container::value_type, String>
-    void getStringList(PacketFieldArg field, Container& out) const {
-        out.clear();
-        std::string_view left = getStringListInternal(field);
-        for (size_t end; !left.empty(); left.remove_prefix(end + 1)) {
-            end = left.find('\0');
-            out.insert(out.end(), String(left.substr(0, end)));
-        }
-    }
+    void getStringList(PacketFieldArg field, Container& out) const;
 
     void setItem(PacketFieldArg field, const kiv::Item& item);
     // The complete elements, borrowed.
@@ -149,13 +144,7 @@ public:
         setValues(field, values, count, sizeof(T));
     }
     template <class T>
-    bool getArray(PacketFieldArg field, Vector<T>& out) const {
-        ConstByteSpan bytes;
-        if (!getValues(field, bytes, sizeof(T))) return false;
-        out.resize(bytes.getSize() / sizeof(T));
-        if (!out.empty()) std::memcpy(out.data(), bytes.getBytePointer(), bytes.getSize());
-        return true;
-    }
+    bool getArray(PacketFieldArg field, Vector<T>& out) const;
 
     // The free tail of a packet whose scheme declares one; packets with a version suffix have none.
     void setCargo(const uint8_t* bytes, unsigned size, bool copy = true);
@@ -218,9 +207,12 @@ private:
     static constexpr unsigned inlineBytes = 192;
 
     Packet() = default;
+    bool isOfScheme(const PacketElement* element) const {
+        return KIV_EXPECT(element) && KIV_EXPECT(element->scheme == m_scheme);
+    }
     const PacketElement* resolve(PacketFieldArg field) const {
         const PacketElement* element = field.getElement();
-        return element && element->scheme == m_scheme ? element : resolveByName(field);
+        return isOfScheme(element) ? element : resolveByName(field);
     }
     const PacketElement* resolveByName(PacketFieldArg field) const;
     // Null and a log line when there is no such element.
@@ -230,11 +222,11 @@ private:
 
     const uint8_t* singleGetInternal(const PacketElement& element, unsigned index) const;
     uint8_t* singleSetInternal(const PacketElement& element, unsigned index);
-    ConstByteSpan arrayGetInternal(const PacketElement& element) const;
+    inline ConstByteSpan arrayGetInternal(const PacketElement& element) const;
     void arraySetInternal(const PacketElement& element, const uint8_t* bytes, unsigned size, bool copy);
     uint8_t* allocateInternal(const PacketElement& element, unsigned size);
     bool isSizeAllowed(const PacketElement& element, uint64_t size, const char* operation) const;
-    void setInt64(PacketFieldArg field, uint64_t value, unsigned index);
+    inline void setInt64(PacketFieldArg field, uint64_t value, unsigned index);
     // What the inline readers and writers leave: names, dynamic arrays, received static parts, the last bytes of the
     // static part, and what is refused.
     void setIntegerSlowly(PacketFieldArg field, uint64_t value, unsigned index);
@@ -242,10 +234,9 @@ private:
     void setFloatSlowly(PacketFieldArg field, double value, unsigned index);
     double getFloatSlowly(PacketFieldArg field, unsigned index) const;
     const char* getStringSlowly(PacketFieldArg field) const;
-    // The bytes of a fixed field of this packet's scheme that has a value of this index.
-    const uint8_t* fixedValue(const PacketElement* element, unsigned index) const {
-        const bool isFixed = element && element->scheme == m_scheme && index < element->count;
-        return isFixed ? m_payload + element->offset + size_t{index} * element->elementSize : nullptr;
+    // Of this packet's scheme, and a fixed field that has a value of this index.
+    bool hasFixedValue(const PacketElement* element, unsigned index) const {
+        return isOfScheme(element) && KIV_EXPECT(index < element->count);
     }
     void setValues(PacketFieldArg field, const void* values, uint64_t count, unsigned valueSize);
     bool getValues(PacketFieldArg field, ConstByteSpan& out, unsigned valueSize) const;
@@ -253,14 +244,10 @@ private:
     std::string_view getStringListInternal(PacketFieldArg field) const;
     Attachment* writableCargo(uint64_t size, const char* operation);
 
+    void movePointersTo(Packet& other) noexcept;
     uint8_t* takeInline(uint64_t size);
     void makePayload(unsigned size);
-    void allocateAttachments(size_t count) {
-        m_attachments = m_firstAttachments;
-        if (count > inlineAttachments) return allocateManyAttachments(count);
-        m_attachmentCount = count;
-        for (Attachment& attachment : m_firstAttachments) attachment = {nullptr, 0, Storage::View};
-    }
+    inline void allocateAttachments(size_t count);
     void allocateManyAttachments(size_t count);
     void dropAttachments() noexcept {
         if (m_hasHeapAttachments) freeAttachments();

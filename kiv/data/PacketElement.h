@@ -39,6 +39,9 @@ struct PacketElement {
 
     bool isDynamic() const { return dynamicIndex >= 0; }
     bool isInteger() const { return valueBits != 0; }
+    bool isFloat() const { return number >= PacketNumber::Float; }
+    // In the static part. Requires: a fixed field.
+    size_t getValueOffset(unsigned index) const { return offset + size_t{index} * elementSize; }
     // Read and written as bytes: neither text nor item.
     bool hasBytes() const { return kind == PacketElementKind::Plain || kind == PacketElementKind::Buffer; }
     uint64_t getMaximumSize() const { return uint64_t{maximumCount} * elementSize; }
@@ -57,6 +60,18 @@ public:
 
 private:
     const PacketElement* m_element = nullptr;
+};
+
+// The resolved field of one number of type T: Packet::get() and set() need not look at what it is.
+template <class T>
+class PacketNumberField : public PacketField {
+public:
+    PacketNumberField() = default;
+
+private:
+    friend class PacketScheme;
+
+    explicit PacketNumberField(PacketField field) : PacketField(field) {}
 };
 
 // What field parameters accept: a resolved field, or a name, which is looked up in the scheme's index. Two words, so

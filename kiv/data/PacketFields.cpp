@@ -79,7 +79,7 @@ bool Packet::isSizeAllowed(const PacketElement& element, uint64_t size, const ch
 // Null when there is no value of this index.
 const uint8_t* Packet::singleGetInternal(const PacketElement& element, unsigned index) const {
     const uint64_t begin = uint64_t{index} * element.elementSize;
-    if (!element.isDynamic()) return index < element.count ? m_payload + element.offset + begin : nullptr;
+    if (!element.isDynamic()) return index < element.count ? m_payload + element.getValueOffset(index) : nullptr;
     const Attachment& array = m_attachments[element.dynamicIndex];
     return begin + element.elementSize <= array.size ? array.bytes + begin : nullptr;
 }
@@ -152,8 +152,7 @@ int64_t Packet::getIntegerSlowly(PacketFieldArg field, unsigned index) const {
 
 void Packet::setFloatSlowly(PacketFieldArg field, double value, unsigned index) {
     const PacketElement* element = resolve(field);
-    const bool isFloat = element && element->number >= PacketNumber::Float;
-    uint8_t* to = isFloat ? singleSetInternal(*element, index) : nullptr;
+    uint8_t* to = element && element->isFloat() ? singleSetInternal(*element, index) : nullptr;
     if (!to) {
         complain("setFloat", noMember, field);
     } else if (element->number == PacketNumber::Double) {

@@ -18,7 +18,7 @@ namespace kiv {
 // versions or a free tail ("cargo"). A subclass declares them, as members or in its constructor:
 //     struct PictureScheme : PacketScheme {
 //         PictureScheme() : PacketScheme(40, "Camera", "Picture", nullptr) {}
-//         const Field width = Number<uint32_t>("width");
+//         const NumberField<uint32_t> width = Number<uint32_t>("width");
 //         const Field pixels = Buffer("pixels", UpTo(1 << 24));
 //     };
 // The order of declarations is the wire format: append only, behind a NextVersion(). One object for each type, made
@@ -26,6 +26,8 @@ namespace kiv {
 class KIV_API PacketScheme {
 public:
     using Field = PacketField;
+    template <class T>
+    using NumberField = PacketNumberField<T>;
 
     // The length of a dynamic array: from nothing up to so many values.
     struct UpTo {
@@ -98,8 +100,9 @@ protected:
     Field addElement(const char* name, UpTo count, unsigned elementSize, const std::type_info* type,
                      const void* defaultBytes = nullptr);
     template <class T>
-    Field Number(const char* name, T defaultValue = T()) {
-        return Numbers<T>(name, 1u, defaultValue);
+    NumberField<T> Number(const char* name, T defaultValue = T()) {
+        static_assert(std::is_arithmetic_v<T> || std::is_enum_v<T>);
+        return NumberField<T>(Numbers<T>(name, 1u, defaultValue));
     }
     template <class T>
     Field Numbers(const char* name, unsigned count, T defaultValue = T()) {

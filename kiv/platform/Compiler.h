@@ -20,3 +20,10 @@
 #define KIV_NOINLINE __attribute__((noinline))
 #define KIV_ALWAYS_INLINE inline __attribute__((always_inline))
 #endif
+
+// Where a [[likely]] branch is not enough, because the condition is made of several.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KIV_EXPECT(condition) (condition)
+#else
+#define KIV_EXPECT(condition) __builtin_expect(static_cast<bool>(condition), 1)
+#endif

@@ -6,8 +6,10 @@
 
 namespace kiv::platform {
 
-// std::fopen for a UTF-8 path on every system. Child processes do not inherit the file. Null for a null path, a path
-// that can't be opened, and a directory.
-KIV_API std::FILE* openFile(const char* path, const char* mode);
+enum class FileMode { Read, Write };
+
+// A file as a stream of the C library, in binary mode; writing creates or truncates it. The path is UTF-8. Child
+// processes do not inherit the file. Null for a null path, a directory, and what can't be opened.
+KIV_API std::FILE* openFile(const char* path, FileMode mode);
 
 } // namespace kiv::platform

@@ -32,14 +32,14 @@ protected:
     }
 
     void store(const std::string& bytes) const {
-        std::FILE* file = platform::openFile(path.c_str(), "wb");
+        std::FILE* file = platform::openFile(path.c_str(), platform::FileMode::Write);
         ASSERT_NE(file, nullptr);
         EXPECT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
         EXPECT_EQ(std::fclose(file), 0);
     }
     std::string load() const {
         std::string bytes(1 << 20, 0);
-        std::FILE* file = platform::openFile(path.c_str(), "rb");
+        std::FILE* file = platform::openFile(path.c_str(), platform::FileMode::Read);
         if (!file) return "can't be opened";
         bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
         std::fclose(file);

@@ -17,10 +17,10 @@ struct EveryScheme : PacketScheme {
     EveryScheme() : PacketScheme(1003, "Test", nullptr, "Every") {}
     const Field key = Table();
     const Field i8 = Number<int8_t>("i8");
-    const Field u16 = Number<uint16_t>("u16");
+    const NumberField<uint16_t> u16 = Number<uint16_t>("u16");
     const Field i64s = Numbers<int64_t>("i64s", 2);
-    const Field flag = Number<bool>("flag");
-    const Field single = Number<float>("single", 0.5f);
+    const NumberField<bool> flag = Number<bool>("flag");
+    const NumberField<float> single = Number<float>("single", 0.5f);
     const Field real = Number<double>("real", 0.25);
     const Field slot = String("slot", 8);
     const Field text = String("text", UpTo(12));
@@ -112,6 +112,33 @@ TEST(Packet, IntegersTruncateOnSetAndExtendByTypeOnGet) {
     const GUID guid(1, 2, 3, 4);
     packet->setGUID("id", guid);
     EXPECT_EQ(packet->getGUID(every.key), guid);
+}
+
+TEST(Packet, FieldsOfAKnownTypeAreReadAndWrittenInIt) {
+    Packet packet(&every, 0);
+    packet.set(every.u16, 65535);
+    packet.set(every.single, 0.1f);
+    packet.set(every.flag, true);
+    EXPECT_EQ(packet.get(every.u16), 65535);
+    EXPECT_EQ(packet.get(every.single), 0.1f);
+    EXPECT_TRUE(packet.get(every.flag));
+    packet.getPayloadPointer()[every.flag.getElement()->offset] = 2; // no bool holds it
+    EXPECT_TRUE(packet.get(every.flag));
+
+    // In a packet of another scheme they stand for the element of their name.
+    struct OtherScheme : PacketScheme {
+        OtherScheme() : PacketScheme(13, nullptr, nullptr, "Other") {}
+        const Field before = Number<double>("before");
+        const Field u16 = Number<int8_t>("u16", -1);
+    };
+    const OtherScheme other;
+    Packet otherPacket(&other, 0);
+    EXPECT_EQ(otherPacket.get(every.u16), 65535);
+    otherPacket.set(every.u16, 0x7F);
+    EXPECT_EQ(otherPacket.getInteger("u16"), 0x7F);
+    LogLines log;
+    EXPECT_EQ(otherPacket.get(every.single), 0.0f);
+    EXPECT_EQ(log.takeOne(), "Packet::getFloat: no member, member=single, m_scheme->getFullName()=Other");
 }
 
 TEST(Packet, MisuseIsLoggedAndChangesNothing) {

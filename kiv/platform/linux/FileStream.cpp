@@ -1,13 +1,12 @@
 #include "kiv/platform/FileStream.h"
 
-#include <string>
 #include <sys/stat.h>
 
 namespace kiv::platform {
 
-std::FILE* openFile(const char* path, const char* mode) {
+std::FILE* openFile(const char* path, FileMode mode) {
     if (!path) return nullptr;
-    std::FILE* file = std::fopen(path, (std::string(mode) + 'e').c_str());
+    std::FILE* file = std::fopen(path, mode == FileMode::Write ? "wbe" : "rbe");
     struct stat status;
     // A directory can be opened for reading, only reading fails.
     if (file && (::fstat(::fileno(file), &status) != 0 || S_ISDIR(status.st_mode))) {

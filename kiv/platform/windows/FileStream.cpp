@@ -2,16 +2,22 @@
 
 #include "kiv/platform/windows/WidePath.h"
 
-#include <cstdio>
-#include <string>
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
 
 namespace kiv::platform {
 
-std::FILE* openFile(const char* path, const char* mode) {
+// Directories do not open here.
+std::FILE* openFile(const char* path, FileMode mode) {
     if (!path) return nullptr;
-    // Directories do not open here. The last letter keeps the file from child processes.
-    const std::string letters = std::string(mode) + 'N';
-    return ::_wfopen(widePath(path).c_str(), std::wstring(letters.begin(), letters.end()).c_str());
+    const bool isWritten = mode == FileMode::Write;
+    const int flags = isWritten ? _O_WRONLY | _O_CREAT | _O_TRUNC : _O_RDONLY;
+    const int file = ::_wopen(widePath(path).c_str(), flags | _O_BINARY | _O_NOINHERIT, _S_IREAD | _S_IWRITE);
+    if (file < 0) return nullptr;
+    std::FILE* stream = ::_fdopen(file, isWritten ? "wb" : "rb");
+    if (!stream) ::_close(file);
+    return stream;
 }
 
 } // namespace kiv::platform
