@@ -1,5 +1,6 @@
 // The order of items. Equal leading bytes are equal leading elements, so comparison looks for the first different byte
-// and decodes from the element that holds it; nested items are followed with an explicit stack.
+// and for the element that holds it, which decides but for numbers with several forms and, unless the order is total,
+// wildcards and NaN. After these, items are compared element by element with an explicit stack of nested ones.
 
 #include "kiv/data/Item.h"
 
@@ -110,7 +111,7 @@ int compareElements(uint8_t type, const uint8_t* a, unsigned aSize, const uint8_
 }
 
 template <class T>
-int orderOfNumbers(const uint8_t* a, const uint8_t* b) {
+int orderOfPayloads(const uint8_t* a, const uint8_t* b) {
     return order(loadUnaligned<T>(a + 1), loadUnaligned<T>(b + 1));
 }
 
@@ -183,21 +184,10 @@ struct Place {
     size_t nestedEnd;
 };
 
-// Behind the first zero byte from `at` on, or behind `end`.
-KIV_ALWAYS_INLINE size_t textEnd(const uint8_t* bytes, size_t at, size_t end) {
-    for (; at + 8 <= end; at += 8) {
-        const auto word = loadUnaligned<uint64_t>(bytes + at);
-        const uint64_t zeros = (word - 0x0101010101010101) & ~word & 0x8080808080808080;
-        if (zeros != 0) return at + 1 + (static_cast<unsigned>(std::countr_zero(zeros)) >> 3);
-    }
-    while (at < end && bytes[at] != 0) ++at;
-    return at + 1;
-}
-
 // Walks over the elements that end within the first `different` bytes, and into the nested item that does not; `size`
 // is that of the shorter side. Branches, not a table of sizes: a predicted branch lets the next element begin before
 // this one's type byte has been loaded. It calls nothing, so that all of it stays in registers.
-Place findPlace(const uint8_t* bytes, size_t different, size_t size) {
+KIV_NOINLINE Place findPlace(const uint8_t* bytes, size_t different, size_t size) {
     size_t at = 0, nestedEnd = 0;
     if (different == 0) return {0, 0};
     for (;;) {
@@ -219,7 +209,7 @@ Place findPlace(const uint8_t* bytes, size_t different, size_t size) {
                 break;
             case ValueType::String:
             case ValueType::Prefix:
-                next = textEnd(bytes, at + 1, different);
+                next = at + 2 + internal::findZero(bytes + at + 1, static_cast<unsigned>(size - at - 1));
                 break;
             case ValueType::SubItem:
                 if (left < 5) return {at, nestedEnd};
@@ -256,51 +246,60 @@ Place findPlace(const uint8_t* bytes, size_t different, size_t size) {
     }
 }
 
-// What the first different byte decides, 0 when that is nothing: numbers may be equal and bytes not. No stack is
-// needed: what comes behind a nested item matters only when the difference in it decided nothing.
+// What an element that both sides begin decides, when it holds the first different byte and is a number; else 0.
+KIV_ALWAYS_INLINE int orderOfNumbers(const uint8_t* a, const uint8_t* b, size_t size) {
+    const auto type = static_cast<ValueType>(*a);
+    if (type == ValueType::Int8 && size >= 2) return orderOfPayloads<int8_t>(a, b);
+    if (type == ValueType::Int16 && size >= 3) return orderOfPayloads<int16_t>(a, b);
+    if (type == ValueType::Int32 && size >= 5) return orderOfPayloads<int32_t>(a, b);
+    if (type == ValueType::Int64 && size >= 9) return orderOfPayloads<int64_t>(a, b);
+    return 0;
+}
+
+// Goes on from the element at the first different byte where that is no number. No stack is needed until it turns out
+// that the difference decides nothing: then what follows after nested items matters, and all is compared anew.
 template <bool Total>
-int compareAtDifference(const uint8_t* a, size_t aSize, const uint8_t* b, size_t bSize, size_t different) {
+KIV_NOINLINE int compareFrom(const Item& x, const Item& y, Place place) {
+    const uint8_t* a = x.getPlainBytePointer() + place.element;
+    const uint8_t* b = y.getPlainBytePointer() + place.element;
+    size_t aSize = (place.nestedEnd != 0 ? place.nestedEnd : x.getPlainSize()) - place.element;
+    size_t bSize = (place.nestedEnd != 0 ? place.nestedEnd : y.getPlainSize()) - place.element;
     for (;;) {
-        const Place place = findPlace(a, different, std::min(aSize, bSize));
-        if (place.nestedEnd != 0) aSize = bSize = place.nestedEnd;
-        a += place.element;
-        b += place.element;
-        aSize -= place.element;
-        bSize -= place.element;
-        if (place.element != different) { // one type on both sides
-            const size_t shorter = std::min(aSize, bSize);
-            const auto type = static_cast<ValueType>(*a);
-            if (type == ValueType::Int8 && shorter >= 2) return orderOfNumbers<int8_t>(a, b);
-            if (type == ValueType::Int16 && shorter >= 3) return orderOfNumbers<int16_t>(a, b);
-            if (type == ValueType::Int32 && shorter >= 5) return orderOfNumbers<int32_t>(a, b);
-            if (type == ValueType::Int64 && shorter >= 9) return orderOfNumbers<int64_t>(a, b);
-        }
         const Pair pair = compareFirst<Total>(a, aSize, b, bSize);
-        if (!pair.nests) return pair.result;
-        a += 5;
-        b += 5;
-        aSize = pair.aSize - 5;
-        bSize = pair.bSize - 5;
-        different = commonPrefix(a, b, std::min(aSize, bSize));
+        if (pair.result != 0) return pair.result;
+        if (!pair.nests) break;
+        // Nested items of different sizes: a difference within.
+        a += 5, aSize = pair.aSize - 5;
+        b += 5, bSize = pair.bSize - 5;
+        const size_t shorter = std::min(aSize, bSize);
+        place = findPlace(a, commonPrefix(a, b, shorter), shorter);
+        if (place.nestedEnd != 0) aSize = bSize = place.nestedEnd;
+        a += place.element, aSize -= place.element;
+        b += place.element, bSize -= place.element;
     }
+    return compareAll<Total>(x.getPlainBytePointer(), x.getPlainSize(), y.getPlainBytePointer(), y.getPlainSize());
 }
 
-// Out of line: comparison of equal items needs next to nothing of its registers.
+// `common` leading bytes are equal. Most keys and values differ in a number: that is decided here, the rest elsewhere.
 template <bool Total>
-int compareDifferent(const uint8_t* a, size_t aSize, const uint8_t* b, size_t bSize, size_t different) {
-    const int result = compareAtDifference<Total>(a, aSize, b, bSize, different);
-    return result != 0 ? result : compareAll<Total>(a, aSize, b, bSize);
-}
-
-template <bool Total>
-int compareItems(const Item& x, const Item& y) {
+KIV_NOINLINE int compareDifferent(const Item& x, const Item& y, size_t common) {
     const uint8_t* const a = x.getPlainBytePointer();
-    const uint8_t* const b = y.getPlainBytePointer();
-    const size_t aSize = x.getPlainSize(), bSize = y.getPlainSize();
-    const size_t shorter = std::min(aSize, bSize);
-    const size_t common = commonPrefix(a, b, shorter);
-    if (common == shorter && aSize == bSize) return 0;
-    return compareDifferent<Total>(a, aSize, b, bSize, common);
+    const size_t shorter = std::min(x.getPlainSize(), y.getPlainSize());
+    const Place place = findPlace(a, common, shorter);
+    if (place.element != common) {
+        const uint8_t* const b = y.getPlainBytePointer();
+        const size_t size = (place.nestedEnd != 0 ? place.nestedEnd : shorter) - place.element;
+        if (const int result = orderOfNumbers(a + place.element, b + place.element, size); result != 0) return result;
+    }
+    return compareFrom<Total>(x, y, place);
+}
+
+template <bool Total>
+KIV_ALWAYS_INLINE int compareItems(const Item& x, const Item& y) {
+    const size_t shorter = std::min(x.getPlainSize(), y.getPlainSize());
+    const size_t common = commonPrefix(x.getPlainBytePointer(), y.getPlainBytePointer(), shorter);
+    if (common == shorter && x.getPlainSize() == y.getPlainSize()) return 0;
+    return compareDifferent<Total>(x, y, common);
 }
 
 } // namespace
