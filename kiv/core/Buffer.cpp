@@ -139,6 +139,7 @@ void Buffer::eraseBack(unsigned count) {
 }
 
 void Buffer::eraseFront(unsigned count) {
+    if (count == 0) return;
     if (count < m_size) {
         copyBytes(m_data, m_data + count, m_size - count);
         m_size -= count;
@@ -150,7 +151,7 @@ void Buffer::eraseFront(unsigned count) {
 uint8_t* Buffer::append(unsigned count) {
     const uint64_t size = uint64_t{m_size} + count;
     if (size > m_reserved) growBlock(capacityWithSlack(size));
-    uint8_t* first = count != 0 ? m_data + m_size : m_data;
+    uint8_t* first = m_data + m_size;
     m_size = static_cast<uint32_t>(size);
     return first;
 }

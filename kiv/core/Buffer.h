@@ -87,7 +87,7 @@ public:
     // Appends the text and its terminating zero byte; null is the empty text.
     void appendStringWithNull(const char* text);
     // The free tail, for a producer that writes in place and then calls appendCommit().
-    ByteSpan appendReserve() { return {m_size < m_reserved ? m_data + m_size : m_data, m_reserved - m_size}; }
+    ByteSpan appendReserve() { return {m_data + m_size, m_reserved - m_size}; }
     // Takes `count` bytes written into appendReserve(). Requires: count <= getLeftReserved(); asserted in debug builds.
     void appendCommit(unsigned count);
     // Puts the bytes in front of the contents; grows exactly.
@@ -97,6 +97,12 @@ public:
     static int compare(const Buffer& a, const Buffer& b);
     friend bool operator==(const Buffer& a, const Buffer& b) { return a.m_size == b.m_size && compare(a, b) == 0; }
     friend std::strong_ordering operator<=>(const Buffer& a, const Buffer& b) { return compare(a, b) <=> 0; }
+    // Written out: where `<=>` stands alone, std::less<> and the ranges take buffers, which convert to pointers, for
+    // pointers and order them by address.
+    friend bool operator<(const Buffer& a, const Buffer& b) { return compare(a, b) < 0; }
+    friend bool operator<=(const Buffer& a, const Buffer& b) { return compare(a, b) <= 0; }
+    friend bool operator>(const Buffer& a, const Buffer& b) { return compare(a, b) > 0; }
+    friend bool operator>=(const Buffer& a, const Buffer& b) { return compare(a, b) >= 0; }
 
     // Replaces the contents by those of the file at the UTF-8 path; on failure the buffer is empty and the result
     // false. A file that can't be opened is logged unless `quiet`, one that can't be read always. Defined in files/.
