@@ -51,9 +51,11 @@ bool isDeviceName(std::string_view fileName) {
     for (const std::string_view device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$", "CLOCK$"})
         if (name == device) return true;
     if (!name.starts_with("COM") && !name.starts_with("LPT")) return false;
-    const std::string_view port = std::string_view(name).substr(3);
-    if (port.size() == 1) return port[0] >= '0' && port[0] <= '9';
-    return port == "\xC2\xB9" || port == "\xC2\xB2" || port == "\xC2\xB3"; // superscript digits count, too
+    const char *it = name.data() + 3, *const end = name.data() + name.size();
+    if (it == end) return false;
+    const uint32_t port = internal::lenientDecode(it, end);
+    const bool isSuperscript = port == 0xB9 || port == 0xB2 || port == 0xB3; // they count, too
+    return it == end && ((port >= '0' && port <= '9') || isSuperscript);
 }
 
 } // namespace

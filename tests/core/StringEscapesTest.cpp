@@ -81,7 +81,8 @@ TEST(StringEscapes, FilePathsAreAcceptedByEverySystem) {
     EXPECT_EQ(escaped("a. ."), "a. %2E");
     EXPECT_EQ(escaped(".."), ".%2E");
     EXPECT_EQ(escaped("na\xC3\xAFve.txt"), "na\xC3\xAFve.txt");
-    for (const char* device : {"CON", "con", "nul.txt", "COM1", "lpt9.tar.gz", "aux .x", "COM\xC2\xB9", "CONIN$"})
+    for (const char* device :
+         {"CON", "con", "nul.txt", "COM1", "lpt9.tar.gz", "aux .x", "COM\xC2\xB9", "COM\xB9", "CONIN$"})
         EXPECT_EQ(escaped(device)[0], '%') << device;
     for (const char* name : {"CONS", "COM", "COM10", "xCON", "", ".CON"}) EXPECT_EQ(escaped(name), name);
 }
