@@ -139,8 +139,8 @@ public:
     String encodeUrlBase16() const;      // percent-encoding of all but A-Z a-z 0-9 - . _ ~
 
     // ---- Codecs. Encoders make text of the bytes of this text (or buffer). Decoders read this text; they give false
-    // and leave `out` as it is when it is not exactly what the encoder writes (base16: either case). Sizes are those of
-    // the decoded bytes, 0 when no encoding has this length.
+    // and leave `out` as it is when it is not exactly what the encoder writes (base16: either case), or longer than
+    // 0x7FFFFFFF bytes. Sizes are those of the decoded bytes, 0 when no encoding has this length.
     String encodeBase16() const;
     String encodeBase64() const;
     String encodeBase64crc() const;

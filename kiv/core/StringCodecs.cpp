@@ -3,8 +3,6 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/core/Codecs.h"
 
-#include <stdexcept>
-
 namespace kiv {
 
 namespace {
@@ -22,7 +20,10 @@ String encoded(Encode& encode, uint64_t encodedSize, const uint8_t* bytes, size_
     return text;
 }
 
+constexpr size_t largestText = 0x7FFFFFFF;
+
 bool decode(Decode& decoder, uint64_t decodedSize, const std::string& text, String& out) {
+    if (text.size() > largestText) return false;
     std::string bytes(static_cast<size_t>(decodedSize), '\0');
     if (!decoder(text.data(), text.size(), reinterpret_cast<uint8_t*>(bytes.data()))) return false;
     out = std::move(bytes);
@@ -30,7 +31,7 @@ bool decode(Decode& decoder, uint64_t decodedSize, const std::string& text, Stri
 }
 
 bool decode(Decode& decoder, uint64_t decodedSize, const std::string& text, Buffer& out) {
-    if (decodedSize > 0xFFFFFFFF) throw std::length_error("kiv::String: decodes to more than a buffer holds");
+    if (text.size() > largestText) return false;
     Buffer bytes(static_cast<unsigned>(decodedSize));
     if (!decoder(text.data(), text.size(), bytes.getBytePointer())) return false;
     out = std::move(bytes);
