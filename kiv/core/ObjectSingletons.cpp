@@ -52,7 +52,8 @@ Object* Object::setSingleton(const char* name, Object* object) {
 }
 
 Object* Object::getSingletonObject(const char* name) {
-    return internal::getSingleton(name).get();
+    const std::lock_guard lock(registry().mutex);
+    return registry().find(name);
 }
 
 void Object::discardSingletons() {
