@@ -219,7 +219,7 @@ void LogBackend::collectForSupport(int flags, std::string_view text) {
     m_lastSupportAppend = now;
     m_support += utcTimeText(Clock::current().getUtcMicroseconds());
     m_support += ' ';
-    m_support += text;
+    m_support += text.substr(0, text.find('\0')); // listeners get a C string: what follows would be lost to them
     m_support += '\n';
 }
 

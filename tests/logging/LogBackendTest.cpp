@@ -187,7 +187,7 @@ TEST_F(LogBackendTest, CollectsSupportMessages) {
         received += text;
         MessageStream(1, 2) << "logged by the listener";
     });
-    MessageStream(2, 2) << "[SUPPORT] behind a tag";
+    MessageStream(2, 2) << std::string_view("[SUPPORT] behind a tag\0cut", 26);
     MessageStream(1, 2) << "[SUPPORT] at the start";
     clock.advance(42);
     MessageStream(1, 4) << "[SUPPORT] at the start, with the flag";
