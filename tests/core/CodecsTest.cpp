@@ -15,23 +15,6 @@ using namespace kiv::internal;
 
 namespace {
 
-std::string encoded(uint64_t (*size)(uint64_t), void (*encode)(const uint8_t*, size_t, char*),
-                    const std::string& bytes) {
-    std::string text(size(bytes.size()), '!');
-    encode(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), text.data());
-    return text;
-}
-
-std::string base16(const std::string& bytes) {
-    return encoded(encodedBase16Size, encodeBase16, bytes);
-}
-std::string base64(const std::string& bytes) {
-    return encoded(encodedBase64Size, encodeBase64, bytes);
-}
-std::string base64crc(const std::string& bytes) {
-    return encoded(encodedBase64crcSize, encodeBase64crc, bytes);
-}
-
 using Decoder = CodecResult (*)(const char*, size_t, uint8_t*);
 
 void expectRefused(Decoder decode, const std::string& text, CodecError error, size_t offset) {
@@ -39,12 +22,6 @@ void expectRefused(Decoder decode, const std::string& text, CodecError error, si
     const CodecResult result = decode(text.data(), text.size(), reinterpret_cast<uint8_t*>(room.data()));
     EXPECT_EQ(result.error, error) << text;
     EXPECT_EQ(result.offset, offset) << text;
-}
-
-void expectDecoded(Decoder decode, const std::string& text, const std::string& bytes) {
-    std::string room(bytes.size(), '!');
-    EXPECT_TRUE(decode(text.data(), text.size(), reinterpret_cast<uint8_t*>(room.data()))) << text;
-    EXPECT_EQ(room, bytes) << text;
 }
 
 // Bit by bit, most significant first; the last character is filled with zeros.
@@ -81,6 +58,22 @@ std::string encodedExactly(void (*encode)(const uint8_t*, size_t, char*), const 
     return std::string(out.get(), out.get() + size);
 }
 
+void expectDecoded(Decoder decode, const std::string& text, const std::string& bytes) {
+    CodecResult result;
+    EXPECT_EQ(decodedExactly(decode, text, bytes.size(), result), bytes) << text;
+    EXPECT_TRUE(result) << text;
+}
+
+std::string base16(const std::string& bytes) {
+    return encodedExactly(encodeBase16, bytes, encodedBase16Size(bytes.size()));
+}
+std::string base64(const std::string& bytes) {
+    return encodedExactly(encodeBase64, bytes, encodedBase64Size(bytes.size()));
+}
+std::string base64crc(const std::string& bytes) {
+    return encodedExactly(encodeBase64crc, bytes, encodedBase64crcSize(bytes.size()));
+}
+
 class CodecsLevels : public LevelTest {};
 INSTANTIATE_TEST_SUITE_P(, CodecsLevels, allLevels(), levelName);
 
@@ -91,18 +84,14 @@ TEST_P(CodecsLevels, EverySizeGoesThereAndBack) {
     for (size_t size = 0; size <= 200; ++size) {
         std::string bytes(size, '\0');
         for (char& byte : bytes) byte = static_cast<char>(random());
-        CodecResult result;
         const std::string hex = definedText(bytes, 4, base16Alphabet), text = definedText(bytes, 6, base64Alphabet);
-        EXPECT_EQ(encodedExactly(encodeBase16, bytes, encodedBase16Size(size)), hex);
-        EXPECT_EQ(decodedExactly(decodeBase16, hex, size, result), bytes);
-        EXPECT_TRUE(result);
-        EXPECT_EQ(encodedExactly(encodeBase64, bytes, encodedBase64Size(size)), text);
-        EXPECT_EQ(decodedExactly(decodeBase64, text, size, result), bytes);
-        EXPECT_TRUE(result);
-        const std::string crc = encodedExactly(encodeBase64crc, bytes, encodedBase64crcSize(size));
+        EXPECT_EQ(base16(bytes), hex);
+        expectDecoded(decodeBase16, hex, bytes);
+        EXPECT_EQ(base64(bytes), text);
+        expectDecoded(decodeBase64, text, bytes);
+        const std::string crc = base64crc(bytes);
         EXPECT_EQ(crc.substr(4), text);
-        EXPECT_EQ(decodedExactly(decodeBase64crc, crc, size, result), bytes);
-        EXPECT_TRUE(result);
+        expectDecoded(decodeBase64crc, crc, bytes);
     }
 }
 

@@ -108,8 +108,6 @@ TEST(StringCodecs, ReadBackWhatTheyWrite) {
         ASSERT_EQ(base16, String::encodeBase16FromBuffer(span));
         ASSERT_EQ(base64, String::encodeBase64FromBuffer(span));
         ASSERT_EQ(crc, String::encodeBase64crcFromBuffer(span));
-        ASSERT_EQ(base64.size(), (8 * size + 5) / 6);
-        ASSERT_EQ(crc.substr(4), base64);
         String text;
         ASSERT_TRUE(base16.decodeBase16(text) && text == bytes);
         ASSERT_TRUE(base64.decodeBase64(text) && text == bytes);
@@ -142,11 +140,6 @@ TEST(StringCodecs, RefuseWhatNobodyWritesAndKeepTheTarget) {
         EXPECT_TRUE(refused(bad.decodeBase64crc(text))) << bad;
         EXPECT_TRUE(refused(bad.decodeBase64crctoBuffer(buffer))) << bad;
     }
-    for (const char* impossible : {"123", "12345"}) {
-        EXPECT_EQ(String(impossible).getDecodeBase16Size(), 0u);
-    }
-    EXPECT_EQ(String("12345").getDecodeBase64Size(), 0u);
-    EXPECT_EQ(String("123").getDecodeBase64crcSize(), 0u);
     EXPECT_TRUE(String("abCD").decodeBase16(text) && text == "\xAB\xCD"); // either case
     EXPECT_TRUE(text.encodeBase16() == "ABCD" && text.encodeBase16().decodeBase16(text));
 }

@@ -74,6 +74,9 @@ TEST_F(Translation, FallsBackWhereThereIsNone) {
     EXPECT_TRUE(Object::isTrValid("dog"));
     EXPECT_FALSE(Object::isTrValid("bank"));
     EXPECT_FALSE(Object::isTrValid(nullptr));
+    EXPECT_EQ(String("dog").apply_tr(), "Hund");
+    EXPECT_EQ(String("bank").apply_tr("river"), "Ufer");
+    EXPECT_EQ(String("bank").apply_tr(), "bank");
     setTranslationSource(nullptr);
     Object::clearTrCache();
     EXPECT_FALSE(Object::isTrValid("dog"));
