@@ -1,6 +1,6 @@
 #include "kiv/platform/Console.h"
 
-#include "kiv/platform/StandardOutput.h"
+#include "kiv/platform/StandardStreams.h"
 #include <atomic>
 #include <mutex>
 

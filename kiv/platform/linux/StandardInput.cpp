@@ -1,21 +1,12 @@
-#include "kiv/platform/StandardInput.h"
+#include "kiv/platform/StandardStreams.h"
 
 #include <cerrno>
 #include <poll.h>
 #include <unistd.h>
-#include <utility>
 
 namespace kiv::internal {
-namespace {
 
-InputSource* g_source;
-
-} // namespace
-
-InputSource::~InputSource() = default;
-
-size_t readStandardInput(char* to, size_t size) {
-    if (g_source) return g_source->read(to, size);
+size_t readFromStandardInput(char* to, size_t size) {
     for (;;) {
         const ssize_t count = ::read(STDIN_FILENO, to, size);
         if (count >= 0) return static_cast<size_t>(count);
@@ -27,10 +18,6 @@ size_t readStandardInput(char* to, size_t size) {
             return 0;
         }
     }
-}
-
-InputSource* setStandardInputSource(InputSource* source) {
-    return std::exchange(g_source, source);
 }
 
 } // namespace kiv::internal

@@ -1,27 +1,12 @@
-#include "kiv/platform/StandardInput.h"
+#include "kiv/platform/StandardStreams.h"
 
 #include <algorithm>
-#include <utility>
 
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
 #include <windows.h>
 
 namespace kiv::internal {
-namespace {
 
-InputSource* g_source;
-
-} // namespace
-
-InputSource::~InputSource() = default;
-
-size_t readStandardInput(char* to, size_t size) {
-    if (g_source) return g_source->read(to, size);
+size_t readFromStandardInput(char* to, size_t size) {
     const HANDLE input = ::GetStdHandle(STD_INPUT_HANDLE);
     const auto step = static_cast<DWORD>(std::min<size_t>(size, 0x40000000));
     DWORD count = 0;
@@ -32,10 +17,6 @@ size_t readStandardInput(char* to, size_t size) {
     } while (count == 0 && ::GetFileType(input) == FILE_TYPE_PIPE &&
              ::PeekNamedPipe(input, nullptr, 0, nullptr, nullptr, nullptr));
     return count;
-}
-
-InputSource* setStandardInputSource(InputSource* source) {
-    return std::exchange(g_source, source);
 }
 
 } // namespace kiv::internal
