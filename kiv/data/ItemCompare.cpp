@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstddef>
+#include <memory_resource>
 #include <vector>
 
 namespace kiv {
@@ -155,7 +157,10 @@ KIV_NOINLINE int compareAll(const uint8_t* a, size_t aLeft, const uint8_t* b, si
         const uint8_t* b;
         size_t bLeft;
     };
-    std::vector<Level> outer;
+    // Inline items nest at most seven times: their levels stay off the heap.
+    alignas(Level) std::byte space[16 * sizeof(Level)];
+    std::pmr::monotonic_buffer_resource memory(space, sizeof(space));
+    std::pmr::vector<Level> outer(&memory);
     for (;;) {
         const Pair pair = compareFirst<Total>(a, aLeft, b, bLeft);
         if (pair.result != 0) return pair.result;
