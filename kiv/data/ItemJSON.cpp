@@ -34,7 +34,7 @@ bool decodeBase64Text(std::string_view text, Buffer& out) {
 // The value of an object of one member, when it is one of the "$..." forms.
 bool readSpecial(std::string_view name, const Item& value, Item& out) {
     Item::Iterator it = value.getIterator();
-    if (it.getType() != ValueType::String) return false;
+    if (!name.starts_with('$') || it.getType() != ValueType::String) return false;
     const std::string_view text(it.asWeakCStr());
     if (name == "$prefix") {
         out.addPrefix(text.data());
