@@ -27,9 +27,14 @@ void Item::freeHeap() noexcept {
     ::operator delete(m_data);
 }
 
-void Item::dropView() noexcept {
+void Item::useInline() noexcept {
     m_data = m_inline;
     m_capacity = inlineCapacity;
+}
+
+bool Item::holds(const uint8_t* byte) const {
+    const uint8_t* const first = m_data;
+    return std::less_equal<>()(first, byte) && std::less<>()(byte, first + m_capacity);
 }
 
 // Makes room for `size` bytes, of which the present ones are copied, and makes that the size. Returns the heap block
@@ -39,9 +44,9 @@ uint8_t* Item::resizePlainInternal(uint64_t size) {
     uint8_t* const oldData = m_data;
     uint8_t* const oldBlock = m_ownsHeap ? m_data : nullptr;
     if (m_capacity == 0 && size <= inlineCapacity) {
-        m_data = m_inline;
-        m_capacity = inlineCapacity;
+        useInline();
     } else {
+        // A block that is no larger than an item may be: the writers check the limit with the room.
         const uint64_t capacity = std::min<uint64_t>((size + 256 + (size >> 2)) & ~uint64_t{15}, maximumSize);
         m_data = allocate(static_cast<uint32_t>(capacity));
         m_capacity = static_cast<uint32_t>(capacity);
@@ -105,21 +110,33 @@ void Item::appendPlain(const uint8_t* bytes, unsigned size) {
 }
 
 Item& Item::operator=(const Item& other) {
-    if (this != &other) {
+    if (this == &other) return *this;
+    if (!m_ownsHeap || other.m_size > inlineCapacity) {
         setPlain(other.getConstByteSpan());
         m_store = other.m_store;
+        return *this;
     }
+    m_store = other.m_store;
+    uint8_t* const oldBlock = m_data; // may hold what the other one views
+    if (other.m_size != 0) std::memcpy(m_inline, other.m_data, other.m_size);
+    useInline();
+    m_size = other.m_size;
+    m_ownsHeap = false;
+    ::operator delete(oldBlock);
     return *this;
 }
 
 Item& Item::operator=(Item&& other) noexcept {
-    if (this != &other) {
-        uint8_t* const oldBlock = m_ownsHeap ? m_data : nullptr;
-        m_ownsHeap = false;
-        m_store = other.m_store;
-        takeFrom(other);
-        if (oldBlock != m_data) ::operator delete(oldBlock);
+    if (this == &other) return *this;
+    m_store = other.m_store;
+    if (other.m_capacity == 0 && holds(other.m_data)) {
+        // A view of bytes that would be gone, and no more of them than there is room for.
+        setPlain(other.getConstByteSpan());
+        return *this;
     }
+    if (m_ownsHeap) freeHeap();
+    m_ownsHeap = false;
+    takeFrom(other);
     return *this;
 }
 
@@ -128,13 +145,14 @@ void Item::setPlain(const ConstByteSpan& encoded) {
     const uint8_t* const bytes = encoded.getBytePointer();
     if (size > maximumSize) throw std::length_error("kiv::Item: more than 2^31 - 1 bytes");
     uint8_t* oldBlock = nullptr;
-    if (m_capacity == 0) dropView();
-    if (size > m_capacity) {
+    if (size > std::max<unsigned>(m_capacity, inlineCapacity)) {
         uint8_t* const block = allocate(size);
         oldBlock = m_ownsHeap ? m_data : nullptr;
         m_data = block;
         m_capacity = size;
         m_ownsHeap = true;
+    } else if (m_capacity == 0) {
+        useInline();
     }
     if (size != 0) std::memmove(m_data, bytes, size); // the source may lie in this item, or in the old block
     m_size = size;

@@ -77,9 +77,10 @@ public:
     Item(WildcardMode) : Item() { addWildcard(); }
     // Copies encoded bytes.
     Item(PlainMode, const ConstByteSpan& encoded) : Item() { setPlain(encoded); }
-    // Borrows encoded bytes; the caller keeps them alive and unchanged. The first write copies them.
+    // Borrows encoded bytes, the first 2^31 - 1 of more; the caller keeps them alive and unchanged. The first write
+    // copies them.
     Item(ExternalBufferMode, const ConstByteSpan& encoded) noexcept
-        : m_data(const_cast<uint8_t*>(encoded.getBytePointer())), m_capacity(0), m_size(encoded.getSize()) {
+        : m_data(const_cast<uint8_t*>(encoded.getBytePointer())), m_capacity(0), m_size(limited(encoded.getSize())) {
         m_inline[0] = 0;
     }
     Item(FastExternalBufferMode, const ConstByteSpan& encoded) noexcept : Item(ExternalBufferMode(), encoded) {}
@@ -188,6 +189,11 @@ public:
     inline Iterator getIterator() const&;
     Iterator getIterator() const&& = delete;
 
+    // The size of the element at a byte offset with its type byte, 0 when no complete element is there.
+    inline unsigned decodeGetSizeOfNextElement(int offset) const;
+    // The script value of the element at a byte offset. Defined in script/.
+    bool decodeElementAsSquirrel(int offset, kivSq::Object& out) const;
+
     // Order of the elements one by one; a wildcard matches any one element, and NaN equals every number.
     static int compare(const Item& a, const Item& b);
     int compare(const Item& other) const { return compare(*this, other); }
@@ -201,7 +207,7 @@ public:
     friend bool operator>=(const Item& a, const Item& b) { return compare(a, b) >= 0; }
 
     // Fit to be a key although it came from outside: decodable to its end, value elements only, no NaN, at most 64
-    // elements, 64 KiB and 16 levels of nesting.
+    // elements in every item, 64 KiB, and 16 levels with the key's own.
     bool isCleanKey() const;
 
     // Tables: a run of pairs, a text and one value. A value is one element, or the two of a script table or closure.
@@ -284,7 +290,10 @@ private:
     // unset.
     bool isInline() const { return m_capacity == inlineCapacity && !m_ownsHeap; }
     void freeHeap() noexcept;
-    void dropView() noexcept;
+    void useInline() noexcept;
+    // Whether the byte lies in this item's own storage, not in what it views.
+    bool holds(const uint8_t* byte) const;
+    static constexpr unsigned limited(unsigned size) { return size < maximumSize ? size : maximumSize; }
     int offsetOfLastElement() const;
 
     Store* m_store = nullptr;

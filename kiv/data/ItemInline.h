@@ -271,7 +271,7 @@ inline void Item::takeFrom(Item& other) noexcept {
 }
 
 inline void Item::clear() {
-    if (m_capacity == 0) dropView();
+    if (m_capacity == 0) useInline();
     m_size = 0;
 }
 
@@ -279,13 +279,17 @@ inline ItemIterator Item::getIterator() const& {
     return Iterator(*this);
 }
 
+inline unsigned Item::decodeGetSizeOfNextElement(int offset) const {
+    return Iterator(*this, offset).getSize();
+}
+
 inline void Item::setPlainExternalBuffer(const ConstByteSpan& encoded) {
-    assert(encoded.empty() || encoded.getBytePointer() != m_data || m_capacity == 0);
+    assert(encoded.empty() || !holds(encoded.getBytePointer()));
     if (m_ownsHeap) freeHeap();
     m_ownsHeap = false;
     m_data = const_cast<uint8_t*>(encoded.getBytePointer());
     m_capacity = 0;
-    m_size = encoded.getSize();
+    m_size = limited(encoded.getSize());
 }
 
 // The readers call nothing that sees the iterator itself, so that compilers keep it in registers.

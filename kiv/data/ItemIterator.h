@@ -31,8 +31,11 @@ public:
 
     const Item* getItem() const { return m_item; }
     int getOffset() const { return m_offset; }
-    // Rewinds to the first element.
-    void begin() { m_offset = 0; }
+    // Rewinds to the first element, also after other changes of the item than growth.
+    void begin() {
+        m_offset = 0;
+        m_textOffset = -1;
+    }
 
     // The type of the element, Invalid when no complete element is here.
     inline ValueType getType() const;

@@ -47,9 +47,11 @@ int Item::getDepth() const {
 
 // -1 when there is no element.
 int Item::offsetOfLastElement() const {
-    int last = -1;
-    Iterator it(*this);
-    for (int here = 0; it.skip(); here = it.getOffset()) last = here;
+    int last = -1, here = 0;
+    while (const unsigned size = decodeGetSizeOfNextElement(here)) {
+        last = here;
+        here += static_cast<int>(size);
+    }
     return last;
 }
 
@@ -101,9 +103,10 @@ Item::Iterator Item::kvTryFind(const char* key) const& {
     const std::string_view wanted(key ? key : "");
     Iterator it(*this);
     while (const char* name = it.asWeakCStr()) {
-        const unsigned value = it.getValueSize();
-        if (*name == 0 || value == 0) break;
+        if (*name == 0) break;
         if (name == wanted) return it;
+        const unsigned value = it.getValueSize();
+        if (value == 0) break;
         it.advance(value);
     }
     return Iterator(*this, static_cast<int>(m_size));

@@ -104,14 +104,22 @@ TEST(Item, WritersTakeSourcesInsideTheItem) {
         same([](Item& i) { i.addString(i.getIterator().asWeakCStr()); }, list(text, 7, text));
         same([](Item& i) { i = *&i; }, before);
         same([](Item& i) { i.setPlain(ConstByteSpan(i.getPlainBytePointer() + i.getPlainSize() - 2, 2)); }, list(7));
-        auto assignView = [](Item& i) {
-            Item view;
-            auto it = i.getIterator();
-            it.skip();
-            it.asWeakItemView(view);
-            i = view;
-        };
-        same(assignView, list(7));
+        for (const int at : {0, 1}) {
+            auto viewOf = [at](const Item& i) {
+                Item view;
+                auto it = i.getIterator();
+                it.skip(at);
+                it.asWeakItemView(view);
+                return view;
+            };
+            const Item expected = at == 0 ? list(text) : list(7);
+            auto assignCopy = [&](Item& i) {
+                const Item view = viewOf(i);
+                i = view;
+            };
+            same(assignCopy, expected);
+            same([&](Item& i) { i = viewOf(i); }, expected);
+        }
     }
 }
 
@@ -127,6 +135,8 @@ TEST(Item, ViewsAreCopiedByTheFirstWriteAndByCopies) {
     EXPECT_EQ(moved, list("outside", 1, 2));
     EXPECT_EQ(source, list("outside", 1));
     EXPECT_EQ(copy, source);
+    const ConstByteSpan tooMany(source.getPlainBytePointer(), 0xFFFFFFFF);
+    EXPECT_EQ(Item(Item::ExternalBufferMode(), tooMany).getPlainSize(), Item::maximumSize);
 }
 
 TEST(Item, MovesTakeTheBlockAndTheStoreTravelsAsPromised) {
@@ -143,6 +153,9 @@ TEST(Item, MovesTakeTheBlockAndTheStoreTravelsAsPromised) {
     taken = std::move(small);
     EXPECT_EQ(taken, list(1));
     EXPECT_EQ(small, list(1)) << "inline bytes are copied";
+    Item shrunk = list(std::string(100, 'b'));
+    shrunk = small;
+    EXPECT_EQ(shrunk.getPlainCapacity(), 39u) << "and need no block";
     EXPECT_EQ(taken.getStore(), nullptr) << "assignment takes the other's store, even none";
     taken.setStore(store);
     taken.setPlain(list(2));
@@ -254,14 +267,17 @@ TEST(Item, SkippingStopsAtTheFirstIncompleteElement) {
     EXPECT_EQ(item.getDepth(), 3);
 }
 
-TEST(Item, IteratorsSeeTextsAnewWhenTheItemChanged) {
+TEST(Item, IteratorsThatBeginAgainSeeTextsAnew) {
     Item item = list("abcdef");
     auto it = item.getIterator();
     EXPECT_EQ(it.getSize(), 8u);
-    item.clear();
-    item.add("ab");
+    item = list("ab");
+    EXPECT_EQ(it.getSize(), 4u) << "and never read past the end";
+    item = list("abcdef");
+    EXPECT_EQ(it.getSize(), 8u);
+    item = list("ab", "xy"); // ends where the long text did
+    it.begin();
     EXPECT_EQ(it.getSize(), 4u);
-    EXPECT_STREQ(it.asWeakCStr(), "ab");
 }
 
 TEST(Item, PathsLoseTheirLastElements) {
@@ -322,6 +338,9 @@ TEST(Item, SmallItemsAndReadingInPlaceAllocateNothing) {
                   assigned = copy;
                   EXPECT_EQ(Item::compare(copy, assigned), 0);
                   EXPECT_EQ(copy.getIterator().asWeakCStr()[36], 'x');
+                  Item deep = 1, deepInMoreBytes = plain(std::string("\x01\x01\0\0\0\0\0\0\0", 9));
+                  for (int level = 0; level < 6; ++level) deep = list(deep), deepInMoreBytes = list(deepInMoreBytes);
+                  EXPECT_EQ(Item::compare(deep, deepInMoreBytes), 0);
               }),
               0u);
     const Item big = list(std::string(100, 'b'), list(1, list(2)), 3, 4.0);

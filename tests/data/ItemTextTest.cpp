@@ -105,7 +105,7 @@ TEST(ItemText, AFailedSetterSaysWhereAndLeavesTheItem) {
 
 TEST(ItemJSON, SingleValuesSurviveExactly) {
     const uint8_t bytes[] = {0xDE, 0xAD};
-    Item buffer, pointer, referee, prefix, closure, table, odd, twice, mistakable, cut;
+    Item buffer, pointer, referee, prefix, closure;
     buffer.addBuffer(bytes, 2);
     pointer.addPointer(bytes, 2);
     referee.addReferee(bytes, 2);
