@@ -6,6 +6,11 @@
 
 namespace kiv {
 
+// Programs on Windows import what they bind to a reference; an inline constant would not be exported.
+const unsigned Item::inlineCapacity;
+const unsigned Item::maximumSize;
+const int Item::maximumDepth;
+
 static_assert(sizeof(Item) == 64, "an item is one cache line");
 
 namespace {

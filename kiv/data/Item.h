@@ -36,10 +36,10 @@ class KIV_API Item {
 public:
     using Iterator = ItemIterator;
 
-    static constexpr unsigned inlineCapacity = 39;
-    static constexpr unsigned maximumSize = 0x7FFFFFFF;
+    static const unsigned inlineCapacity = 39;
+    static const unsigned maximumSize = 0x7FFFFFFF;
     // Texts, scripts and conversions follow nested items this deep; comparison has no limit.
-    static constexpr int maximumDepth = 128;
+    static const int maximumDepth = 128;
 
     struct NILType {};
     struct WildcardMode {};

@@ -7,6 +7,9 @@
 
 namespace kiv {
 
+const short Packet::VersionedFlag;
+const unsigned Packet::maximumStreamedPayload;
+
 static_assert(std::endian::native == std::endian::little, "packets are copied as they lie in memory");
 static_assert(sizeof(Packet::RawHeader) == 8);
 

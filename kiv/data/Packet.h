@@ -45,9 +45,9 @@ public:
     };
 
     // Of the flags: the payload ends with a version suffix.
-    static constexpr short VersionedFlag = 2;
+    static const short VersionedFlag = 2;
     // The largest payload that packet files and lines carry.
-    static constexpr unsigned maximumStreamedPayload = 0xFFFFFF;
+    static const unsigned maximumStreamedPayload = 0xFFFFFF;
 
     // Raw packets from the texts and bytes the conversions below make; null, and a log line, for anything else.
     static SmartPointer<Packet> createFromBufferWithManifest(const ConstByteSpan& bytes);

@@ -8,6 +8,9 @@
 #include <cstring>
 
 namespace kiv {
+
+const unsigned PacketScheme::maximumStaticSize;
+const unsigned PacketScheme::maximumVersion;
 namespace {
 
 // Alignment is that of the largest power of two in the size, eight at most: what a compiler gives structures.

@@ -48,8 +48,8 @@ public:
         uint32_t maximumCount;
     };
 
-    static constexpr unsigned maximumStaticSize = 0xFFFFFF;
-    static constexpr unsigned maximumVersion = 255;
+    static const unsigned maximumStaticSize = 0xFFFFFF;
+    static const unsigned maximumVersion = 255;
 
     // Names may be null or empty. Registers the scheme under its id; see PacketSchemeRegistry.
     PacketScheme(short id, const char* module, const char* group, const char* name);

@@ -5,6 +5,8 @@
 
 namespace kiv {
 
+const size_t StdInPacketReader::maximumLine;
+
 StdInPacketReader::StdInPacketReader() : m_piece(65536) {}
 
 bool StdInPacketReader::valid() {

@@ -14,7 +14,7 @@ class KIV_API StdInPacketReader : public PacketReader {
     KIV_OBJECT(StdInPacketReader, PacketReader)
 public:
     // The longest line that can be a packet: 16777215 payload bytes.
-    static constexpr size_t maximumLine = 7 + 2 * (sizeof(Packet::RawHeader) + Packet::maximumStreamedPayload) + 1;
+    static const size_t maximumLine = 7 + 2 * (sizeof(Packet::RawHeader) + Packet::maximumStreamedPayload) + 1;
 
     StdInPacketReader();
 
