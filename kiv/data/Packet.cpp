@@ -76,7 +76,7 @@ void Packet::copyFrom(const Packet& other) {
     m_flushAfterThis = other.m_flushAfterThis;
     m_isVersioningDisabled = other.m_isVersioningDisabled;
     if (other.m_scheme) {
-        copyContents(other, other.m_scheme->getNewestVersion().staticSize);
+        copyContents(other, other.m_scheme, other.m_scheme->getNewestVersion().staticSize);
     } else {
         makePayload(other.m_payloadSize);
         internal::copyBytes(m_payload, other.m_payload, other.m_payloadSize);
@@ -220,9 +220,8 @@ void Packet::storeCounts(uint8_t* staticPart, size_t dynamicArrays) const {
     }
 }
 
-void Packet::copyContents(const Packet& from, unsigned staticSize) {
+void Packet::copyContents(const Packet& from, const PacketScheme* scheme, unsigned staticSize) {
     const auto padded = [](size_t size) { return (size + 7) & ~size_t{7}; };
-    const PacketScheme* scheme = from.m_scheme;
     const unsigned newestSize = scheme->getNewestVersion().staticSize;
     size_t total = padded(newestSize);
     for (size_t i = 0; i < from.m_attachmentCount; ++i) total += padded(from.m_attachments[i].size);

@@ -138,7 +138,7 @@ public:
     ConstByteSpan getByteSpan(PacketFieldArg field) const;
     // Room for `size` bytes, all zero or unspecified, to be filled in; null when they do not fit.
     uint8_t* allocateBuffer(PacketFieldArg field, unsigned size, bool zero);
-    // All values of a plain field, copied; refused (false) when T has not the size of its values.
+    // All values of a plain field, copied. Refused, like a wrong name, when T has not the size of its values.
     template <class T>
     void setArray(PacketFieldArg field, const T* values, size_t count) {
         setValues(field, values, count, sizeof(T));
@@ -258,8 +258,9 @@ private:
     void makeStaticWritable();
     void storeCounts(uint8_t* staticPart, size_t dynamicArrays) const;
     void copyFrom(const Packet& other);
-    // Makes one block of the first bytes of another packet's (or its own) static part and of its arrays and cargo.
-    void copyContents(const Packet& from, unsigned staticSize);
+    // Makes one block of the first bytes of another packet's (or its own) static part and of its arrays and cargo, and
+    // becomes a record of the scheme. Changes nothing that is in use before all memory is there.
+    void copyContents(const Packet& from, const PacketScheme* scheme, unsigned staticSize);
 
     bool checkReceived(const PacketScheme& scheme, Received& received);
     bool readVersion(const PacketScheme& scheme, Received& received) const;

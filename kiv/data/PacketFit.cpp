@@ -102,11 +102,13 @@ bool Packet::fit(const PacketScheme* scheme) {
         dropAttachments();
         return false;
     }
-    m_scheme = scheme;
-    m_isStaticReceived = true;
     m_isVersioningDisabled = !hasFlag(VersionedFlag);
-    if (received.version != scheme->getMaxVersion()) {
-        copyContents(*this, received.expected.staticSize);
+    if (received.version == scheme->getMaxVersion()) {
+        m_scheme = scheme;
+        m_isStaticReceived = true;
+    } else {
+        // Raw until it has the newest layout: memory may run out.
+        copyContents(*this, scheme, received.expected.staticSize);
         setDefaultValues(received.version + 1);
     }
     return true;
