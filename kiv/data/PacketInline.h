@@ -6,6 +6,8 @@
 
 #include "kiv/data/ItemInline.h"
 
+#include <algorithm>
+
 namespace kiv {
 
 namespace internal {
@@ -134,9 +136,11 @@ requires std::same_as<typename Container::value_type, String>
 void Packet::getStringList(PacketFieldArg field, Container& out) const {
     out.clear();
     std::string_view left = getStringListInternal(field);
-    for (size_t end; !left.empty(); left.remove_prefix(end + 1)) {
-        end = left.find('\0');
+    while (!left.empty()) {
+        // Borrowed memory may have lost its last zero since it was checked.
+        const size_t end = std::min(left.find('\0'), left.size() - 1);
         out.insert(out.end(), String(left.substr(0, end)));
+        left.remove_prefix(end + 1);
     }
 }
 

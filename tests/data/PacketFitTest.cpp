@@ -6,6 +6,7 @@
 #include "tests/support/AllocationCounter.h"
 
 #include <random>
+#include <stdexcept>
 
 namespace kiv {
 namespace {
@@ -234,6 +235,26 @@ TEST(PacketFit, CountsThatChangeInBorrowedMemoryAreNotBelievedAgain) {
     EXPECT_EQ(payloadOf(Packet(packet)), original);
     packet.setInteger("fixed", 0);
     EXPECT_EQ(payloadOf(packet), original);
+}
+
+TEST(PacketFit, AListOfTextsEndsThoughItsLastZeroVanishesMeanwhile) {
+    Packet source(&quietly<OldScheme>(), 0);
+    source.setStringList("name", Vector<String>{"a", "b"});
+    auto shared = payloadOf(source);
+    Packet packet(static_cast<unsigned>(shared.size()), shared.data(), nullptr);
+    packet.rawHeader() = source.rawHeader();
+    ASSERT_TRUE(packet.fit(&quietly<OldScheme>()));
+    struct Writing : Vector<String> {
+        void insert(const_iterator at, const String& text) {
+            if (size() > 9) throw std::runtime_error("endless");
+            Vector<String>::insert(at, text);
+            *zero = 'x';
+        }
+        uint8_t* zero = nullptr;
+    } list;
+    list.zero = shared.data() + shared.size() - 5; // before the suffix
+    EXPECT_NO_THROW(packet.getStringList("name", list));
+    EXPECT_EQ(list.size(), 2u);
 }
 
 TEST(PacketFit, NothingAtAllIsARecordOfASchemeOfNothing) {
