@@ -21,15 +21,15 @@ SmartPointer<Packet> StdInPacketReader::read() {
 }
 
 bool StdInPacketReader::nextLine(std::string_view& line) {
-    while (!m_hasEnded) {
-        const bool hasLine = m_lines.next(line);
+    for (;;) {
+        const bool hasLine = m_hasEnded ? m_lines.finish(line) : m_lines.next(line);
+        // At the end, too: what is left there may be one character too long.
         if (m_lines.takeDropped() != 0) logging::MessageStream(3, 2) << "[STDINPACKET]line too long, dropped";
-        if (hasLine) return true;
+        if (hasLine || m_hasEnded) return hasLine;
         const size_t size = internal::readStandardInput(m_piece.data(), m_piece.size());
         m_hasEnded = size == 0;
         m_lines.append({m_piece.data(), size});
     }
-    return m_lines.finish(line);
 }
 
 SmartPointer<Packet> StdInPacketReader::takeLine(std::string_view line) {
