@@ -4,11 +4,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/FileStream.h"
 
-#include <cstring>
-
 namespace kiv {
-
-using internal::packetRecordHead;
 
 FilePacketReader::FilePacketReader(const char* path) : m_file(platform::openFile(path, platform::FileMode::Read)) {
     if (m_file) std::setvbuf(m_file, nullptr, _IOFBF, internal::packetFileBuffer);
@@ -31,32 +27,34 @@ bool FilePacketReader::atEnd() {
     return false;
 }
 
+bool FilePacketReader::take(void* to, size_t size) {
+    const size_t taken = std::fread(to, 1, size, m_file);
+    m_position += taken;
+    m_offset = m_position;
+    return taken == size;
+}
+
 SmartPointer<Packet> FilePacketReader::read() {
     if (!m_file) return nullptr;
-    m_recordOffset = m_offset;
-    uint8_t head[packetRecordHead];
-    const size_t got = std::fread(head, 1, sizeof head, m_file);
-    m_offset += got;
+    m_recordOffset = m_position;
     uint32_t payloadSize;
-    if (got < sizeof payloadSize) {
+    if (!take(&payloadSize, sizeof payloadSize)) {
         logging::MessageStream(3, 2) << "failed reading packet payloadSize";
         return nullptr;
     }
-    std::memcpy(&payloadSize, head, sizeof payloadSize);
     if (payloadSize > Packet::maximumStreamedPayload) {
         m_offset = m_recordOffset;
         logging::MessageStream(3, 2) << "failed reading packet unrealistic payloadSize=" << payloadSize;
         return nullptr;
     }
-    if (got < sizeof head) {
+    Packet::RawHeader header;
+    if (!take(&header, sizeof header)) {
         logging::MessageStream(3, 2) << "failed reading packet header";
         return nullptr;
     }
     auto packet = makeObject<Packet>(payloadSize);
-    std::memcpy(&packet->rawHeader(), head + sizeof payloadSize, sizeof(Packet::RawHeader));
-    const size_t gotPayload = std::fread(packet->getPayloadPointer(), 1, payloadSize, m_file);
-    m_offset += gotPayload;
-    if (gotPayload < payloadSize) {
+    packet->rawHeader() = header;
+    if (!take(packet->getPayloadPointer(), payloadSize)) {
         logging::MessageStream(3, 2) << "failed reading payload";
         return nullptr;
     }

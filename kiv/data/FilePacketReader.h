@@ -8,7 +8,8 @@
 namespace kiv {
 
 // Reads a packet file: records of payload size (4 bytes), header (8) and payload, one after another. It does not look
-// for the next record behind a damaged one: stop at the first failure.
+// for the next record behind a damaged one, and goes on with the byte behind what it has taken: stop at the first
+// failure.
 class KIV_API FilePacketReader : public PacketReader {
     KIV_OBJECT(FilePacketReader, PacketReader)
 public:
@@ -31,7 +32,10 @@ public:
     uint64_t getOffset() const { return m_offset; }
 
 private:
+    bool take(void* to, size_t size);
+
     std::FILE* m_file;
+    uint64_t m_position = 0; // in the file
     uint64_t m_recordOffset = 0;
     uint64_t m_offset = 0;
 };

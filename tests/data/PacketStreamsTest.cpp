@@ -112,6 +112,14 @@ TEST_F(PacketFile, EveryShortReadHasItsMessageAndOffset) {
     row("\xFF\xFF\xFF\0\0\0\0\0\0\0\0\0AB"s, "failed reading payload", 14);
     row("\0\0\0\x01"s, "failed reading packet unrealistic payloadSize=16777216", 0);
     row("\xFF\xFF\xFF\xFF\0\0\0\0\0\0\0\0"s, "failed reading packet unrealistic payloadSize=4294967295", 0);
+
+    // Of a record that is refused for its size only the size was taken.
+    store("\0\0\0\x01"s + threeRecords());
+    FilePacketReader reader(path.c_str());
+    EXPECT_FALSE(reader.read());
+    ASSERT_TRUE(reader.read());
+    EXPECT_EQ(reader.getRecordOffset(), 4u);
+    EXPECT_EQ(reader.getOffset(), 17u);
 }
 
 // Every single byte of a file is replaced by every value: the records before it are read, the file is read to its end
