@@ -9,6 +9,7 @@
 #include "kiv/core/Object.h"
 #include "kiv/core/PointerOwner.h"
 #include "kiv/core/Signal.h"
+#include "kiv/core/Random.h"
 #include "kiv/core/SmartCStr.h"
 #include "kiv/core/SmartPointer.h"
 #include "kiv/core/String.h"
