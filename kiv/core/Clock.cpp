@@ -1,5 +1,6 @@
 #include "kiv/core/Clock.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
 
@@ -32,6 +33,15 @@ int64_t Clock::getMilliseconds() const {
 
 int64_t Clock::getUtcMicroseconds() const {
     return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+int64_t Clock::getUniqueUtcMicroseconds() {
+    const int64_t now = getUtcMicroseconds();
+    int64_t last = m_lastUnique.load(std::memory_order_relaxed), unique;
+    do {
+        unique = std::max(now, last + 1);
+    } while (!m_lastUnique.compare_exchange_weak(last, unique, std::memory_order_relaxed));
+    return unique;
 }
 
 ManualClock::ManualClock(int64_t milliseconds, int64_t utcMicroseconds)

@@ -22,10 +22,15 @@ public:
     virtual int64_t getMilliseconds() const;
     // Microseconds since 1970-01-01T00:00:00Z.
     virtual int64_t getUtcMicroseconds() const;
+    // The same, but later than every one this clock gave before: names for records.
+    int64_t getUniqueUtcMicroseconds();
 
 protected:
     // Installs `clock` and returns the one installed before.
     static Clock* exchangeCurrent(Clock* clock);
+
+private:
+    std::atomic<int64_t> m_lastUnique{INT64_MIN};
 };
 
 // A clock that stands still until it is told to move. It is the current clock while it lives; several nest like scopes.

@@ -1,8 +1,11 @@
 // Hunts: dates off by a day around leap years and before 1970, a manual clock that outstays its life, a clock that
-// wraps.
+// wraps, unique times that repeat.
 #include "kiv/core/Clock.h"
 
 #include <gtest/gtest.h>
+#include <set>
+#include <thread>
+#include <vector>
 
 namespace kiv {
 namespace {
@@ -34,6 +37,29 @@ TEST(Clock, StandsStillWhileAManualClockLives) {
     }
     EXPECT_GE(Clock::current().getMilliseconds(), before);
     EXPECT_GT(Clock::current().getUtcMicroseconds(), 1600000000000000);
+}
+
+TEST(Clock, GivesUniqueTimesAsTheTimeStandsOrGoesBack) {
+    ManualClock clock(0, 1000);
+    EXPECT_EQ(clock.getUniqueUtcMicroseconds(), 1000);
+    EXPECT_EQ(clock.getUniqueUtcMicroseconds(), 1001);
+    clock.setUtcMicroseconds(-5);
+    EXPECT_EQ(clock.getUniqueUtcMicroseconds(), 1002);
+    clock.setUtcMicroseconds(5000);
+    EXPECT_EQ(clock.getUniqueUtcMicroseconds(), 5000);
+
+    std::vector<std::vector<int64_t>> times(4);
+    {
+        std::vector<std::jthread> threads;
+        for (auto& own : times)
+            threads.emplace_back([&] {
+                for (int i = 0; i < 2000; ++i) own.push_back(clock.getUniqueUtcMicroseconds());
+            });
+    }
+    std::set<int64_t> all;
+    for (const auto& own : times) all.insert(own.begin(), own.end());
+    EXPECT_EQ(all.size(), 8000u);
+    EXPECT_EQ(*all.rbegin(), 13000);
 }
 
 } // namespace
