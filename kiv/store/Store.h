@@ -42,15 +42,15 @@ public:
     // Of the backing data.
     virtual int64_t getSizeInBytes() const = 0;
 
-    // Copy all entries of `source`, or all but those under the keys in `exclude`, in one transaction.
-    // These and the following are defined in Store.cpp, which comes with the first store.
+    // Copy all entries of `source` in one transaction; the second form leaves out what is at or below the keys in
+    // `exclude`, and entries with a marker (Meta, Referee, Wildcard, End) among the elements of their keys.
     void copyFrom(Store* source);
     void copyFrom(Store* source, const Set<Item>& exclude);
     // Every entry as a line of the log, of the UTF-8 text file at `path`, or of a section "store:" of the report.
     void dumpraw();
     void dumpToFile(const char* path);
     void report(ReportGenerator* generator);
-    // Times one walk over all entries and logs it.
+    // Times one walk over all entries and logs the milliseconds.
     void benchmark();
 };
 

@@ -1,0 +1,227 @@
+// Hunts: entries that a copy loses or should leave out, walks that do not end, transactions left open, log lines and
+// files that read otherwise than they always did.
+#include "kiv/store/Store.h"
+
+#include "kiv/core/ReportGenerator.h"
+#include "kiv/store/ScopedTransaction.h"
+#include "tests/store/Trees.h"
+#include "tests/support/LogLines.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kiv {
+namespace {
+
+using support::contentOf;
+using support::list;
+using support::LogLines;
+using support::plain;
+using support::Tree;
+using support::TreeMaker;
+using support::WatchedStore;
+using testing::ElementsAre;
+
+// A millisecond goes by with each value read.
+struct SlowStore : MemoryStore {
+    explicit SlowStore(ManualClock& clock) : MemoryStore(false), m_clock(clock) {}
+    const Item* get(const Item& key) override {
+        m_clock.advance(1);
+        return MemoryStore::get(key);
+    }
+
+private:
+    ManualClock& m_clock;
+};
+
+Item marked(Item key, ValueType marker) {
+    const char byte = static_cast<char>(marker);
+    key.concatItem(plain(std::string(1, byte)));
+    return key;
+}
+
+TEST(Store, CopiesEverythingInOneTransaction) {
+    ManualClock clock;
+    SlowStore source(clock);
+    WatchedStore target;
+    LogLines log;
+    target.copyFrom(&source);
+    EXPECT_EQ(target.calls, "begin commit flush ");
+    EXPECT_THAT(log.take(), ElementsAre("[STORE] copying database", "[STORE] copied 0 items in 0s (0items/s)"));
+
+    support::fill(source, TreeMaker(1).make(6));
+    source.set(marked(list(1), ValueType::Meta), list("below a marker"));
+    const size_t count = contentOf(source).size();
+    ASSERT_GT(count, 10u);
+    char microseconds[32]; // they are given as seconds, divided once too often
+    std::snprintf(microseconds, sizeof(microseconds), "%g", static_cast<double>(count) * 1e-6);
+    target.set(list(0, "kept"), list(1));
+    target.calls.clear();
+    target.copyFrom(&source);
+    EXPECT_TRUE(target.calls.starts_with("begin set set") && target.calls.ends_with(" commit flush ")) << target.calls;
+    EXPECT_THAT(log.take(),
+                ElementsAre("[STORE] copying database", "[STORE] copied " + std::to_string(count) + " items in " +
+                                                            microseconds + "s (1000items/s)"));
+    target.MemoryStore::remove(list(0, "kept"), list(0, "kept"));
+    EXPECT_EQ(contentOf(target), contentOf(source));
+
+    MemoryStore fast(false), second(false);
+    fast.set(list(1), list(1));
+    second.copyFrom(&fast);
+    EXPECT_EQ(log.take().back(), "[STORE] copied 1 items in 0s (infitems/s)");
+}
+
+TEST(Store, CopyLeavesAloneWhatItCantCopy) {
+    WatchedStore store;
+    support::OutputCapture log;
+    store.copyFrom(nullptr);
+    EXPECT_THAT(log.take(), testing::EndsWith("[ERROR] [STORE] no database to copy\n"));
+    store.copyFrom(&store, {list(1)});
+    EXPECT_THAT(log.take(), testing::EndsWith("[ERROR] [STORE] cant copy a database to itself\n"));
+    EXPECT_EQ(store.calls, "");
+}
+
+TEST(Store, CopyThatFailsIsRolledBack) {
+    MemoryStore source(false);
+    for (int i = 0; i < 5; ++i) source.set(list(i), list(i));
+    WatchedStore target;
+    LogLines log;
+    target.setsLeft = 3;
+    EXPECT_THROW(target.copyFrom(&source), std::bad_alloc);
+    EXPECT_TRUE(target.calls.ends_with("rollback ")) << target.calls;
+    EXPECT_THAT(contentOf(target), ElementsAre());
+    EXPECT_EQ(target.getNumberOfLayers(), 1u);
+}
+
+void copyByHand(const Tree& node, const Set<Item>& exclude, MemoryStore& target) {
+    if (exclude.count(node.key) != 0) return;
+    target.set(node.key, node.value);
+    for (const Tree& child : node.children) copyByHand(child, exclude, target);
+}
+
+TEST(Store, CopyWithExclusionsIsTheWalkFromChildToChild) {
+    for (unsigned seed = 0; seed < 200; ++seed) {
+        TreeMaker maker(seed);
+        const Tree tree = maker.make(5);
+        MemoryStore source(false), target(true), expected(false);
+        support::fill(source, tree);
+        Set<Item> exclude;
+        visitTree(tree, [&](const Tree& node, const Tree*, size_t) {
+            if (!node.key.empty() && maker.draw(8) == 0) exclude.insert(node.key);
+            if (maker.draw(20) == 0) { // excluded, but not there
+                Item other = node.key;
+                other.add(maker.draw(3));
+                exclude.insert(other);
+            }
+            // Entries that no child leads to.
+            if (maker.draw(6) == 0) source.set(marked(node.key, maker.draw(2) ? ValueType::Meta : ValueType::End), {});
+        });
+        copyByHand(tree, exclude, expected);
+        LogLines log;
+        target.copyFrom(&source, exclude);
+        const auto lines = log.take();
+        ASSERT_EQ(contentOf(target), contentOf(expected)) << "seed " << seed;
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0], "[STORE] copying database with exclude filters");
+        EXPECT_TRUE(
+            lines[1].starts_with("[STORE] copied " + std::to_string(contentOf(expected).size()) + " items in "));
+    }
+}
+
+TEST(Store, CopyWithExclusionsOfOddKeys) {
+    const std::string cut("\x04\x01\0\0\0", 5); // a buffer whose only byte is missing
+    const Item one = list(1), below = list(2, 3, 4), wide = plain(std::string("\1\5\0\0\0\0\0\0\0\x0B", 10));
+    const Item odd = plain(cut), completed = plain(cut + '\xFF'), behindEnd = marked(one, ValueType::End);
+    Item deepMarker = marked(one, ValueType::Referee);
+    deepMarker.concatItem(plain(std::string("\2\0\0\0ab", 6)));
+    Item wildcard = one;
+    wildcard.addWildcard();
+    wildcard.add(7);
+    Item afterEnd = behindEnd;
+    afterEnd.add("x");
+    const auto copied = [&](const Set<Item>& exclude) {
+        MemoryStore source(false), target(false);
+        for (const Item& key : {one, below, wide, odd, completed, behindEnd, deepMarker, wildcard, afterEnd})
+            source.set(key, {});
+        LogLines log;
+        target.copyFrom(&source, exclude);
+        return contentOf(target);
+    };
+    const std::string a = "{<INT:1>} = {}", b = "{<INT:2><INT:3><INT:4>} = {}", c = "{<INT:5><NIL>} = {}",
+                      d = "{<TRAIL:5>} = {}", e = "{<BUF:1>} = {}";
+    EXPECT_THAT(copied({}), ElementsAre(d, a, b, c, e));
+    EXPECT_THAT(copied({list(2), list(5)}), ElementsAre(d, a, e)); // neither is there; one is written in two sizes
+    EXPECT_THAT(copied({one, list(2, 3, 4, 5), odd}), ElementsAre(b, c, e));
+    EXPECT_THAT(copied({behindEnd, marked(list(2), ValueType::Meta), list(2, 4)}), ElementsAre(d, a, b, c, e));
+    EXPECT_THAT(copied({Item()}), ElementsAre());
+}
+
+TEST(Store, WritesAllEntriesAsLines) {
+    MemoryStore store(false);
+    store.set(list("a"), list(1, "two"));
+    store.set(list("a", 2.5), {});
+    const std::string first = "{<STR:a>} = {<INT:1><STR:two>}", second = "{<STR:a><FLT:2.5>} = {}";
+    LogLines log;
+    store.dumpraw();
+    EXPECT_THAT(log.take(), ElementsAre("store raw dump begin:", first, second, "store raw dump end"));
+
+    TextReportGenerator report;
+    report.beginSection("before:");
+    store.report(&report);
+    store.report(nullptr);
+    EXPECT_EQ(report.getText(), "before:\n\nstore:\n  " + first + "\n  " + second + "\n");
+
+    const std::string path = (std::filesystem::temp_directory_path() / "kivStoreDump\xC3\xA9.txt").string();
+    ASSERT_TRUE(String(std::string(1000, 'x')).saveToFile(path)); // to be truncated
+    store.dumpToFile(path.c_str());
+    EXPECT_THAT(log.take(), ElementsAre("store raw dump to " + path, "store raw dump end"));
+    String text;
+    EXPECT_TRUE(text.loadFromFile(path));
+    EXPECT_EQ(text, first + "\n" + second + "\n");
+    std::filesystem::remove(path);
+    store.dumpToFile("no/such/folder/file");
+    EXPECT_THAT(log.take(), ElementsAre("cant open file 'no/such/folder/file'"));
+}
+
+TEST(Store, BenchmarkReadsEveryEntry) {
+    ManualClock clock;
+    SlowStore store(clock);
+    for (int i = 0; i < 7; ++i) store.set(list(i), list(i));
+    LogLines log;
+    store.benchmark();
+    EXPECT_EQ(log.takeOne(), "store benchmark: 7ms");
+}
+
+TEST(ScopedTransaction, EndsOnceAndRollsBackByItself) {
+    auto store = makeObject<WatchedStore>();
+    Item key(store.get());
+    {
+        ScopedTransaction a(store.get()), b(SmartPointer<Store>{store}), c(key), d(&key);
+        EXPECT_EQ(store->getNumberOfLayers(), 5u);
+        store->set(list(1), {});
+        d.commit();
+        d.commit();
+        d.rollback();
+        c.rollback();
+        c.commit();
+        EXPECT_EQ(store->getNumberOfLayers(), 3u);
+        EXPECT_FALSE(store->get(list(1)));
+    }
+    EXPECT_EQ(store->calls, "begin begin begin begin setINT:1 commit rollback rollback rollback ");
+    {
+        const Item unbound;
+        ScopedTransaction none(static_cast<Store*>(nullptr)), empty(SmartPointer<Store>{}), free(unbound),
+            noItem(static_cast<Item*>(nullptr));
+        none.commit();
+        empty.rollback();
+    }
+    MemoryStore plainStore(false);
+    LogLines log;
+    { ScopedTransaction transaction(&plainStore); }
+    EXPECT_EQ(log.takeOne(), "memorystore, rollback called in transactionless mode");
+}
+
+} // namespace
+} // namespace kiv
