@@ -232,29 +232,47 @@ public:
     bool trail();
     bool trail(Item& out) const;
 
-    // Tree navigation and storage in the bound store. Defined in store/.
+    // Tree navigation and storage in the bound store. Defined in store/. Without a store nothing is found, and what
+    // would change it is logged. Where the result is false, `out` is as it was; it may be this item.
+    // The stored value, as Store::get() gives it; null when there is none.
     const Item* fetch() const;
     bool exists() const;
+    // Stores `value` under this key, and empty values under those of its ancestors that have none.
     void store(const Item& value) const;
+    // Does nothing when `key` has no value.
     void copyValueFrom(const Item& key) const;
+    // Copies what is below `from` to below this key; `from` may be of another store, and either may lie below the
+    // other.
     void copyChildrenRecursive(const Item& from) const;
+    // With all that is below.
     void remove() const;
+    // The first, resp. last child of a key that exists; the next, resp. previous sibling. Where keys are stored without
+    // their ancestors, child() and next() find the first key itself, however deep; the others an ancestor of it.
     bool child(Item& out) const;
     bool next(Item& out) const;
     bool prev(Item& out) const;
     bool lastChild(Item& out) const;
+    // Move this item.
     bool next();
     bool prev();
+    // The store's transactions.
     void begin() const;
     void commit() const;
     void rollback() const;
+    // This key and a random negative integer that is not in use there.
     void createUniqueInteger(Item& out) const;
+    // Adds a record below this key, in one transaction: under a unique time (microseconds since 1970), the children
+    // "type" (the name), "path" (the key `value`) and "value" (what the store has at and below that key). The other
+    // form removes the records older than `time`.
     void archive(const char* name, const Item& value) const;
     void archiveDeleteBefore(long long time) const;
-    void storePacket(Packet* packet) const;
-    void storePacketCompact(Packet* packet) const;
-    SmartPointer<Packet> fetchPacket(PacketScheme* scheme) const;
-    SmartPointer<Packet> fetchPacketCompact(PacketScheme* scheme) const;
+    // A packet under this key: below it, by name of its scheme, or as the key's own value. Packets without scheme are
+    // logged and not stored. fetchPacket() reads both forms; null when there is none, or it does not fit the scheme.
+    // Ports are not stored.
+    void storePacket(const Packet* packet) const;
+    void storePacketCompact(const Packet* packet) const;
+    SmartPointer<Packet> fetchPacket(const PacketScheme* scheme) const;
+    SmartPointer<Packet> fetchPacketCompact(const PacketScheme* scheme) const;
 
 protected:
     inline void addInternal(ValueType type);
