@@ -1,0 +1,312 @@
+// Hunts, in every kind of store: keys and values lost, doubled, out of order or torn, range ends off by one, rollbacks
+// that restore less or more than they should, arguments that lie in the store itself, and what was handed out dying too
+// early. KIV_TEST_SEED repeats a failed run.
+#include "kiv/core/SmartPointer.h"
+#include "kiv/store/MemoryStore.h"
+#include "tests/store/RandomKeys.h"
+#include "tests/store/StoreModel.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kiv::Item;
+using kiv::MemoryStore;
+using kiv::SmartPointer;
+using kiv::Store;
+using support::plain;
+using support::RandomKeys;
+using support::StoreModel;
+
+struct Kind {
+    const char* name;
+    bool transactional;
+    SmartPointer<Store> (*make)();
+};
+
+const Kind kinds[] = {
+    {"Memory", true, [] { return SmartPointer<Store>(new MemoryStore(true)); }},
+    {"MemoryWithoutTransactions", false, [] { return SmartPointer<Store>(new MemoryStore(false)); }},
+};
+
+// A million operations in all, less under the sanitizers.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KIV_TEST_SLOW
+#endif
+#endif
+#ifdef KIV_TEST_SLOW
+constexpr size_t operationsOfAll = 250000, largeContent = 60000;
+#else
+constexpr size_t operationsOfAll = 1000000, largeContent = 200000;
+#endif
+
+uint64_t seedOfRun() {
+    const char* text = std::getenv("KIV_TEST_SEED");
+    return text ? std::strtoull(text, nullptr, 10) : 20261130;
+}
+
+// How one round goes: many keys make large stores, few make dense ones, which transactions are tested best with.
+struct Mix {
+    size_t keys;
+    size_t operations;
+    size_t perTransaction; // operations between begin, commit and rollback
+    size_t perWideRange;   // and between removals of any range
+};
+
+constexpr Mix mixes[] = {{40, 4000, 10, 100}, {700, 10000, 60, 700}, {9000, 26000, 1500, 12000}};
+
+// Random operations on a store and its model.
+class RandomWork {
+public:
+    RandomWork(StoreModel& model, uint64_t seed, const Mix& mix)
+        : m_model(model), m_keys(seed, mix.keys), m_random(m_keys.random), m_mix(mix) {}
+
+    void operation() {
+        m_model.checkKept();
+        if (m_random.oneIn(m_mix.perTransaction)) return transaction();
+        if (m_random.oneIn(m_mix.perWideRange)) return removeAnything();
+        const size_t choice = m_random.below(1000);
+        if (choice < 380) return m_model.set(m_keys.key(), m_keys.value());
+        if (choice < 560) return static_cast<void>(m_model.get(m_keys.key()));
+        if (choice < 630) return m_model.next(m_keys.key());
+        if (choice < 700) return m_model.prev(m_keys.key());
+        if (choice < 740) return m_model.nextInPlace(m_keys.key());
+        if (choice < 780) return m_model.prevInPlace(m_keys.key());
+        if (choice < 790) return m_model.first();
+        if (choice < 820) return holdSeveral();
+        if (choice < 890) return removeOne();
+        if (choice < 902) return removeSubtree();
+        if (choice < 914) return removeNeighbours();
+        if (choice < 917) return append();
+        aliased();
+    }
+
+private:
+    void transaction() {
+        const size_t depth = m_model.depth();
+        const size_t choice = m_random.below(20);
+        if (choice == 0 || (choice < 10 && depth < 6)) return m_model.begin();
+        // Also without begin().
+        if (choice < 15) return m_model.commit();
+        m_model.rollback();
+    }
+
+    void removeOne() {
+        const Item key = m_keys.key();
+        m_model.remove(key, key);
+    }
+    void removeSubtree() {
+        const Item key = m_keys.key();
+        if (key.empty()) return; // all there is
+        Item end = key;
+        end.concatItem(plain("\xFF"));
+        m_model.remove(key, end);
+    }
+    void removeNeighbours() {
+        const auto& content = m_model.content();
+        const Item from = m_keys.key();
+        auto last = content.lower_bound(from);
+        for (size_t i = m_random.below(30); i > 0 && last != content.end(); --i) ++last;
+        const Item to = last == content.end() ? from : last->first;
+        m_model.remove(from, to);
+    }
+    void removeAnything() {
+        const Item from = m_keys.key(), to = m_keys.key();
+        const Item *a = m_model.get(from), *b = m_model.get(to);
+        a&& b ? m_model.remove(*a, *b) : m_model.remove(from, to);
+    }
+    void append() {
+        m_keys.startSequence();
+        for (size_t i = 20 + m_random.below(100); i > 0; --i) m_model.set(m_keys.nextOfSequence(), m_keys.value());
+    }
+
+    // All that get() returned is good until the next change.
+    void holdSeveral() {
+        std::vector<std::pair<Item, const Item*>> held;
+        for (int i = 0; i < 6; ++i) {
+            const Item key = m_keys.key();
+            held.emplace_back(key, m_model.get(key));
+            m_model.next(key);
+        }
+        m_model.first();
+        for (const auto& [key, value] : held) {
+            if (value) m_model.checkValue(key, *value, m_model.content().find(key)->second);
+        }
+    }
+
+    // Arguments that are the store's own values.
+    void aliased() {
+        const Item* a = m_model.get(m_keys.key());
+        const Item* b = m_model.get(m_keys.key());
+        if (!a || !b) return;
+        switch (m_random.below(8)) {
+        case 0:
+            return m_model.set(m_keys.key(), *a);
+        case 1:
+            return m_model.set(*a, *b);
+        case 2:
+            return m_model.set(*a, *a);
+        case 3:
+            return StoreModel::Order()(*a, *b) ? m_model.remove(*b, *a) : m_model.remove(*a, *a);
+        case 4:
+            return m_model.next(*a);
+        case 5:
+            return m_model.prev(*a);
+        case 6:
+            return static_cast<void>(m_model.get(*a));
+        default:
+            // To itself, by a view that the store must not read from while it moves the bytes.
+            const Item key = m_keys.key();
+            if (const Item* value = m_model.get(key)) {
+                m_model.set(
+                    key, Item(Item::ExternalBufferMode(), {value->getPlainBytePointer(), value->getPlainSize() / 2}));
+            }
+        }
+    }
+
+    StoreModel& m_model;
+    RandomKeys m_keys;
+    support::Random& m_random;
+    const Mix m_mix;
+};
+
+class StoreSuite : public testing::TestWithParam<Kind> {
+protected:
+    const SmartPointer<Store> m_store = GetParam().make();
+    StoreModel m_model{*m_store, GetParam().transactional};
+};
+
+TEST_P(StoreSuite, DoesWhatAMapDoes) {
+    const uint64_t seed = seedOfRun();
+    size_t done = 0;
+    for (uint64_t round = 0; done < operationsOfAll / std::size(kinds); ++round) {
+        const SmartPointer<Store> store = GetParam().make();
+        StoreModel model(*store, GetParam().transactional);
+        const Mix& mix = mixes[round % std::size(mixes)];
+        RandomWork work(model, seed + round * 1000003, mix);
+        for (size_t i = 0; i < mix.operations; ++i, ++done) {
+            work.operation();
+            ASSERT_FALSE(HasFailure()) << "KIV_TEST_SEED=" << seed << ", round " << round << ", operation " << i;
+        }
+        while (model.depth() > 0) round % 2 == 0 ? model.rollback() : model.commit();
+        model.compare();
+        EXPECT_EQ(model.console.take(), "");
+        ASSERT_FALSE(HasFailure()) << "KIV_TEST_SEED=" << seed << ", end of round " << round;
+    }
+}
+
+TEST_P(StoreSuite, HoldsManyEntries) {
+    RandomKeys keys(seedOfRun(), 1000);
+    auto numbered = [](const char* name, size_t i) { return support::list("study", name, i); };
+    auto fill = [&](const char* name, auto index) {
+        for (size_t i = 0; i < largeContent / 4; ++i) m_model.set(numbered(name, index(i)), keys.value());
+    };
+    fill("ascending", [](size_t i) { return i; });
+    fill("descending", [](size_t i) { return largeContent - i; });
+    m_model.compare();
+    m_model.begin();
+    fill("random", [&](size_t) { return keys.random.below(largeContent); });
+    fill("ascending", [](size_t i) { return 3 * i; });
+    m_model.begin();
+    for (int i = 0; i < 200; ++i) {
+        const size_t from = keys.random.below(largeContent);
+        m_model.remove(numbered(i % 2 ? "ascending" : "random", from),
+                       numbered(i % 2 ? "ascending" : "random", from + keys.random.below(largeContent / 300)));
+    }
+    m_model.commit();
+    m_model.compare();
+    ASSERT_FALSE(HasFailure()) << "KIV_TEST_SEED=" << seedOfRun();
+    if (GetParam().transactional) m_model.rollback();
+    m_model.remove(numbered("ascending", 0), numbered("descending", largeContent - 100));
+    m_model.compare();
+    ASSERT_FALSE(HasFailure()) << "KIV_TEST_SEED=" << seedOfRun();
+    m_model.remove(Item(), plain("\xFF"));
+    EXPECT_TRUE(m_model.content().empty());
+    m_model.compare();
+}
+
+TEST_P(StoreSuite, KeepsTheBytesOfTheKeyThatCameFirst) {
+    const Item small(5), wide = plain(std::string("\x01\x05\0\0\0\0\0\0\0", 9));
+    m_model.set(small, "one");
+    m_model.set(wide, "two");
+    m_model.compare();
+    m_model.begin();
+    m_model.remove(wide, wide);
+    m_model.set(wide, "three");
+    m_model.compare();
+    if (GetParam().transactional) m_model.rollback();
+}
+
+TEST_P(StoreSuite, RangesIncludeBothEndsAndNothingElse) {
+    const Item key = support::list("a", 1);
+    auto extended = [&](const char* bytes) {
+        Item longer = key;
+        longer.concatItem(plain(bytes));
+        return longer;
+    };
+    auto refill = [&] {
+        m_model.set("a", "parent");
+        m_model.set(key, "key");
+        for (const char* more : {"\x0B", "\xC0", "\xFE", "\xFF", "\xFF\xFF"}) m_model.set(extended(more), more);
+        m_model.set(support::list("a", 2), "sibling");
+    };
+    refill();
+    m_model.remove(key, key);
+    m_model.compare();
+    refill();
+    m_model.remove(key, extended("\xFF"));
+    EXPECT_EQ(m_model.content().size(), 3u);
+    m_model.compare();
+    refill();
+    m_model.remove(support::list("a", 2), key);
+    EXPECT_EQ(m_model.content().size(), 8u) << "from behind to";
+    m_model.compare();
+}
+
+TEST_P(StoreSuite, BindsWhatItHandsOut) {
+    const SmartPointer<Store> other(new MemoryStore(false));
+    Item value("value");
+    value.setStore(other.get());
+    m_model.set("key", value);
+    m_model.get("key");
+    Item key("key");
+    key.setStore(other.get());
+    m_model.set("before", 1);
+    m_model.prev(key);
+    m_model.first();
+    EXPECT_TRUE(m_store->good());
+    EXPECT_EQ(m_store->getSizeInBytes(), 0);
+}
+
+TEST_P(StoreSuite, TransactionsNest) {
+    m_model.commit();
+    m_model.rollback();
+    m_model.set("kept", 1);
+    m_model.begin();
+    m_model.set("changed", 1);
+    m_model.begin();
+    m_model.set("changed", 2);
+    m_model.remove("kept", "kept");
+    m_model.begin();
+    m_model.set("kept", 3);
+    m_model.commit();
+    m_model.rollback();
+    m_model.begin();
+    m_model.remove(Item(), plain("\xFF"));
+    m_model.set("kept", 4);
+    m_model.commit();
+    m_model.compare();
+    m_model.rollback();
+    m_model.rollback();
+    m_model.commit();
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, StoreSuite, testing::ValuesIn(kinds),
+                         [](const auto& kind) { return std::string(kind.param.name); });
+
+} // namespace
