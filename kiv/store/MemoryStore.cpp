@@ -2,74 +2,102 @@
 
 #include "kiv/logging/MessageStream.h"
 
-#include <iterator>
+#include <cstring>
+#include <utility>
 
 namespace kiv {
 
+using internal::SortKey;
+
 MemoryStore::MemoryStore(bool transactional) : m_transactional(transactional) {}
-MemoryStore::MemoryStore(const MemoryStore& other) = default;
-MemoryStore::MemoryStore(MemoryStore&& other) = default;
-MemoryStore& MemoryStore::operator=(const MemoryStore& other) = default;
-MemoryStore& MemoryStore::operator=(MemoryStore&& other) = default;
+
+MemoryStore::MemoryStore(const MemoryStore& other)
+    : Store(other), m_data(other.m_data), m_journals(other.m_journals), m_transactional(other.m_transactional) {}
+
+MemoryStore::MemoryStore(MemoryStore&& other) noexcept
+    : Store(other), m_data(std::move(other.m_data)), m_journals(std::exchange(other.m_journals, {})),
+      m_transactional(other.m_transactional) {
+    other.forgetCursor();
+}
+
+MemoryStore& MemoryStore::operator=(const MemoryStore& other) {
+    return *this = MemoryStore(other);
+}
+
+MemoryStore& MemoryStore::operator=(MemoryStore&& other) noexcept {
+    MemoryStore taken(std::move(other));
+    m_data.swap(taken.m_data);
+    m_journals.swap(taken.m_journals);
+    m_transactional = taken.m_transactional;
+    forgetCursor();
+    return *this;
+}
+
 MemoryStore::~MemoryStore() = default;
 
 bool MemoryStore::good() const {
     return true;
 }
 
-void MemoryStore::remember(const Item& key, const std::optional<Item>& value) {
-    if (!m_journals.empty()) m_journals.back().try_emplace(key, value);
-}
-
 void MemoryStore::set(const Item& key, const Item& value) {
-    const auto at = m_data.lower_bound(key);
-    if (at != m_data.end() && Item::compareTotal(at->first, key) == 0) {
-        remember(at->first, at->second);
-        at->second = value;
-        at->second.setStore(this);
-    } else {
-        remember(key, std::nullopt);
-        const auto added = m_data.emplace_hint(at, key, value);
-        added->second.setStore(this);
-    }
+    forgetCursor();
+    m_data.set(SortKey(key), {key.getConstByteSpan(), value.getConstByteSpan()}, undo());
 }
 
 const Item* MemoryStore::get(const Item& key) {
-    const auto at = m_data.find(key);
-    if (at == m_data.end()) return nullptr;
-    at->second.setStore(this);
-    return &at->second;
+    const PageTree::Cursor cursor = isAtCursor(key) ? m_cursor : m_data.find(SortKey(key));
+    return cursor ? m_data.view(cursor, this) : nullptr;
 }
 
 void MemoryStore::remove(const Item& from, const Item& to) {
-    if (Item::compareTotal(from, to) > 0) return;
-    const auto begin = m_data.lower_bound(from), end = m_data.upper_bound(to);
-    for (auto it = begin; it != end; ++it) remember(it->first, it->second);
-    m_data.erase(begin, end);
+    forgetCursor();
+    const Item ownFrom = from, ownTo = to; // they may lie in what is removed
+    m_data.remove(SortKey(ownFrom), SortKey(ownTo), undo());
 }
 
-bool MemoryStore::hand(Map<Item, Item>::const_iterator entry, Item& out) {
-    if (entry == m_data.end()) return false;
-    out = entry->first;
+bool MemoryStore::isAtCursor(const Item& key) const {
+    if (!m_cursor) return false;
+    const ConstByteSpan at = m_cursor.getKey();
+    return at.getSize() == key.getPlainSize() &&
+           std::memcmp(at.getBytePointer(), key.getPlainBytePointer(), at.getSize()) == 0;
+}
+
+bool MemoryStore::handOut(const PageTree::Cursor& cursor, Item& out) {
+    if (!cursor) return false;
+    out.setPlain(cursor.getKey());
     out.setStore(this);
+    m_cursor = cursor;
     return true;
 }
 
 bool MemoryStore::next(const Item& key, Item& out) {
-    return hand(m_data.upper_bound(key), out);
+    if (!isAtCursor(key)) return handOut(m_data.above(SortKey(key)), out);
+    PageTree::Cursor cursor = m_cursor;
+    cursor.next();
+    return handOut(cursor, out);
 }
 
 bool MemoryStore::prev(const Item& key, Item& out) {
-    const auto at = m_data.lower_bound(key);
-    return at != m_data.begin() && hand(std::prev(at), out);
+    if (!isAtCursor(key)) return handOut(m_data.below(SortKey(key)), out);
+    PageTree::Cursor cursor = m_cursor;
+    cursor.previous();
+    return handOut(cursor, out);
 }
 
 bool MemoryStore::first(Item& out) {
-    return hand(m_data.begin(), out);
+    return handOut(m_data.first(), out);
 }
 
 void MemoryStore::begin() {
-    if (m_transactional) m_journals.emplace_back();
+    if (!m_transactional) return;
+    m_journals.emplace_back();
+    m_journals.back().swap(m_spareJournal);
+}
+
+void MemoryStore::dropJournal() noexcept {
+    m_spareJournal.swap(m_journals.back());
+    m_spareJournal.clear();
+    m_journals.pop_back();
 }
 
 void MemoryStore::commit() {
@@ -78,9 +106,9 @@ void MemoryStore::commit() {
         logging::MessageStream(3, 2) << "memorystore, commit without begin";
         return;
     }
-    Journal inner = std::move(m_journals.back());
-    m_journals.pop_back();
-    if (!m_journals.empty()) m_journals.back().merge(inner);
+    forgetCursor();
+    if (m_journals.size() > 1) m_journals[m_journals.size() - 2].absorb(m_journals.back());
+    dropJournal();
 }
 
 void MemoryStore::rollback() {
@@ -92,12 +120,9 @@ void MemoryStore::rollback() {
         logging::MessageStream(3, 2) << "memorystore, rollback without begin";
         return;
     }
-    const Journal inner = std::move(m_journals.back());
-    m_journals.pop_back();
-    for (const auto& [key, value] : inner) {
-        m_data.erase(key);
-        if (value) m_data.emplace(key, *value);
-    }
+    forgetCursor();
+    m_data.revert(m_journals.back());
+    dropJournal();
 }
 
 void MemoryStore::close() {}

@@ -1,23 +1,23 @@
 #pragma once
 
+#include "kiv/store/PageTree.h"
 #include "kiv/store/Store.h"
-
-#include <optional>
 
 namespace kiv {
 
 // A store in memory. `transactional` ones keep, for each open transaction, what its changes replaced, so that begin()
 // costs nothing and commit() and rollback() cost what was changed; the others ignore begin() and commit().
-// Copies copy everything, open transactions too. Threads: one at a time, for reading as well.
+// What get() returns are views: one for each key, valid until the next change of the store. Copies copy everything,
+// open transactions too. Threads: one at a time, for reading as well.
 class KIV_API MemoryStore : public Store {
     KIV_OBJECT(MemoryStore, Store)
 public:
     explicit MemoryStore(bool transactional);
     MemoryStore(const MemoryStore& other);
     // Leaves `other` empty, without transactions.
-    MemoryStore(MemoryStore&& other);
+    MemoryStore(MemoryStore&& other) noexcept;
     MemoryStore& operator=(const MemoryStore& other);
-    MemoryStore& operator=(MemoryStore&& other);
+    MemoryStore& operator=(MemoryStore&& other) noexcept;
     ~MemoryStore() override;
 
     bool good() const override;
@@ -37,15 +37,21 @@ public:
     bool isTransactional() const { return m_transactional; }
     // One more than there are open transactions.
     uint64_t getNumberOfLayers() const { return m_journals.size() + 1; }
+    // All entries as they are now, the changes of open transactions included.
+    const PageTree& lastData() const { return m_data; }
 
 private:
-    using Journal = Map<Item, std::optional<Item>>;
+    PageTree* undo() { return m_journals.empty() ? nullptr : &m_journals.back(); }
+    // Reading on from where the last key was handed out needs no search.
+    bool isAtCursor(const Item& key) const;
+    bool handOut(const PageTree::Cursor& cursor, Item& out);
+    void forgetCursor() { m_cursor = PageTree::Cursor(); }
+    void dropJournal() noexcept;
 
-    bool hand(Map<Item, Item>::const_iterator entry, Item& out);
-    void remember(const Item& key, const std::optional<Item>& value);
-
-    Map<Item, Item> m_data;
-    Vector<Journal> m_journals; // one per open transaction, the innermost last
+    PageTree m_data;
+    Vector<PageTree> m_journals; // what each open transaction replaced, the innermost last
+    PageTree m_spareJournal;     // empty; its page serves the next transaction
+    PageTree::Cursor m_cursor;   // at the key handed out last
     bool m_transactional;
 };
 

@@ -1,0 +1,425 @@
+#include "kiv/store/Page.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <new>
+
+namespace kiv::internal {
+
+namespace {
+
+// So that header, prefix and the first slots share as few cache lines as can be.
+constexpr auto pageAlignment = std::align_val_t{64};
+
+uint32_t headOf(SortBytes key, size_t offset) {
+    uint8_t bytes[4] = {0, 0, 0, 0};
+    if (offset < key.size) std::memcpy(bytes, key.data + offset, std::min<size_t>(4, key.size - offset));
+    return SortKey::headOf(bytes);
+}
+
+int compareSortBytes(SortBytes a, SortBytes b) {
+    const size_t common = std::min(a.size, b.size);
+    if (common != 0) {
+        if (const int order = std::memcmp(a.data, b.data, common); order != 0) return order;
+    }
+    return a.size < b.size ? -1 : a.size > b.size;
+}
+
+bool areEqual(const ConstByteSpan& a, const ConstByteSpan& b) {
+    return a.getSize() == b.getSize() && std::memcmp(a.getBytePointer(), b.getBytePointer(), a.getSize()) == 0;
+}
+
+void copyBytes(uint8_t* to, const ConstByteSpan& from) {
+    copyShort(to, from.getBytePointer(), from.getSize());
+}
+
+// A page's bytes, to write the page anew from.
+struct PageCopy {
+    explicit PageCopy(const Page& page) { std::memcpy(bytes, &page, Page::size); }
+    const Page& get() const { return *std::launder(reinterpret_cast<const Page*>(bytes)); }
+    alignas(Page) uint8_t bytes[Page::size];
+};
+
+} // namespace
+
+size_t commonSize(SortBytes a, SortBytes b) {
+    const uint8_t* const end = a.data + std::min(a.size, b.size);
+    return static_cast<size_t>(std::mismatch(a.data, end, b.data).first - a.data);
+}
+
+EntryView LargeEntry::view() const {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(this + 1);
+    return {{bytes, keySize}, {bytes + keySize, valueSize}, isAbsence};
+}
+
+void LargeEntry::setValue(const ConstByteSpan& value) {
+    copyBytes(reinterpret_cast<uint8_t*>(this + 1) + keySize, value);
+}
+
+LargeEntry* LargeEntry::make(const EntryView& entry) {
+    const unsigned keySize = entry.key.getSize(), valueSize = entry.value.getSize();
+    void* memory = ::operator new (sizeof(LargeEntry) + keySize + size_t{valueSize});
+    auto* large = new (memory) LargeEntry{keySize, valueSize, entry.isAbsence};
+    auto* bytes = reinterpret_cast<uint8_t*>(large + 1);
+    copyBytes(bytes, entry.key);
+    copyBytes(bytes + keySize, entry.value);
+    return large;
+}
+
+void LargeEntry::destroy(LargeEntry* entry) noexcept {
+    ::operator delete(entry);
+}
+
+Page::Page(unsigned level) : m_firstChild(nullptr), m_level(static_cast<uint16_t>(level)) {
+    if (isLeaf()) m_views = nullptr;
+    clear();
+}
+
+Page* Page::make(unsigned level) {
+    return new (::operator new(size, pageAlignment)) Page(level);
+}
+
+void Page::destroy(Page* page) noexcept {
+    page->erase(0, page->m_count);
+    if (page->isLeaf()) delete[] page->m_views;
+    ::operator delete(page, pageAlignment);
+}
+
+void Page::clear() noexcept {
+    m_count = 0;
+    m_slotsBegin = sizeof(Page);
+    m_recordsBegin = size;
+    m_gaps = 0;
+    m_prefixSize = 0;
+}
+
+unsigned Page::sizeOfRecord(const Slot& slot) const {
+    if (slot.keySize == large) return sizeof(LargeEntry*);
+    const auto valueSize = loadUnaligned<uint16_t>(bytes() + slot.offset);
+    return 2U + slot.keySize + (valueSize == absence ? 0 : valueSize);
+}
+
+LargeEntry* Page::getLarge(unsigned index) const {
+    const Slot& slot = slots()[index];
+    return slot.keySize == large ? loadUnaligned<LargeEntry*>(bytes() + slot.offset) : nullptr;
+}
+
+void Page::eraseButBlock(unsigned index) noexcept {
+    if (getLarge(index)) storeUnaligned<LargeEntry*>(bytes() + slots()[index].offset, nullptr);
+    erase(index, index + 1);
+}
+
+bool Page::holds(const ConstByteSpan& span) const {
+    const std::less<> isBefore; // total, whatever the pointers belong to
+    const uint8_t* byte = span.getBytePointer();
+    return !isBefore(byte, bytes()) && isBefore(byte, bytes() + size);
+}
+
+EntryView Page::at(unsigned index) const {
+    const Slot& slot = slots()[index];
+    if (slot.keySize == large) return getLarge(index)->view();
+    const uint8_t* record = bytes() + slot.offset;
+    const auto valueSize = loadUnaligned<uint16_t>(record);
+    const bool isAbsence = valueSize == absence;
+    return {{record + 2, slot.keySize}, {record + 2 + slot.keySize, isAbsence ? 0U : valueSize}, isAbsence};
+}
+
+SortBytes Page::getSortBytes(unsigned index, std::optional<SortKey>& scratch) const {
+    const ConstByteSpan key = at(index).key;
+    if (!isLeaf()) return {key.getBytePointer(), key.getSize()};
+    scratch.emplace(key);
+    return {scratch->data(), scratch->size()};
+}
+
+// The sign of `key` against all sort keys that begin with the prefix, 0 when it begins with it, too.
+int Page::compareWithPrefix(const SortKey& key) const {
+    const size_t prefixSize = m_prefixSize;
+    if (key.size() < prefixSize) {
+        const int order = std::memcmp(key.data(), prefix(), key.size());
+        return order != 0 ? order : -1;
+    }
+    // Both may be read beyond their ends.
+    uint64_t difference = 0;
+    size_t at = 0;
+    for (; at + 8 <= prefixSize; at += 8)
+        difference |= loadUnaligned<uint64_t>(key.data() + at) ^ loadUnaligned<uint64_t>(prefix() + at);
+    if (at != prefixSize) {
+        const uint64_t word = loadUnaligned<uint64_t>(key.data() + at) ^ loadUnaligned<uint64_t>(prefix() + at);
+        difference |= word << (8 * (8 - (prefixSize - at)));
+    }
+    return difference == 0 ? 0 : std::memcmp(key.data(), prefix(), prefixSize);
+}
+
+// The first entry whose head is not below. Without branches, for which way to go can't be foretold.
+unsigned Page::findHead(uint32_t head) const {
+    const Slot* base = slots();
+    for (unsigned left = m_count; left != 0;) {
+        const unsigned half = left / 2;
+        base += base[half].head < head ? left - half : 0;
+        left = half;
+    }
+    return static_cast<unsigned>(base - slots());
+}
+
+int Page::compareAt(unsigned index, const SortKey& key) const {
+    const ConstByteSpan own = at(index).key;
+    if (!isLeaf()) return compareSortBytes({own.getBytePointer(), own.getSize()}, {key.data(), key.size()});
+    if (areEqual(own, key.getEncoded())) return 0;
+    return Item::compareTotal(Item(Item::ExternalBufferMode(), own),
+                              Item(Item::ExternalBufferMode(), key.getEncoded()));
+}
+
+Page::Place Page::findAmongEqualHeads(unsigned begin, const SortKey& key) const {
+    const uint32_t head = slots()[begin].head;
+    // Most often there is but one.
+    if (const int order = compareAt(begin, key); order >= 0) return {begin, order == 0};
+    unsigned end = m_count;
+    ++begin;
+    while (begin < end) {
+        const unsigned middle = begin + (end - begin) / 2;
+        const int order = slots()[middle].head > head ? 1 : compareAt(middle, key);
+        if (order == 0) return {middle, true};
+        if (order > 0) {
+            end = middle;
+        } else {
+            begin = middle + 1;
+        }
+    }
+    return {begin, false};
+}
+
+Page::Place Page::find(const SortKey& key) const {
+    if (const int order = compareWithPrefix(key); order != 0) return {order < 0 ? 0U : m_count, false};
+    const uint32_t head = key.headAt(m_prefixSize);
+    const unsigned index = findHead(head);
+    if (index == m_count || slots()[index].head != head) return {index, false};
+    return findAmongEqualHeads(index, key);
+}
+
+const Item* Page::view(unsigned index, Store* store) {
+    // Room for all at once: views that were handed out stay where they are until the page changes.
+    if (m_count > m_viewCount) {
+        const unsigned count = m_count + m_count / 4U;
+        Item* views = new Item[count];
+        delete[] m_views;
+        m_views = views;
+        m_viewCount = static_cast<uint16_t>(count);
+    }
+    Item& item = m_views[index];
+    item.setPlainExternalBuffer(at(index).value);
+    item.setStore(store);
+    return &item;
+}
+
+void Page::linkBehind(Page* previous) noexcept {
+    m_previous = previous;
+    m_next = previous->m_next;
+    previous->m_next = this;
+    if (m_next) m_next->m_previous = this;
+}
+
+void Page::unlink() noexcept {
+    if (m_previous) m_previous->m_next = m_next;
+    if (m_next) m_next->m_previous = m_previous;
+    m_previous = m_next = nullptr;
+}
+
+unsigned Page::findChild(const SortKey& key) const {
+    const Place place = find(key);
+    return place.index + (place.exact ? 1 : 0);
+}
+
+Page* Page::getChild(unsigned index) const {
+    return index == 0 ? m_firstChild : loadUnaligned<Page*>(at(index - 1).value.getBytePointer());
+}
+
+bool Page::fitsRecord(const EntryView& entry) {
+    return size_t{entry.key.getSize()} + entry.value.getSize() <= maximumRecord;
+}
+
+uint16_t Page::writeRecord(const EntryView& entry, const LargeEntry* block) noexcept {
+    if (block) {
+        m_recordsBegin = static_cast<uint16_t>(m_recordsBegin - sizeof(block));
+        storeUnaligned(bytes() + m_recordsBegin, block);
+        return m_recordsBegin;
+    }
+    const unsigned keySize = entry.key.getSize(), valueSize = entry.value.getSize();
+    m_recordsBegin = static_cast<uint16_t>(m_recordsBegin - (2 + keySize + valueSize));
+    uint8_t* record = bytes() + m_recordsBegin;
+    storeUnaligned(record, entry.isAbsence ? absence : static_cast<uint16_t>(valueSize));
+    copyBytes(record + 2, entry.key);
+    copyBytes(record + 2 + keySize, entry.value);
+    return m_recordsBegin;
+}
+
+bool Page::insert(unsigned index, SortBytes key, const EntryView& entry, LargeEntry* block) {
+    if (m_count == 0) {
+        clear();
+        setPrefix(key.data, std::min(key.size, maximumPrefix));
+    } else if (index == 0 || index == m_count) {
+        const size_t common = commonSize(key, {prefix(), m_prefixSize});
+        if (common != m_prefixSize) shortenPrefix(common);
+    }
+    const size_t recordSize = block ? sizeof(block) : 2U + entry.key.getSize() + entry.value.getSize();
+    const size_t needed = sizeof(Slot) + recordSize;
+    if (needed > room()) {
+        if (needed > room() + m_gaps) return false;
+        compact();
+    }
+    Slot* at = slots() + index;
+    std::memmove(at + 1, at, (m_count - index) * sizeof(Slot));
+    at->offset = writeRecord(entry, block);
+    at->keySize = block ? large : static_cast<uint16_t>(entry.key.getSize());
+    at->head = headOf(key, m_prefixSize);
+    ++m_count;
+    m_ascending = index == m_lastInsertion + 1U ? static_cast<uint16_t>(m_ascending + 1) : uint16_t{0};
+    m_lastInsertion = static_cast<uint16_t>(index);
+    return true;
+}
+
+bool Page::replace(unsigned index, const EntryView& entry, LargeEntry* block) noexcept {
+    Slot& slot = slots()[index];
+    LargeEntry* const oldBlock = getLarge(index);
+    const unsigned oldSize = sizeOfRecord(slot), valueSize = entry.value.getSize();
+    uint8_t* const record = bytes() + slot.offset;
+    if (oldBlock && block) {
+        storeUnaligned(record, block);
+        LargeEntry::destroy(oldBlock);
+        return true;
+    }
+    if (!oldBlock && !block && 2U + slot.keySize + valueSize <= oldSize) {
+        storeUnaligned(record, entry.isAbsence ? absence : static_cast<uint16_t>(valueSize));
+        if (valueSize != 0) std::memmove(record + 2 + slot.keySize, entry.value.getBytePointer(), valueSize);
+        m_gaps = static_cast<uint16_t>(m_gaps + oldSize - (2U + slot.keySize + valueSize));
+        return true;
+    }
+    // The old record becomes a gap once the new one is written; the key may be needed from it until then.
+    const ConstByteSpan key = at(index).key;
+    const unsigned newSize = block ? sizeof(block) : 2U + key.getSize() + valueSize;
+    if (newSize > room()) {
+        if (newSize > size_t{room()} + m_gaps) return false;
+        compact();
+        return replace(index, entry, block);
+    }
+    slot.offset = writeRecord({key, entry.value, entry.isAbsence}, block);
+    slot.keySize = block ? large : static_cast<uint16_t>(key.getSize());
+    m_gaps = static_cast<uint16_t>(m_gaps + oldSize);
+    if (oldBlock) LargeEntry::destroy(oldBlock);
+    return true;
+}
+
+void Page::erase(unsigned from, unsigned to) noexcept {
+    for (unsigned i = from; i < to; ++i) {
+        m_gaps = static_cast<uint16_t>(m_gaps + sizeOfRecord(slots()[i]));
+        if (LargeEntry* block = getLarge(i)) LargeEntry::destroy(block);
+    }
+    std::memmove(slots() + from, slots() + to, (m_count - to) * sizeof(Slot));
+    m_count = static_cast<uint16_t>(m_count - (to - from));
+    m_ascending = 0;
+    if (m_count == 0) clear();
+}
+
+bool Page::isFilledUpTo(unsigned index) const {
+    if (index != m_lastInsertion + 1U || m_ascending < 4) return false;
+    size_t behind = 0;
+    for (unsigned i = index; i < m_count; ++i) behind += sizeof(Slot) + sizeOfRecord(slots()[i]);
+    return behind <= size / 2;
+}
+
+unsigned Page::getMiddle() const {
+    const size_t half = getUsedSize() / 2;
+    size_t before = 0;
+    unsigned index = 0;
+    while (index < m_count - 1U && before < half) before += sizeof(Slot) + sizeOfRecord(slots()[index++]);
+    return index;
+}
+
+void Page::setPrefix(const uint8_t* from, size_t prefixSize) noexcept {
+    if (prefixSize != 0) std::memmove(prefix(), from, prefixSize);
+    m_prefixSize = static_cast<uint16_t>(prefixSize);
+    m_slotsBegin = static_cast<uint16_t>(sizeof(Page) + (prefixSize + 7) / 8 * 8);
+}
+
+void Page::computeHeads(unsigned from, unsigned to, size_t prefixSize, uint32_t* heads) const {
+    std::optional<SortKey> scratch;
+    for (unsigned i = from; i < to; ++i) {
+        *heads++ = prefixSize == m_prefixSize ? slots()[i].head : headOf(getSortBytes(i, scratch), prefixSize);
+    }
+}
+
+void Page::copyEntries(const Page& from, unsigned begin, unsigned end, const uint32_t* heads) noexcept {
+    for (unsigned i = begin; i < end; ++i) {
+        const Slot& slot = from.slots()[i];
+        const unsigned recordSize = from.sizeOfRecord(slot);
+        m_recordsBegin = static_cast<uint16_t>(m_recordsBegin - recordSize);
+        std::memcpy(bytes() + m_recordsBegin, from.bytes() + slot.offset, recordSize);
+        slots()[m_count++] = {slot.keySize, m_recordsBegin, *heads++};
+    }
+}
+
+void Page::compact() noexcept {
+    const PageCopy copy(*this);
+    const Page& from = copy.get();
+    uint32_t heads[maximumCount];
+    from.computeHeads(0, m_count, m_prefixSize, heads);
+    clear();
+    setPrefix(from.prefix(), from.m_prefixSize);
+    copyEntries(from, 0, from.m_count, heads);
+}
+
+void Page::shortenPrefix(size_t prefixSize) {
+    uint32_t heads[maximumCount];
+    computeHeads(0, m_count, prefixSize, heads);
+    const PageCopy copy(*this);
+    const Page& from = copy.get();
+    clear();
+    setPrefix(from.prefix(), prefixSize);
+    copyEntries(from, 0, from.m_count, heads);
+}
+
+void Page::moveTail(unsigned from, Page& to) {
+    if (from == m_count) return;
+    std::optional<SortKey> scratch[2];
+    uint32_t heads[maximumCount];
+    {
+        const SortBytes first = getSortBytes(from, scratch[0]);
+        const size_t prefixSize = std::min(commonSize(first, getSortBytes(m_count - 1U, scratch[1])), maximumPrefix);
+        computeHeads(from, m_count, prefixSize, heads + from);
+        to.setPrefix(first.data, prefixSize);
+    }
+    const PageCopy copy(*this);
+    // A longer prefix needs room that there is not where most of the page stays.
+    const SortBytes first = getSortBytes(0, scratch[0]);
+    const size_t prefixSize = from > getMiddle()
+                                  ? m_prefixSize
+                                  : std::min(commonSize(first, getSortBytes(from - 1, scratch[1])), maximumPrefix);
+    computeHeads(0, from, prefixSize, heads);
+
+    to.copyEntries(copy.get(), from, m_count, heads + from);
+    clear();
+    setPrefix(first.data, prefixSize);
+    copyEntries(copy.get(), 0, from, heads);
+    m_ascending = 0;
+}
+
+void Page::appendAll(Page& right) {
+    if (right.m_count == 0) return;
+    std::optional<SortKey> scratch[2];
+    uint32_t heads[maximumCount];
+    const SortBytes first = m_count != 0 ? getSortBytes(0, scratch[0]) : right.getSortBytes(0, scratch[0]);
+    const SortBytes last = right.getSortBytes(right.m_count - 1U, scratch[1]);
+    const size_t prefixSize = std::min(commonSize(first, last), maximumPrefix);
+    computeHeads(0, m_count, prefixSize, heads);
+    right.computeHeads(0, right.m_count, prefixSize, heads + m_count);
+
+    const PageCopy copy(*this);
+    const Page& from = copy.get();
+    clear();
+    setPrefix(first.data, prefixSize);
+    copyEntries(from, 0, from.m_count, heads);
+    copyEntries(right, 0, right.m_count, heads + from.m_count);
+    right.clear(); // the blocks are here now
+}
+
+} // namespace kiv::internal

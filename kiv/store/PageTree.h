@@ -1,0 +1,112 @@
+#pragma once
+
+#include "kiv/platform/Compiler.h"
+#include "kiv/store/Page.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace kiv {
+
+// Items under items in order, packed into pages that form a B+ tree. Entries are copied in and out; what is handed out
+// in place stays valid until the next change of the tree. Threads: one at a time. What throws (std::bad_alloc,
+// std::length_error) has changed nothing.
+class KIV_API PageTree {
+public:
+    // An entry, or none. Valid until the next change of the tree.
+    class Cursor {
+    public:
+        Cursor() = default;
+
+        explicit operator bool() const { return m_page != nullptr; }
+        // Require: there is an entry.
+        ConstByteSpan getKey() const { return m_page->at(m_index).key; }
+        ConstByteSpan getValue() const { return m_page->at(m_index).value; }
+        void next();
+        void previous();
+
+    private:
+        friend class PageTree;
+        Cursor(internal::Page* page, unsigned index) : m_page(page), m_index(index) {}
+
+        internal::Page* m_page = nullptr;
+        unsigned m_index = 0;
+    };
+
+    PageTree() = default;
+    PageTree(const PageTree& other);
+    PageTree(PageTree&& other) noexcept;
+    PageTree& operator=(const PageTree& other);
+    PageTree& operator=(PageTree&& other) noexcept;
+    ~PageTree();
+
+    uint64_t getCount() const { return m_count; }
+    bool empty() const { return m_count == 0; }
+    Cursor first() const;
+    Cursor last() const;
+    Cursor find(const internal::SortKey& key) const;
+    // The first entry not below the key, resp. above it; the last below it.
+    Cursor notBelow(const internal::SortKey& key) const;
+    Cursor above(const internal::SortKey& key) const;
+    Cursor below(const internal::SortKey& key) const;
+    // An item that views the value; one for each entry.
+    const Item* view(const Cursor& cursor, Store* store) const { return cursor.m_page->view(cursor.m_index, store); }
+
+    // Inserts the entry or gives the key that is there its value. Into `undo`, unless null or it knows the key, goes
+    // what was there before: an entry, or the absence of one. The entry may lie in this tree.
+    void set(const internal::SortKey& key, const internal::EntryView& entry, PageTree* undo = nullptr);
+    // Removes all entries from `from` to `to`, both included; into `undo` as above.
+    void remove(const internal::SortKey& from, const internal::SortKey& to, PageTree* undo = nullptr);
+    // Undoes what went into `undo`, which is empty then.
+    void revert(PageTree& undo);
+    // Takes the entries whose keys it does not know yet; `other` is empty then.
+    void absorb(PageTree& other);
+    void clear() noexcept;
+    void swap(PageTree& other) noexcept;
+
+    // How many pages searches and changes have looked at: the cost of an operation in a form that tests can compare.
+    uint64_t getPageVisits() const { return m_pageVisits; }
+
+private:
+    using Page = internal::Page;
+    static constexpr unsigned maximumDepth = 48;
+
+    // From the root to a place in a leaf. children[i] leads from pages[i] on.
+    struct Path {
+        Page* pages[maximumDepth];
+        unsigned children[maximumDepth];
+        unsigned depth = 0; // pages above the leaf
+        Page* leaf = nullptr;
+        Page::Place place{0, false};
+    };
+
+    void locate(const internal::SortKey& key, Path& path) const;
+    Cursor locateFrom(const internal::SortKey& key, bool includesKey) const;
+    bool goToNextLeaf(Path& path) const;
+
+    void put(Path& path, const internal::SortKey& key, internal::EntryView entry);
+    bool addIfAbsent(const internal::SortKey& key, const internal::EntryView& entry);
+    void eraseAt(Path& path, unsigned from, unsigned to) noexcept;
+    void keep(PageTree& undo, const Page& page, unsigned from, unsigned to);
+
+    void split(const Path& path, const internal::SortKey& key);
+    void reserveSpares(const Path& path);
+    Page* takeSpare(unsigned level) noexcept;
+    void addSeparator(const Path& path, unsigned depth, const internal::EntryView& entry,
+                      internal::LargeEntry* block) noexcept;
+    void mend(const Path& path) noexcept;
+    bool merge(Page& parent, unsigned left) noexcept;
+    void removeChild(Page& parent, unsigned index) noexcept;
+    void dropLeaf(Page* leaf) noexcept;
+    static void destroyAll(Page* page) noexcept;
+
+    Page* m_root = nullptr;
+    Page* m_firstLeaf = nullptr;
+    Page* m_lastLeaf = nullptr;
+    uint64_t m_count = 0;
+    std::vector<Page*> m_spares; // pages for splits, which must not fail halfway
+    mutable uint64_t m_pageVisits = 0;
+};
+
+} // namespace kiv
