@@ -27,3 +27,11 @@
 #else
 #define KIV_EXPECT(condition) __builtin_expect(static_cast<bool>(condition), 1)
 #endif
+
+// Brings memory nearer that will be read soon; any address will do.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KIV_PREFETCH(address) _mm_prefetch(reinterpret_cast<const char*>(address), _MM_HINT_T0)
+#include <xmmintrin.h>
+#else
+#define KIV_PREFETCH(address) __builtin_prefetch(address)
+#endif

@@ -2,7 +2,7 @@
 
 #include "kiv/logging/MessageStream.h"
 
-#include <cstring>
+#include <algorithm>
 #include <utility>
 
 namespace kiv {
@@ -58,8 +58,7 @@ void MemoryStore::remove(const Item& from, const Item& to) {
 bool MemoryStore::isAtCursor(const Item& key) const {
     if (!m_cursor) return false;
     const ConstByteSpan at = m_cursor.getKey();
-    return at.getSize() == key.getPlainSize() &&
-           std::memcmp(at.getBytePointer(), key.getPlainBytePointer(), at.getSize()) == 0;
+    return std::equal(at.begin(), at.end(), key.getPlainBytePointer(), key.getPlainBytePointer() + key.getPlainSize());
 }
 
 bool MemoryStore::handOut(const PageTree::Cursor& cursor, Item& out) {

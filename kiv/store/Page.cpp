@@ -1,21 +1,21 @@
-#include "kiv/store/Page.h"
+#include "kiv/store/PageSearch.h"
 
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
 
 namespace kiv::internal {
 
 namespace {
 
-// So that header, prefix and the first slots share as few cache lines as can be.
-constexpr auto pageAlignment = std::align_val_t{64};
+constexpr auto viewAlignment = std::align_val_t{64};
 
-uint32_t headOf(SortBytes key, size_t offset) {
-    uint8_t bytes[4] = {0, 0, 0, 0};
-    if (offset < key.size) std::memcpy(bytes, key.data + offset, std::min<size_t>(4, key.size - offset));
-    return SortKey::headOf(bytes);
+uint64_t headOf(SortBytes key, size_t offset) {
+    uint64_t word = 0;
+    if (offset < key.size) std::memcpy(&word, key.data + offset, std::min<size_t>(8, key.size - offset));
+    return bigEndian(word);
 }
 
 int compareSortBytes(SortBytes a, SortBytes b) {
@@ -27,7 +27,7 @@ int compareSortBytes(SortBytes a, SortBytes b) {
 }
 
 bool areEqual(const ConstByteSpan& a, const ConstByteSpan& b) {
-    return a.getSize() == b.getSize() && std::memcmp(a.getBytePointer(), b.getBytePointer(), a.getSize()) == 0;
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
 }
 
 void copyBytes(uint8_t* to, const ConstByteSpan& from) {
@@ -76,14 +76,14 @@ Page::Page(unsigned level) : m_firstChild(nullptr), m_level(static_cast<uint16_t
     clear();
 }
 
-Page* Page::make(unsigned level) {
-    return new (::operator new(size, pageAlignment)) Page(level);
+Page* Page::make(PagePool& pool, unsigned level) {
+    return new (pool.allocate()) Page(level);
 }
 
-void Page::destroy(Page* page) noexcept {
+void Page::destroy(PagePool& pool, Page* page) noexcept {
     page->erase(0, page->m_count);
-    if (page->isLeaf()) delete[] page->m_views;
-    ::operator delete(page, pageAlignment);
+    if (page->isLeaf()) page->freeViews(pool);
+    pool.free(page);
 }
 
 void Page::clear() noexcept {
@@ -92,17 +92,6 @@ void Page::clear() noexcept {
     m_recordsBegin = size;
     m_gaps = 0;
     m_prefixSize = 0;
-}
-
-unsigned Page::sizeOfRecord(const Slot& slot) const {
-    if (slot.keySize == large) return sizeof(LargeEntry*);
-    const auto valueSize = loadUnaligned<uint16_t>(bytes() + slot.offset);
-    return 2U + slot.keySize + (valueSize == absence ? 0 : valueSize);
-}
-
-LargeEntry* Page::getLarge(unsigned index) const {
-    const Slot& slot = slots()[index];
-    return slot.keySize == large ? loadUnaligned<LargeEntry*>(bytes() + slot.offset) : nullptr;
 }
 
 void Page::eraseButBlock(unsigned index) noexcept {
@@ -116,50 +105,11 @@ bool Page::holds(const ConstByteSpan& span) const {
     return !isBefore(byte, bytes()) && isBefore(byte, bytes() + size);
 }
 
-EntryView Page::at(unsigned index) const {
-    const Slot& slot = slots()[index];
-    if (slot.keySize == large) return getLarge(index)->view();
-    const uint8_t* record = bytes() + slot.offset;
-    const auto valueSize = loadUnaligned<uint16_t>(record);
-    const bool isAbsence = valueSize == absence;
-    return {{record + 2, slot.keySize}, {record + 2 + slot.keySize, isAbsence ? 0U : valueSize}, isAbsence};
-}
-
 SortBytes Page::getSortBytes(unsigned index, std::optional<SortKey>& scratch) const {
     const ConstByteSpan key = at(index).key;
     if (!isLeaf()) return {key.getBytePointer(), key.getSize()};
     scratch.emplace(key);
     return {scratch->data(), scratch->size()};
-}
-
-// The sign of `key` against all sort keys that begin with the prefix, 0 when it begins with it, too.
-int Page::compareWithPrefix(const SortKey& key) const {
-    const size_t prefixSize = m_prefixSize;
-    if (key.size() < prefixSize) {
-        const int order = std::memcmp(key.data(), prefix(), key.size());
-        return order != 0 ? order : -1;
-    }
-    // Both may be read beyond their ends.
-    uint64_t difference = 0;
-    size_t at = 0;
-    for (; at + 8 <= prefixSize; at += 8)
-        difference |= loadUnaligned<uint64_t>(key.data() + at) ^ loadUnaligned<uint64_t>(prefix() + at);
-    if (at != prefixSize) {
-        const uint64_t word = loadUnaligned<uint64_t>(key.data() + at) ^ loadUnaligned<uint64_t>(prefix() + at);
-        difference |= word << (8 * (8 - (prefixSize - at)));
-    }
-    return difference == 0 ? 0 : std::memcmp(key.data(), prefix(), prefixSize);
-}
-
-// The first entry whose head is not below. Without branches, for which way to go can't be foretold.
-unsigned Page::findHead(uint32_t head) const {
-    const Slot* base = slots();
-    for (unsigned left = m_count; left != 0;) {
-        const unsigned half = left / 2;
-        base += base[half].head < head ? left - half : 0;
-        left = half;
-    }
-    return static_cast<unsigned>(base - slots());
 }
 
 int Page::compareAt(unsigned index, const SortKey& key) const {
@@ -171,14 +121,14 @@ int Page::compareAt(unsigned index, const SortKey& key) const {
 }
 
 Page::Place Page::findAmongEqualHeads(unsigned begin, const SortKey& key) const {
-    const uint32_t head = slots()[begin].head;
+    const uint64_t head = slots()[begin].getHead();
     // Most often there is but one.
     if (const int order = compareAt(begin, key); order >= 0) return {begin, order == 0};
     unsigned end = m_count;
     ++begin;
     while (begin < end) {
         const unsigned middle = begin + (end - begin) / 2;
-        const int order = slots()[middle].head > head ? 1 : compareAt(middle, key);
+        const int order = slots()[middle].getHead() > head ? 1 : compareAt(middle, key);
         if (order == 0) return {middle, true};
         if (order > 0) {
             end = middle;
@@ -189,27 +139,31 @@ Page::Place Page::findAmongEqualHeads(unsigned begin, const SortKey& key) const 
     return {begin, false};
 }
 
-Page::Place Page::find(const SortKey& key) const {
-    if (const int order = compareWithPrefix(key); order != 0) return {order < 0 ? 0U : m_count, false};
-    const uint32_t head = key.headAt(m_prefixSize);
-    const unsigned index = findHead(head);
-    if (index == m_count || slots()[index].head != head) return {index, false};
-    return findAmongEqualHeads(index, key);
+// Views for all entries at once, for they stay where they are until the page changes. Most often a block has room.
+void Page::makeViews(PagePool& pool) {
+    const unsigned count = m_count <= viewsOfBlock ? viewsOfBlock : m_count + m_count / 4U;
+    void* const views = count == viewsOfBlock ? pool.allocate() : ::operator new(count * sizeof(Item), viewAlignment);
+    freeViews(pool);
+    m_views = static_cast<Item*>(views);
+    m_viewCount = static_cast<uint16_t>(count);
 }
 
-const Item* Page::view(unsigned index, Store* store) {
-    // Room for all at once: views that were handed out stay where they are until the page changes.
-    if (m_count > m_viewCount) {
-        const unsigned count = m_count + m_count / 4U;
-        Item* views = new Item[count];
-        delete[] m_views;
-        m_views = views;
-        m_viewCount = static_cast<uint16_t>(count);
+void Page::freeViews(PagePool& pool) noexcept {
+    if (!m_views) return;
+    if (m_viewCount == viewsOfBlock) {
+        pool.free(m_views);
+    } else {
+        ::operator delete(m_views, viewAlignment);
     }
-    Item& item = m_views[index];
-    item.setPlainExternalBuffer(at(index).value);
-    item.setStore(store);
-    return &item;
+    m_views = nullptr;
+}
+
+const Item* Page::view(PagePool& pool, unsigned index, Store* store) {
+    if (m_count > m_viewCount) makeViews(pool);
+    // Made anew, not assigned, as that would wait for what the old one holds. A view has nothing to release.
+    Item* item = std::construct_at(m_views + index, Item::ExternalBufferMode(), at(index).value);
+    item->setStore(store);
+    return item;
 }
 
 void Page::linkBehind(Page* previous) noexcept {
@@ -223,15 +177,6 @@ void Page::unlink() noexcept {
     if (m_previous) m_previous->m_next = m_next;
     if (m_next) m_next->m_previous = m_previous;
     m_previous = m_next = nullptr;
-}
-
-unsigned Page::findChild(const SortKey& key) const {
-    const Place place = find(key);
-    return place.index + (place.exact ? 1 : 0);
-}
-
-Page* Page::getChild(unsigned index) const {
-    return index == 0 ? m_firstChild : loadUnaligned<Page*>(at(index - 1).value.getBytePointer());
 }
 
 bool Page::fitsRecord(const EntryView& entry) {
@@ -271,7 +216,7 @@ bool Page::insert(unsigned index, SortBytes key, const EntryView& entry, LargeEn
     std::memmove(at + 1, at, (m_count - index) * sizeof(Slot));
     at->offset = writeRecord(entry, block);
     at->keySize = block ? large : static_cast<uint16_t>(entry.key.getSize());
-    at->head = headOf(key, m_prefixSize);
+    at->setHead(headOf(key, m_prefixSize));
     ++m_count;
     m_ascending = index == m_lastInsertion + 1U ? static_cast<uint16_t>(m_ascending + 1) : uint16_t{0};
     m_lastInsertion = static_cast<uint16_t>(index);
@@ -341,27 +286,30 @@ void Page::setPrefix(const uint8_t* from, size_t prefixSize) noexcept {
     m_slotsBegin = static_cast<uint16_t>(sizeof(Page) + (prefixSize + 7) / 8 * 8);
 }
 
-void Page::computeHeads(unsigned from, unsigned to, size_t prefixSize, uint32_t* heads) const {
+void Page::computeHeads(unsigned from, unsigned to, size_t prefixSize, uint64_t* heads) const {
     std::optional<SortKey> scratch;
     for (unsigned i = from; i < to; ++i) {
-        *heads++ = prefixSize == m_prefixSize ? slots()[i].head : headOf(getSortBytes(i, scratch), prefixSize);
+        *heads++ = prefixSize == m_prefixSize ? slots()[i].getHead() : headOf(getSortBytes(i, scratch), prefixSize);
     }
 }
 
-void Page::copyEntries(const Page& from, unsigned begin, unsigned end, const uint32_t* heads) noexcept {
+void Page::copyEntries(const Page& from, unsigned begin, unsigned end, const uint64_t* heads) noexcept {
     for (unsigned i = begin; i < end; ++i) {
         const Slot& slot = from.slots()[i];
         const unsigned recordSize = from.sizeOfRecord(slot);
         m_recordsBegin = static_cast<uint16_t>(m_recordsBegin - recordSize);
         std::memcpy(bytes() + m_recordsBegin, from.bytes() + slot.offset, recordSize);
-        slots()[m_count++] = {slot.keySize, m_recordsBegin, *heads++};
+        Slot& added = slots()[m_count++];
+        added.keySize = slot.keySize;
+        added.offset = m_recordsBegin;
+        added.setHead(*heads++);
     }
 }
 
 void Page::compact() noexcept {
     const PageCopy copy(*this);
     const Page& from = copy.get();
-    uint32_t heads[maximumCount];
+    uint64_t heads[maximumCount];
     from.computeHeads(0, m_count, m_prefixSize, heads);
     clear();
     setPrefix(from.prefix(), from.m_prefixSize);
@@ -369,7 +317,7 @@ void Page::compact() noexcept {
 }
 
 void Page::shortenPrefix(size_t prefixSize) {
-    uint32_t heads[maximumCount];
+    uint64_t heads[maximumCount];
     computeHeads(0, m_count, prefixSize, heads);
     const PageCopy copy(*this);
     const Page& from = copy.get();
@@ -381,7 +329,7 @@ void Page::shortenPrefix(size_t prefixSize) {
 void Page::moveTail(unsigned from, Page& to) {
     if (from == m_count) return;
     std::optional<SortKey> scratch[2];
-    uint32_t heads[maximumCount];
+    uint64_t heads[maximumCount];
     {
         const SortBytes first = getSortBytes(from, scratch[0]);
         const size_t prefixSize = std::min(commonSize(first, getSortBytes(m_count - 1U, scratch[1])), maximumPrefix);
@@ -406,7 +354,7 @@ void Page::moveTail(unsigned from, Page& to) {
 void Page::appendAll(Page& right) {
     if (right.m_count == 0) return;
     std::optional<SortKey> scratch[2];
-    uint32_t heads[maximumCount];
+    uint64_t heads[maximumCount];
     const SortBytes first = m_count != 0 ? getSortBytes(0, scratch[0]) : right.getSortBytes(0, scratch[0]);
     const SortBytes last = right.getSortBytes(right.m_count - 1U, scratch[1]);
     const size_t prefixSize = std::min(commonSize(first, last), maximumPrefix);

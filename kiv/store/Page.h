@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kiv/store/PagePool.h"
 #include "kiv/store/SortKey.h"
 
 #include <cstddef>
@@ -41,14 +42,14 @@ struct SortBytes {
 size_t commonSize(SortBytes a, SortBytes b);
 
 // Some entries in order, in 4096 bytes. From the front: this header, a prefix that the sort keys of all entries have in
-// common, and the slots in order; from the back: the records, with gaps where some were removed. A slot holds the four
+// common, and the slots in order; from the back: the records, with gaps where some were removed. A slot holds the eight
 // bytes of its sort key behind the prefix, which decide nearly every comparison without a look at the record.
 // A leaf (level 0) holds keys as they were given, and values. The pages above hold sort keys that separate their
 // children, and have the children as values; the first child has no separator.
 // What throws has changed nothing.
 class Page {
 public:
-    static constexpr size_t size = 4096;
+    static constexpr size_t size = PagePool::blockSize;
     // Larger entries go into blocks, so that half a page always has room for one more.
     static constexpr size_t maximumRecord = 720;
     static constexpr size_t maximumPrefix = 128;
@@ -59,8 +60,8 @@ public:
         bool exact;
     };
 
-    static Page* make(unsigned level);
-    static void destroy(Page* page) noexcept; // without its children
+    static Page* make(PagePool& pool, unsigned level);
+    static void destroy(PagePool& pool, Page* page) noexcept; // without its children
     // Makes a page that was never used one of another level.
     void become(unsigned level) { m_level = static_cast<uint16_t>(level); }
 
@@ -71,12 +72,14 @@ public:
     size_t getUsedSize() const { return m_count * sizeof(Slot) + (size - m_recordsBegin - m_gaps); }
     static constexpr size_t sparse = size / 4, mergeable = size * 3 / 4;
 
-    EntryView at(unsigned index) const;
-    Place find(const SortKey& key) const;
+    inline EntryView at(unsigned index) const;
+    // Starts to load what a search will look at: memory gives several lines at once as quickly as one.
+    inline void prefetch() const;
+    inline Place find(const SortKey& key) const;
     // The sort key of an entry; `scratch` holds it for a leaf.
     SortBytes getSortBytes(unsigned index, std::optional<SortKey>& scratch) const;
     // An item that views the value: one for each index, valid until the page changes. Requires: isLeaf().
-    const Item* view(unsigned index, Store* store);
+    const Item* view(PagePool& pool, unsigned index, Store* store);
 
     Page* getNext() const { return m_next; }
     Page* getPrevious() const { return m_previous; }
@@ -84,8 +87,8 @@ public:
     void unlink() noexcept;
 
     // Children, from 0 to getCount(): child i is left of separator i.
-    unsigned findChild(const SortKey& key) const;
-    Page* getChild(unsigned index) const;
+    inline unsigned findChild(const SortKey& key) const;
+    inline Page* getChild(unsigned index) const;
     void setFirstChild(Page* child) { m_firstChild = child; }
 
     // Whether a record can hold the entry; otherwise it wants a block.
@@ -98,7 +101,7 @@ public:
     // Removes the entries from `from` to before `to`.
     void erase(unsigned from, unsigned to) noexcept;
     // The entry's block, or null.
-    LargeEntry* getLarge(unsigned index) const;
+    inline LargeEntry* getLarge(unsigned index) const;
     // Removes an entry but not its block, which the caller owns now.
     void eraseButBlock(unsigned index) noexcept;
     bool holds(const ConstByteSpan& span) const;
@@ -115,16 +118,22 @@ public:
 
 private:
     struct Slot {
-        uint16_t keySize; // or `large`
-        uint16_t offset;  // of the record
-        uint32_t head;
+        uint32_t headHalves[2]; // a word, which needs no alignment
+        uint16_t keySize;       // or `large`
+        uint16_t offset;        // of the record
+
+        uint64_t getHead() const { return loadUnaligned<uint64_t>(headHalves); }
+        void setHead(uint64_t head) { storeUnaligned(headHalves, head); }
     };
     // Records: two bytes for the size of the value or `absence`, the key, the value; of a large entry its pointer.
     static constexpr uint16_t large = 0xFFFF, absence = 0xFFFF;
     static constexpr unsigned maximumCount = size / (sizeof(Slot) + 2);
+    static constexpr unsigned viewsOfBlock = PagePool::blockSize / sizeof(Item);
 
     explicit Page(unsigned level);
     void clear() noexcept;
+    void makeViews(PagePool& pool);
+    void freeViews(PagePool& pool) noexcept;
 
     uint8_t* bytes() { return reinterpret_cast<uint8_t*>(this); }
     const uint8_t* bytes() const { return reinterpret_cast<const uint8_t*>(this); }
@@ -133,16 +142,16 @@ private:
     Slot* slots() { return reinterpret_cast<Slot*>(bytes() + m_slotsBegin); }
     const Slot* slots() const { return reinterpret_cast<const Slot*>(bytes() + m_slotsBegin); }
     size_t room() const { return m_recordsBegin - (m_slotsBegin + m_count * sizeof(Slot)); }
-    unsigned sizeOfRecord(const Slot& slot) const;
+    inline unsigned sizeOfRecord(const Slot& slot) const;
 
-    int compareWithPrefix(const SortKey& key) const;
-    unsigned findHead(uint32_t head) const;
+    inline int compareWithPrefix(const SortKey& key) const;
+    inline unsigned findHead(uint64_t head) const;
     Place findAmongEqualHeads(unsigned begin, const SortKey& key) const;
     int compareAt(unsigned index, const SortKey& key) const;
 
     void setPrefix(const uint8_t* bytes, size_t prefixSize) noexcept;
-    void computeHeads(unsigned from, unsigned to, size_t prefixSize, uint32_t* heads) const;
-    void copyEntries(const Page& from, unsigned begin, unsigned end, const uint32_t* heads) noexcept;
+    void computeHeads(unsigned from, unsigned to, size_t prefixSize, uint64_t* heads) const;
+    void copyEntries(const Page& from, unsigned begin, unsigned end, const uint64_t* heads) noexcept;
     void shortenPrefix(size_t prefixSize);
     void compact() noexcept;
     uint16_t writeRecord(const EntryView& entry, const LargeEntry* block) noexcept;

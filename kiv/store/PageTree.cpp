@@ -31,6 +31,12 @@ bool isSame(const ConstByteSpan& a, const ConstByteSpan& b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end());
 }
 
+Page* descend(const Page* page, unsigned child) {
+    Page* next = page->getChild(child);
+    next->prefetch();
+    return next;
+}
+
 ConstByteSpan bytesOf(Page* const& pointer) {
     return {reinterpret_cast<const uint8_t*>(&pointer), sizeof(pointer)};
 }
@@ -86,10 +92,11 @@ PageTree& PageTree::operator=(PageTree&& other) noexcept {
 
 PageTree::~PageTree() {
     destroyAll(m_root);
-    for (Page* page : m_spares) Page::destroy(page);
+    for (Page* page : m_spares) Page::destroy(m_pool, page);
 }
 
 void PageTree::swap(PageTree& other) noexcept {
+    m_pool.swap(other.m_pool);
     std::swap(m_root, other.m_root);
     std::swap(m_firstLeaf, other.m_firstLeaf);
     std::swap(m_lastLeaf, other.m_lastLeaf);
@@ -103,7 +110,7 @@ void PageTree::destroyAll(Page* page) noexcept {
     if (!page->isLeaf()) {
         for (unsigned i = 0; i <= page->getCount(); ++i) destroyAll(page->getChild(i));
     }
-    Page::destroy(page);
+    Page::destroy(m_pool, page);
 }
 
 void PageTree::clear() noexcept {
@@ -126,7 +133,7 @@ void PageTree::locate(const SortKey& key, Path& path) const {
         const unsigned child = page->findChild(key);
         path.pages[depth] = page;
         path.children[depth] = child;
-        page = page->getChild(child);
+        page = descend(page, child);
     }
     path.depth = depth;
     path.leaf = page;
@@ -138,7 +145,7 @@ void PageTree::locate(const SortKey& key, Path& path) const {
 PageTree::Cursor PageTree::locateFrom(const SortKey& key, bool includesKey) const {
     if (!m_root) return {};
     Page* page = m_root;
-    for (; !page->isLeaf(); ++m_pageVisits) page = page->getChild(page->findChild(key));
+    for (; !page->isLeaf(); ++m_pageVisits) page = descend(page, page->findChild(key));
     ++m_pageVisits;
     const Page::Place place = page->find(key);
     Cursor cursor(page, place.index);
@@ -154,7 +161,7 @@ PageTree::Cursor PageTree::locateFrom(const SortKey& key, bool includesKey) cons
 PageTree::Cursor PageTree::find(const SortKey& key) const {
     if (!m_root) return {};
     Page* page = m_root;
-    for (; !page->isLeaf(); ++m_pageVisits) page = page->getChild(page->findChild(key));
+    for (; !page->isLeaf(); ++m_pageVisits) page = descend(page, page->findChild(key));
     ++m_pageVisits;
     const Page::Place place = page->find(key);
     return place.exact ? Cursor(page, place.index) : Cursor();
@@ -210,7 +217,7 @@ bool PageTree::goToNextLeaf(Path& path) const {
 // Changing.
 
 void PageTree::set(const SortKey& key, const EntryView& entry, PageTree* undo) {
-    if (!m_root) m_root = m_firstLeaf = m_lastLeaf = Page::make(0);
+    if (!m_root) m_root = m_firstLeaf = m_lastLeaf = Page::make(m_pool, 0);
     Path path;
     locate(key, path);
     if (path.leaf->holds(entry.value) || path.leaf->holds(entry.key) || path.leaf->holds(key.getEncoded())) {
@@ -247,7 +254,7 @@ void PageTree::put(Path& path, const SortKey& key, EntryView entry) {
 }
 
 bool PageTree::addIfAbsent(const SortKey& key, const EntryView& entry) {
-    if (!m_root) m_root = m_firstLeaf = m_lastLeaf = Page::make(0);
+    if (!m_root) m_root = m_firstLeaf = m_lastLeaf = Page::make(m_pool, 0);
     Path path;
     locate(key, path);
     if (path.place.exact) return false;
@@ -285,18 +292,25 @@ void PageTree::remove(const SortKey& from, const SortKey& to, PageTree* undo) {
 }
 
 void PageTree::revert(PageTree& undo) {
-    for (Cursor at = undo.first(); at; at.next()) {
-        const EntryView entry = at.m_page->at(at.m_index);
-        const SortKey key(entry.key);
-        if (entry.isAbsence) {
-            remove(key, key);
-            continue;
-        }
-        // The key comes back as it was written, too.
-        if (const Cursor present = find(key); present && !isSame(present.getKey(), entry.key)) remove(key, key);
-        set(key, entry);
-    }
+    for (Cursor at = undo.first(); at; at.next()) restore(at.m_page->at(at.m_index));
     undo.clear();
+}
+
+void PageTree::restore(const EntryView& entry) {
+    const SortKey key(entry.key);
+    Path path;
+    if (m_root) {
+        locate(key, path);
+        const unsigned index = path.place.index;
+        // The key comes back as it was written, too.
+        if (path.place.exact && (entry.isAbsence || !isSame(path.leaf->at(index).key, entry.key))) {
+            eraseAt(path, index, index + 1);
+        } else if (!entry.isAbsence) {
+            put(path, key, entry);
+            return;
+        }
+    }
+    if (!entry.isAbsence) addIfAbsent(key, entry);
 }
 
 void PageTree::absorb(PageTree& other) {
@@ -316,7 +330,7 @@ void PageTree::reserveSpares(const Path& path) {
     for (; depth != 0 && !path.pages[depth - 1]->hasRoomFor(2 + Page::maximumRecord); --depth) ++count;
     if (depth == 0) ++count; // the root may become two and want a new one above
     m_spares.reserve(count);
-    while (m_spares.size() < count) m_spares.push_back(Page::make(0));
+    while (m_spares.size() < count) m_spares.push_back(Page::make(m_pool, 0));
     if (path.depth + 2 > maximumDepth) throw std::length_error("too many entries");
 }
 
@@ -426,7 +440,7 @@ bool PageTree::merge(Page& parent, unsigned left) noexcept {
         page.appendAll(right);
         parent.eraseButBlock(left);
     }
-    Page::destroy(&right);
+    Page::destroy(m_pool, &right);
     return true;
 }
 
@@ -441,7 +455,7 @@ void PageTree::mend(const Path& path) noexcept {
             if (child->isLeaf()) dropLeaf(child);
             isGone = parent.getCount() == 0;
             if (!isGone) removeChild(parent, index);
-            Page::destroy(child);
+            Page::destroy(m_pool, child);
         } else if (child->getUsedSize() >= Page::sparse ||
                    !((index > 0 && merge(parent, index - 1)) || (index < parent.getCount() && merge(parent, index)))) {
             break;
@@ -449,13 +463,13 @@ void PageTree::mend(const Path& path) noexcept {
         child = &parent;
     }
     if (isGone && child == m_root && !child->isLeaf()) {
-        Page::destroy(m_root);
+        Page::destroy(m_pool, m_root);
         m_root = m_firstLeaf = m_lastLeaf = nullptr;
         return;
     }
     while (!m_root->isLeaf() && m_root->getCount() == 0) {
         Page* const only = m_root->getChild(0);
-        Page::destroy(m_root);
+        Page::destroy(m_pool, m_root);
         m_root = only;
     }
 }

@@ -51,7 +51,7 @@ public:
     Cursor above(const internal::SortKey& key) const;
     Cursor below(const internal::SortKey& key) const;
     // An item that views the value; one for each entry.
-    const Item* view(const Cursor& cursor, Store* store) const { return cursor.m_page->view(cursor.m_index, store); }
+    const Item* view(const Cursor& cursor, Store* store) { return cursor.m_page->view(m_pool, cursor.m_index, store); }
 
     // Inserts the entry or gives the key that is there its value. Into `undo`, unless null or it knows the key, goes
     // what was there before: an entry, or the absence of one. The entry may lie in this tree.
@@ -87,6 +87,7 @@ private:
 
     void put(Path& path, const internal::SortKey& key, internal::EntryView entry);
     bool addIfAbsent(const internal::SortKey& key, const internal::EntryView& entry);
+    void restore(const internal::EntryView& entry);
     void eraseAt(Path& path, unsigned from, unsigned to) noexcept;
     void keep(PageTree& undo, const Page& page, unsigned from, unsigned to);
 
@@ -99,8 +100,9 @@ private:
     bool merge(Page& parent, unsigned left) noexcept;
     void removeChild(Page& parent, unsigned index) noexcept;
     void dropLeaf(Page* leaf) noexcept;
-    static void destroyAll(Page* page) noexcept;
+    void destroyAll(Page* page) noexcept;
 
+    internal::PagePool m_pool;
     Page* m_root = nullptr;
     Page* m_firstLeaf = nullptr;
     Page* m_lastLeaf = nullptr;
@@ -110,3 +112,5 @@ private:
 };
 
 } // namespace kiv
+
+#include "kiv/store/PageSearch.h"

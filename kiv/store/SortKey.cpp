@@ -39,12 +39,6 @@ enum Code : uint8_t {
     codeEnd,
 };
 
-uint64_t bigEndian(uint64_t value) {
-    value = (value & 0x00FF00FF00FF00FF) << 8 | (value >> 8 & 0x00FF00FF00FF00FF);
-    value = (value & 0x0000FFFF0000FFFF) << 16 | (value >> 16 & 0x0000FFFF0000FFFF);
-    return value << 32 | value >> 32;
-}
-
 // Writers may store eight bytes where fewer count: the room has padding.
 
 uint8_t* writeInteger(uint8_t* to, int64_t value) {

@@ -9,6 +9,13 @@
 
 namespace kiv::internal {
 
+// Turns the bytes of a word around: the first in memory becomes the most significant.
+constexpr uint64_t bigEndian(uint64_t value) {
+    value = (value & 0x00FF00FF00FF00FF) << 8 | (value >> 8 & 0x00FF00FF00FF00FF);
+    value = (value & 0x0000FFFF0000FFFF) << 16 | (value >> 16 & 0x0000FFFF0000FFFF);
+    return value << 32 | value >> 32;
+}
+
 // A key as bytes whose plain order is the order of keys: a < b exactly when the bytes of a are lexicographically below
 // those of b, and equal keys, in whatever form their numbers are, have equal bytes. So pages compare words instead of
 // elements. It refers to the encoding it was made from.
@@ -22,15 +29,12 @@ public:
     const uint8_t* data() const { return m_bytes; }
     size_t size() const { return m_size; }
     ConstByteSpan getEncoded() const { return m_encoded; }
-    // The four bytes at `offset` as a number that orders like them; zeros stand behind the end. Requires: offset <=
+    // The eight bytes at `offset` as a number that orders like them; zeros stand behind the end. Requires: offset <=
     // size().
-    uint32_t headAt(size_t offset) const { return headOf(m_bytes + offset); }
+    uint64_t headAt(size_t offset) const { return bigEndian(loadUnaligned<uint64_t>(m_bytes + offset)); }
 
     // Behind size() there are zeros this far.
     static constexpr size_t padding = 8;
-    static uint32_t headOf(const uint8_t* bytes) {
-        return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-    }
 
 private:
     static constexpr size_t inlineSize = 256;

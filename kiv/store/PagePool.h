@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kiv::internal {
+
+// Blocks of 4096 bytes for one tree. The first few come one by one, so that small trees stay small; more come from
+// chunks of two megabytes, each of which goes back to the system once all its blocks are free.
+class PagePool {
+public:
+    static constexpr size_t blockSize = 4096;
+
+    PagePool() = default;
+    PagePool(const PagePool&) = delete;
+    PagePool& operator=(const PagePool&) = delete;
+
+    // Aligned to 64 bytes. Whoever takes a block gives it back to this pool, or to the one it was swapped with.
+    void* allocate();
+    void free(void* block) noexcept;
+    void swap(PagePool& other) noexcept;
+
+private:
+    struct Chunk;
+    static constexpr unsigned maximumSingles = 16;
+
+    Chunk* openChunk();
+    void unlink(Chunk* chunk) noexcept;
+
+    void* m_singles[maximumSingles];
+    unsigned m_singleCount = 0;
+    Chunk* m_open = nullptr; // chunks with free blocks
+    uint64_t m_chunkCount = 0;
+};
+
+} // namespace kiv::internal
