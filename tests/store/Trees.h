@@ -98,17 +98,24 @@ inline std::vector<std::string> contentOf(kiv::Store& store) {
     return lines;
 }
 
-// Notes down what changes it, a word a call; runs out of memory when told to.
+// Notes down what changes it, a word a call, and spoils what it handed out then; runs out of memory when told to.
 class WatchedStore : public kiv::MemoryStore {
 public:
     explicit WatchedStore(bool transactional = true) : MemoryStore(transactional) {}
 
+    const kiv::Item* get(const kiv::Item& key) override {
+        const kiv::Item* value = MemoryStore::get(key);
+        if (value) m_handedOut = *value;
+        return value ? &m_handedOut : nullptr;
+    }
     void set(const kiv::Item& key, const kiv::Item& value) override {
+        spoil();
         if (setsLeft-- == 0) throw std::bad_alloc();
         calls += "set" + key.asBrowsableString().to_std_string() + " ";
         MemoryStore::set(key, value);
     }
     void remove(const kiv::Item& from, const kiv::Item& to) override {
+        spoil();
         calls += "remove ";
         MemoryStore::remove(from, to);
     }
@@ -128,6 +135,11 @@ public:
 
     std::string calls;
     int setsLeft = -1;
+
+private:
+    void spoil() { std::fill_n(m_handedOut.getPlainBytePointer(), m_handedOut.getPlainSize(), uint8_t{0xFF}); }
+
+    kiv::Item m_handedOut;
 };
 
 } // namespace support

@@ -1,0 +1,354 @@
+// Hunts: siblings and children taken for each other, walks that leave the subtree, results changed on failure, paths
+// with gaps, transactions left open, copies that never end or overwrite what they still have to read.
+#include "kiv/core/Random.h"
+#include "kiv/store/Store.h"
+#include "tests/store/Trees.h"
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/LogLines.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kiv {
+namespace {
+
+using support::contentOf;
+using support::list;
+using support::LogLines;
+using support::plain;
+using support::Tree;
+using support::TreeMaker;
+using support::WatchedStore;
+using testing::ElementsAre;
+
+// A key of the store.
+template <class... Values>
+Item in(Store& store, const Values&... values) {
+    Item key(&store);
+    key.concatItem(list(values...));
+    return key;
+}
+
+Item bound(Store& store, const Item& key) {
+    Item copy(key);
+    copy.setStore(&store);
+    return copy;
+}
+
+// That a step gives `expected`, or, for null, nothing, and leaves its result alone then.
+void expectStep(bool (Item::*step)(Item&) const, const Item& from, const Tree* expected) {
+    Item out("untouched");
+    const bool found = (from.*step)(out);
+    ASSERT_EQ(found, expected != nullptr) << from.asString();
+    EXPECT_EQ(Item::compareTotal(out, expected ? expected->key : Item("untouched")), 0) << from.asString();
+    EXPECT_EQ(out.getStore(), expected ? from.getStore() : nullptr);
+    Item itself(from);
+    EXPECT_EQ((itself.*step)(itself), found);
+    EXPECT_EQ(Item::compareTotal(itself, expected ? expected->key : from), 0);
+}
+
+TEST(ItemTree, StepsThroughRandomTreesAsTheyWereMade) {
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        const Tree tree = TreeMaker(seed).make(6);
+        MemoryStore store(seed % 2 == 0);
+        support::fill(store, tree);
+        visitTree(tree, [&](const Tree& node, const Tree* parent, size_t index) {
+            const Item key = bound(store, node.key);
+            ASSERT_TRUE(key.exists());
+            EXPECT_EQ(*key.fetch(), node.value);
+            EXPECT_EQ(key.fetch()->getStore(), &store);
+            const auto& children = node.children;
+            expectStep(&Item::child, key, children.empty() ? nullptr : &children.front());
+            expectStep(&Item::lastChild, key, children.empty() ? nullptr : &children.back());
+            const bool hasNext = parent && index + 1 < parent->children.size(), hasPrev = parent && index > 0;
+            const Tree* const next = hasNext ? &parent->children[index + 1] : nullptr;
+            const Tree* const prev = hasPrev ? &parent->children[index - 1] : nullptr;
+            expectStep(&Item::next, key, next);
+            expectStep(&Item::prev, key, prev);
+            Item moved(key);
+            EXPECT_EQ(moved.next(), hasNext);
+            EXPECT_TRUE(!hasNext || moved == next->key);
+            moved = key;
+            EXPECT_EQ(moved.prev(), hasPrev);
+            EXPECT_TRUE(!hasPrev || moved == prev->key);
+        });
+        if (testing::Test::HasFatalFailure()) FAIL() << "seed " << seed;
+    }
+}
+
+TEST(ItemTree, StepsAcrossGapsAndPastMarkers) {
+    MemoryStore store(false);
+    Item marked = list(7);
+    marked.addWildcard();
+    const Item almostLong = list(std::string(254, 'a').c_str());
+    for (const Item& key : {Item(), list(5, 6, 7), list(7), marked, almostLong, list("z", 1)}) store.set(key, {});
+    const auto step = [&](bool (Item::*way)(Item&) const, const Item& from) {
+        Item out;
+        return ((bound(store, from).*way)(out) ? out.asBrowsableString() : String("none")).to_std_string();
+    };
+    EXPECT_EQ(step(&Item::child, Item()), "INT:5;INT:6;INT:7");
+    EXPECT_EQ(step(&Item::next, list(4)), "INT:5;INT:6;INT:7");
+    EXPECT_EQ(step(&Item::prev, list(6)), "INT:5");
+    EXPECT_EQ(step(&Item::lastChild, Item()), "z");
+    EXPECT_EQ(step(&Item::prev, almostLong), "INT:7");
+    EXPECT_EQ(step(&Item::next, list(7)), std::string(254, 'a'));
+    EXPECT_EQ(step(&Item::next, almostLong), "z;INT:1");
+    // What is not stored has no children; what lies behind a marker is nobody's child.
+    EXPECT_EQ(step(&Item::child, list(5, 6)), "none");
+    EXPECT_EQ(step(&Item::lastChild, list(5, 6)), "none");
+    EXPECT_EQ(step(&Item::child, list(7)), "none");
+    EXPECT_EQ(step(&Item::lastChild, list(7)), "none");
+    EXPECT_EQ(step(&Item::next, list(7, 1)), "none");
+    EXPECT_EQ(step(&Item::next, Item()), "none");
+    EXPECT_EQ(step(&Item::prev, Item()), "none");
+}
+
+TEST(ItemTree, StoreLeavesNoGaps) {
+    WatchedStore store;
+    in(store, 1, "a", 2).store("value");
+    EXPECT_EQ(store.calls, "begin setINT:1;a setINT:1 set setINT:1;a;INT:2 commit ");
+    store.calls.clear();
+    in(store, 1, "b", 2, 3).store("value");
+    EXPECT_EQ(store.calls, "begin setINT:1;b;INT:2 setINT:1;b setINT:1;b;INT:2;INT:3 commit ");
+    store.calls.clear();
+    in(store, 1, "b", 2, 3).store("other");
+    in(store).store("root");
+    EXPECT_EQ(store.calls, "setINT:1;b;INT:2;INT:3 set ");
+    EXPECT_EQ(*in(store, 1, "b", 2, 3).fetch(), Item("other"));
+    EXPECT_EQ(in(store, 1, "b", 2).fetch()->getPlainSize(), 0u);
+
+    const auto before = contentOf(store);
+    store.calls.clear();
+    store.setsLeft = 2;
+    EXPECT_THROW(in(store, 8, 8, 8, 8).store("value"), std::bad_alloc);
+    EXPECT_TRUE(store.calls.ends_with("rollback "));
+    EXPECT_EQ(contentOf(store), before);
+}
+
+TEST(ItemTree, StoresWhatTheStoreItselfHandedOut) {
+    WatchedStore store;
+    const std::string text(100, 'x');
+    const Item value = list(text.c_str(), list(text.c_str(), 1));
+    in(store, "from").store(value);
+    const auto fetch = [&] { return in(store, "from").fetch(); };
+    in(store, "a", 1, 2).store(*fetch());
+    in(store, "b", 1, 2).copyValueFrom(in(store, "from"));
+    in(store, "c", 1, 2).copyValueFrom(in(store, "nowhere"));
+    Item nested;
+    auto it = fetch()->getIterator();
+    it.skip();
+    ASSERT_TRUE(it.asWeakSubItem(nested));
+    in(store, "d", 1, 2).store(nested);
+    // A key that lies in a value.
+    in(store, "path").store(list(list("e", 1, text.c_str())));
+    ASSERT_TRUE(in(store, "path").fetch()->getIterator().asWeakSubItem(nested));
+    nested.setStore(&store);
+    nested.store("value");
+    EXPECT_EQ(*in(store, "a", 1, 2).fetch(), value);
+    EXPECT_EQ(*in(store, "b", 1, 2).fetch(), value);
+    EXPECT_FALSE(in(store, "c").exists());
+    EXPECT_EQ(*in(store, "d", 1, 2).fetch(), list(text.c_str(), 1));
+    EXPECT_EQ(*in(store, "e", 1, text.c_str()).fetch(), Item("value"));
+}
+
+// What is below a node, as it should stand below another key.
+void copyByHand(const Tree& from, unsigned skip, const Item& to, MemoryStore& target) {
+    for (const Tree& child : from.children) {
+        Item key(to);
+        key.concatItem(plain(std::string(child.key.getPlainBytePointer() + skip,
+                                         child.key.getPlainBytePointer() + child.key.getPlainSize())));
+        target.set(key, child.value);
+        copyByHand(child, skip, to, target);
+    }
+}
+
+TEST(ItemTree, CopiesAndRemovesWholeSubtrees) {
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        TreeMaker maker(seed);
+        const Tree tree = maker.make(4);
+        std::vector<const Tree*> nodes;
+        visitTree(tree, [&](const Tree& node, const Tree*, size_t) { nodes.push_back(&node); });
+        const auto any = [&] { return nodes[maker.draw(static_cast<unsigned>(nodes.size()))]; };
+        const Tree &from = *any(), &to = *any(), &removed = *any();
+        MemoryStore store(true), other(true), expected(true);
+        support::fill(store, tree);
+
+        // To another store, where the target's ancestors are missing, and back to another place.
+        bound(other, list("far", "away")).copyChildrenRecursive(bound(store, from.key));
+        if (!from.children.empty()) {
+            expected.set({}, {});
+            expected.set(list("far"), {});
+            expected.set(list("far", "away"), {});
+        }
+        copyByHand(from, from.key.getPlainSize(), list("far", "away"), expected);
+        ASSERT_EQ(contentOf(other), contentOf(expected)) << "seed " << seed;
+
+        // Within a store, also above and below itself.
+        MemoryStore same(true);
+        support::fill(same, tree);
+        bound(store, to.key).copyChildrenRecursive(bound(store, from.key));
+        copyByHand(from, from.key.getPlainSize(), to.key, same);
+        ASSERT_EQ(contentOf(store), contentOf(same)) << "seed " << seed;
+
+        // Removal takes a key and its markers along, and nothing else.
+        MemoryStore whole(true), rest(true);
+        support::fill(whole, tree);
+        Item marker = removed.key;
+        marker.addWildcard();
+        whole.set(marker, {});
+        bound(whole, removed.key).remove();
+        visitTree(tree, [&](const Tree& node, const Tree*, size_t) {
+            Item reduced = node.key;
+            reduced.reduceDepthTo(removed.key.getDepth());
+            if (Item::compareTotal(reduced, removed.key) != 0) rest.set(node.key, node.value);
+        });
+        ASSERT_EQ(contentOf(whole), contentOf(rest)) << "seed " << seed;
+    }
+}
+
+TEST(ItemTree, CopiesBelowIntegersOfAnySize) {
+    MemoryStore store(false);
+    const Item wide = plain(std::string("\1\5\0\0\0\0\0\0\0", 9)); // 5, written in eight bytes
+    Item child = wide;
+    child.add("x");
+    store.set(wide, {});
+    store.set(child, "value");
+    in(store, "to").copyChildrenRecursive(in(store, 5));
+    EXPECT_EQ(*in(store, "to", "x").fetch(), Item("value"));
+    // What ends in the middle of an element has nothing below it.
+    store.set(plain("\3cut off"), {});
+    const auto before = contentOf(store);
+    in(store, "none").copyChildrenRecursive(bound(store, plain("\3cut")));
+    EXPECT_EQ(contentOf(store), before);
+}
+
+TEST(ItemTree, FindsUniqueIntegers) {
+    MemoryStore store(false);
+    const Item key = in(store, "ids");
+    SeededRandom random(5);
+    const auto next = [&] {
+        const uint64_t low = random.randomUInt(), high = random.randomUInt();
+        const uint64_t bits = (low | high << 32) & 0x00FFFFFFFFFFFFFF;
+        return list("ids", static_cast<long long>(bits | uint64_t{0x80} << 56));
+    };
+    const Item taken = next(), free = next();
+    store.set(taken, {});
+    SeededRandom again(5);
+    Item out;
+    key.createUniqueInteger(out);
+    EXPECT_EQ(out, free);
+    EXPECT_EQ(out.getStore(), &store);
+    out = key;
+    out.createUniqueInteger(out);
+    EXPECT_EQ(out.getPlainSize(), key.getPlainSize() + 9);
+}
+
+TEST(ItemTree, ArchivesValuesByTime) {
+    ManualClock clock(0, 1000);
+    WatchedStore store;
+    in(store, "options", "a").store("value");
+    in(store, "options", "a", 1).store("child");
+    const Item log = in(store, "log");
+    store.calls.clear();
+    log.archive("changed", in(store, "options", "a"));
+    EXPECT_TRUE(store.calls.starts_with("begin ") && store.calls.ends_with("commit "));
+    log.archive("gone", in(store, "nowhere"));
+    clock.setUtcMicroseconds(-5); // a clock that was ahead before
+    log.archive("loose", list("unbound"));
+    EXPECT_EQ(store.getNumberOfLayers(), 1u);
+
+    MemoryStore copy(false);
+    const auto linesBelow = [&](const Item& key) {
+        copy.remove({}, plain("\xFF"));
+        bound(copy, list("-")).copyChildrenRecursive(key);
+        auto lines = contentOf(copy);
+        lines.erase(lines.begin(), lines.begin() + std::min<ptrdiff_t>(2, std::ssize(lines)));
+        return lines;
+    };
+    EXPECT_THAT(linesBelow(in(store, "log", 1000)),
+                ElementsAre("{<STR:-><STR:path>} = {<ITEM:{<STR:options><STR:a>}>}",
+                            "{<STR:-><STR:type>} = {<STR:changed>}", "{<STR:-><STR:value>} = {<STR:value>}",
+                            "{<STR:-><STR:value><INT:1>} = {<STR:child>}"));
+    EXPECT_THAT(linesBelow(in(store, "log", 1001)),
+                ElementsAre("{<STR:-><STR:path>} = {<ITEM:{<STR:nowhere>}>}", "{<STR:-><STR:type>} = {<STR:gone>}"));
+    EXPECT_TRUE(in(store, "log", 1002, "type").exists());
+
+    // The archive of everything does not hold itself, and an earlier run's records stay.
+    const size_t entries = contentOf(store).size();
+    clock.setUtcMicroseconds(5000);
+    in(store, "log", 5000).store("earlier");
+    log.archive("all", in(store));
+    EXPECT_EQ(linesBelow(in(store, "log", 5001, "value")).size(), entries); // all but the root, and the earlier one
+    EXPECT_EQ(*in(store, "log", 5000).fetch(), Item("earlier"));
+
+    in(store, "log", "x").store("no record");
+    log.archiveDeleteBefore(1000);
+    EXPECT_TRUE(in(store, "log", 1000).exists());
+    log.archiveDeleteBefore(1002);
+    Item first;
+    ASSERT_TRUE(log.child(first));
+    EXPECT_EQ(first, list("log", 1002));
+    log.archiveDeleteBefore(INT64_MAX);
+    ASSERT_TRUE(log.child(first));
+    EXPECT_EQ(first, list("log", "x"));
+    log.archiveDeleteBefore(INT64_MAX);
+    EXPECT_TRUE(in(store, "options", "a", 1).exists());
+}
+
+TEST(ItemTree, UnboundItemsFindNothingAndSaySoWhenTheyWrite) {
+    const Item free = list(1, 2);
+    MemoryStore store(false);
+    in(store, 1).store("x");
+    Item out("untouched");
+    LogLines log;
+    EXPECT_FALSE(free.fetch() || free.exists() || free.child(out) || free.next(out) || free.prev(out));
+    EXPECT_FALSE(free.lastChild(out) || Item(free).next() || Item(free).prev());
+    in(store, 2).copyValueFrom(free);
+    in(store, 2).copyChildrenRecursive(free);
+    EXPECT_THAT(log.take(), ElementsAre());
+    const auto refused = [&](auto write) {
+        write();
+        EXPECT_EQ(log.takeOne(), "[STORE] item is not bound to a store");
+    };
+    refused([&] { free.store(1); });
+    refused([&] { free.copyValueFrom(in(store, 1)); });
+    refused([&] { free.copyChildrenRecursive(in(store)); });
+    refused([&] { free.remove(); });
+    refused([&] { free.begin(); });
+    refused([&] { free.commit(); });
+    refused([&] { free.rollback(); });
+    refused([&] { free.createUniqueInteger(out); });
+    refused([&] { free.archive("name", in(store)); });
+    refused([&] { free.archiveDeleteBefore(1); });
+    EXPECT_EQ(out, Item("untouched"));
+    EXPECT_EQ(contentOf(store).size(), 2u);
+}
+
+TEST(ItemTree, TransactionsAreTheStores) {
+    WatchedStore store;
+    const Item key = in(store, 1);
+    key.begin();
+    key.store("x");
+    key.rollback();
+    EXPECT_FALSE(key.exists());
+    key.begin();
+    key.commit();
+    EXPECT_EQ(store.getNumberOfLayers(), 1u);
+}
+
+TEST(ItemTree, StepsOfShortKeysAllocateNothing) {
+    if (!support::countsLibraryAllocations()) GTEST_SKIP() << "the library's allocations can't be counted here";
+    MemoryStore store(false);
+    for (int i = 0; i < 100; ++i) in(store, "branch", i, "leaf").store(i);
+    Item key = in(store, "branch", 50), out;
+    bool all = true;
+    const size_t count = support::allocationsOf([&] {
+        all &= key.child(out) && out.exists() && !out.next(out) && key.lastChild(out) && key.next() && key.prev();
+        all &= key.next(out) && key.prev(out);
+    });
+    EXPECT_TRUE(all);
+    EXPECT_EQ(count, 0u);
+}
+
+} // namespace
+} // namespace kiv
