@@ -1,6 +1,7 @@
 #include "kiv/data/GUID.h"
 
 #include "kiv/core/Codecs.h"
+#include "kiv/core/Fnv.h"
 
 #include <istream>
 #include <ostream>
@@ -11,8 +12,17 @@ namespace kiv {
 static_assert(sizeof(GUID) == 32);
 
 namespace {
+
 constexpr size_t textSize = 64;
-}
+
+// The empty ones make names of two parts.
+constexpr const char* nameStarts[8] = {"wet", "bel", "nar", "xan", "bell", "latr", "ev", ""};
+constexpr const char* nameMiddles[16] = {"adur",  "aes",  "anim", "apoll", "imac", "educ", "equis", "extr",
+                                         "guius", "hann", "equi", "amora", "hum",  "iace", "ille",  "opu"};
+constexpr const char* nameEnds[16] = {"",   "us",   "ix",   "ox",  "ith",  "ath",  "um", "ator",
+                                      "or", "axia", "imus", "ais", "itur", "orex", "o",  "y"};
+
+} // namespace
 
 bool GUID::fromString(std::string_view text, GUID& out) {
     GUID parsed;
@@ -26,6 +36,12 @@ String GUID::toString() const {
     char text[textSize];
     internal::encodeBase16(getBytePointer(), sizeof(m_words), text);
     return String(text, textSize);
+}
+
+std::string GUID::getFantasyName() const {
+    if (isNull()) return "god";
+    const uint32_t hash = internal::fnv1a32(getBytePointer(), sizeof(m_words));
+    return std::string(nameStarts[hash & 7]) + nameMiddles[(hash >> 3) & 15] + nameEnds[(hash >> 7) & 15];
 }
 
 std::ostream& operator<<(std::ostream& stream, const GUID& guid) {

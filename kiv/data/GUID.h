@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstdint>
 #include <iosfwd>
+#include <string>
 
 namespace kivSq {
 class Object;
@@ -37,6 +38,9 @@ public:
     uint8_t* getBytePointer() { return reinterpret_cast<uint8_t*>(m_words); }
     // 64 upper-case hexadecimal digits of the bytes in storage order.
     String toString() const;
+    // A short pronounceable name for logs and user interfaces, one of about two thousand; the null identifier's is
+    // "god".
+    std::string getFantasyName() const;
 
     friend constexpr bool operator==(const GUID& a, const GUID& b) = default;
     friend constexpr std::strong_ordering operator<=>(const GUID& a, const GUID& b) {
