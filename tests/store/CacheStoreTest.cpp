@@ -1,0 +1,493 @@
+// Hunts: entries that outlive their truth, an order of recency that is not one, keys that are equal but not found,
+// values overwritten while they are read, costs that grow.
+#include "kiv/store/CacheStore.h"
+
+#include "kiv/store/CanonicalKey.h"
+#include "kiv/store/MemoryStore.h"
+#include "kiv/store/RecencyCache.h"
+#include "tests/data/Items.h"
+#include "tests/support/AllocationCounter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <list>
+#include <map>
+#include <memory>
+#include <new>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kiv::CacheStore;
+using kiv::Item;
+using kiv::MemoryStore;
+using kiv::SmartPointer;
+using support::list;
+using support::plain;
+
+constexpr int capacity = 8192;
+
+// Counts what reaches it, and fails when told to.
+class Backing : public MemoryStore {
+public:
+    explicit Backing(bool transactional = true) : MemoryStore(transactional) {}
+
+    const Item* get(const Item& key) override {
+        ++gets;
+        if (fails) throw std::bad_alloc();
+        return MemoryStore::get(key);
+    }
+    void set(const Item& key, const Item& value) override {
+        if (fails) throw std::bad_alloc();
+        MemoryStore::set(key, value);
+    }
+
+    unsigned gets = 0;
+    bool fails = false;
+};
+
+struct CacheStoreTest : testing::Test {
+    SmartPointer<Backing> backing{new Backing};
+    SmartPointer<CacheStore> cache{new CacheStore(backing.get())};
+
+    // What the cache says, as text; "-" for nothing.
+    std::string at(const Item& key) { return text(cache->get(key)); }
+    static std::string text(const Item* value) { return value ? value->asString().to_std_string() : "-"; }
+    static std::string text(const Item& value) { return text(&value); }
+    void fill(int count) {
+        for (int i = 0; i < count; ++i) cache->set(Item(i), list(i, "value"));
+    }
+    bool hits(const Item& key) {
+        const uint32_t before = cache->getHitCount();
+        cache->get(key);
+        return cache->getHitCount() != before;
+    }
+};
+
+std::string bytesOf(uint8_t type, const void* payload, size_t size) {
+    return std::string(1, static_cast<char>(type)) + std::string(static_cast<const char*>(payload), size);
+}
+
+// An integer in a code that need not be the shortest one for it.
+std::string spelled(int64_t value, int form) {
+    static const uint8_t types[] = {8, 7, 6, 1};
+    return bytesOf(types[form], &value, size_t{1} << form);
+}
+
+std::string spelled(double value) {
+    return bytesOf(2, &value, 8);
+}
+
+std::string nested(const std::string& inner) {
+    const auto size = static_cast<uint32_t>(inner.size());
+    return bytesOf(9, &size, 4) + inner;
+}
+
+TEST_F(CacheStoreTest, KeepsWhatWasUsedLast) {
+    fill(capacity);
+    EXPECT_TRUE(hits(Item(0))); // saved from the next eviction
+    cache->set(Item(capacity), Item());
+    EXPECT_TRUE(hits(Item(0)));
+    EXPECT_FALSE(hits(Item(1)));
+    EXPECT_FALSE(hits(Item(2))); // which the return of 1 pushed out
+    EXPECT_TRUE(hits(Item(4)));
+}
+
+TEST_F(CacheStoreTest, RemembersThatAKeyIsAbsent) {
+    EXPECT_EQ(cache->get(Item("absent")), nullptr);
+    EXPECT_EQ(cache->get(Item("absent")), nullptr);
+    EXPECT_EQ(cache->getMissCount(), 1u);
+    EXPECT_EQ(cache->getHitCount(), 1u);
+    EXPECT_EQ(backing->gets, 1u);
+    cache->set(Item("absent"), Item());
+    ASSERT_NE(cache->get(Item("absent")), nullptr);
+    EXPECT_EQ(backing->gets, 1u);
+}
+
+TEST_F(CacheStoreTest, BindsWhatItHandsOutToItself) {
+    cache->set(Item("b"), Item(1));
+    backing->MemoryStore::set(Item("a"), Item(2));
+    EXPECT_EQ(cache->get(Item("a"))->getStore(), cache.get());
+    EXPECT_EQ(cache->get(Item("b"))->getStore(), cache.get());
+    Item key;
+    ASSERT_TRUE(cache->first(key));
+    EXPECT_EQ(key.getStore(), cache.get());
+    EXPECT_TRUE(cache->next(key, key) && key.getStore() == cache.get());
+    EXPECT_FALSE(cache->next(key, key));
+    EXPECT_TRUE(cache->prev(key, key) && key.getStore() == cache.get());
+    EXPECT_EQ(key, Item("a"));
+    key.begin(); // through the cache, which therefore sees the end
+    key.store(Item(3));
+    key.rollback();
+    EXPECT_EQ(at(Item("a")), "{<INT:2>}");
+}
+
+TEST_F(CacheStoreTest, IsEmptiedByRemovalRollbackAndOnDemand) {
+    const auto check = [&](auto change) {
+        fill(3);
+        EXPECT_TRUE(hits(Item(1)));
+        change();
+        EXPECT_FALSE(hits(Item(1)));
+    };
+    check([&] { cache->remove(Item(0), Item(0)); });
+    EXPECT_EQ(at(Item(0)), "-");
+    check([&] { cache->begin(), cache->rollback(); });
+    check([&] { cache->invalidate(); });
+    fill(3);
+    cache->begin();
+    cache->set(Item(1), Item("other"));
+    cache->commit();
+    EXPECT_TRUE(hits(Item(1)));
+}
+
+TEST_F(CacheStoreTest, WithoutABackingStoreDoesNothing) {
+    CacheStore none(nullptr);
+    Item out("out");
+    EXPECT_FALSE(none.good());
+    none.set(Item(1), Item(1));
+    none.begin(), none.commit(), none.rollback(), none.close(), none.flush(), none.invalidate();
+    none.remove(Item(), Item("z"));
+    EXPECT_EQ(none.get(Item(1)), nullptr);
+    EXPECT_FALSE(none.first(out) || none.next(Item(), out) || none.prev(Item("z"), out));
+    EXPECT_EQ(none.getSizeInBytes(), 0);
+    EXPECT_EQ(none.getHitCount() + none.getMissCount(), 0u);
+    CacheStore copy(none);
+    EXPECT_FALSE(copy.good());
+}
+
+TEST_F(CacheStoreTest, CopiesAndMovesHandOutTheirOwnValues) {
+    cache->set(Item(1), Item("one"));
+    cache->get(Item(2));
+    CacheStore copy(*cache);
+    EXPECT_EQ(copy.get(Item(1))->getStore(), &copy);
+    EXPECT_EQ(cache->get(Item(1))->getStore(), cache.get());
+    EXPECT_EQ(copy.get(Item(2)), nullptr);
+    EXPECT_EQ(copy.getHitCount(), 2u);
+    EXPECT_EQ(copy.getMissCount(), 1u);
+
+    CacheStore moved(std::move(copy));
+    EXPECT_FALSE(copy.good());
+    EXPECT_EQ(copy.get(Item(1)), nullptr);
+    EXPECT_EQ(moved.get(Item(1))->getStore(), &moved);
+    EXPECT_EQ(moved.get(Item(2)), nullptr);
+    EXPECT_EQ(moved.getMissCount(), 1u);
+    moved = *cache;
+    EXPECT_EQ(moved.get(Item(1))->getStore(), &moved);
+    copy = std::move(moved);
+    EXPECT_EQ(copy.get(Item(1))->getStore(), &copy);
+    EXPECT_EQ(copy.getBackingStore(), backing.get());
+
+    fill(capacity);
+    hits(Item(0)); // the order of recency is copied, too
+    *cache = CacheStore(*cache);
+    cache->set(Item(-1), Item());
+    EXPECT_TRUE(hits(Item(0)));
+    EXPECT_FALSE(hits(Item(1)));
+}
+
+// A key or value may be what get() returned, although its entry is the one that gives way, or a view of its bytes.
+TEST_F(CacheStoreTest, SurvivesArgumentsFromItsOwnEntries) {
+    const Item longValue = list(std::string(100, 'x').c_str(), list(5, std::string(60, 'y').c_str()));
+    const auto oldest = [&](const Item& value) {
+        cache->invalidate();
+        cache->set(Item(0), value);
+        const Item* kept = cache->get(Item(0));
+        for (int i = 1; i < capacity; ++i) cache->get(Item(i));
+        return kept;
+    };
+    for (const Item& value : {list("short"), longValue}) {
+        cache->set(Item("new"), *oldest(value));
+        EXPECT_EQ(at(Item("new")), text(value));
+        EXPECT_EQ(text(backing->get(Item("new"))), text(value));
+
+        cache->set(*oldest(value), list("under the value"));
+        EXPECT_EQ(text(backing->get(value)), text(list("under the value")));
+        EXPECT_EQ(at(value), text(list("under the value")));
+
+        EXPECT_EQ(text(cache->get(*oldest(value))), text(list("under the value"))); // asked of the backing store
+        EXPECT_TRUE(hits(value));
+
+        cache->set(value, value);
+        cache->set(*cache->get(value), Item(7)); // a key that is its own value
+        EXPECT_EQ(text(backing->get(value)), text(Item(7)));
+        EXPECT_EQ(at(value), text(Item(7)));
+    }
+    cache->set(Item(0), longValue);
+    Item::Iterator it = cache->get(Item(0))->getIterator();
+    Item view;
+    ASSERT_TRUE(it.skip() && it.asWeakSubItem(view));
+    cache->set(Item(0), view);
+    EXPECT_EQ(at(Item(0)), text(list(5, std::string(60, 'y').c_str())));
+    EXPECT_EQ(text(backing->get(Item(0))), at(Item(0)));
+}
+
+TEST_F(CacheStoreTest, AFailureOfTheBackingStoreLeavesNoHalfEntry) {
+    cache->set(Item(1), Item("old"));
+    backing->MemoryStore::set(Item(2), Item("two"));
+    backing->fails = true;
+    EXPECT_THROW(cache->set(Item(1), Item("new")), std::bad_alloc);
+    EXPECT_THROW(cache->set(Item(3), Item("new")), std::bad_alloc);
+    EXPECT_THROW(cache->get(Item(2)), std::bad_alloc);
+    backing->fails = false;
+    EXPECT_EQ(at(Item(1)), text(Item("old")));
+    EXPECT_EQ(at(Item(2)), text(Item("two")));
+    EXPECT_EQ(at(Item(3)), "-");
+}
+
+// Few values in many spellings, so that many pairs are equal. A hit on the second key says that the cache takes them
+// for the same.
+TEST_F(CacheStoreTest, FindsExactlyTheKeysThatAreEqual) {
+    std::mt19937 random(31);
+    const auto below = [&](unsigned end) { return static_cast<unsigned>(random() % end); };
+    const double floats[] = {0.0, -0.0, 1.5, NAN, -NAN, std::numeric_limits<double>::signaling_NaN()};
+    const auto make = [&](auto&& self, unsigned levels) -> std::string {
+        std::string bytes;
+        for (unsigned count = below(3) + (levels == 3); count > 0; --count) {
+            const unsigned kind = below(levels > 0 ? 12 : 9);
+            if (kind < 3) {
+                bytes += spelled(int64_t{below(2)} - 1, static_cast<int>(below(4)));
+            } else if (kind < 4) {
+                bytes += spelled(int64_t{130}, 1 + static_cast<int>(below(3)));
+            } else if (kind < 6) {
+                bytes += spelled(floats[below(6)]);
+            } else if (kind < 8) { // texts, buffers of what is no number there, marks
+                static const std::string others[] = {
+                    std::string("\3a\0", 3),         std::string("\4\3\0\0\0\7\1\0", 8), "\xC0", "\xFE", "\xFF",
+                    std::string("\5\2\0\0\0\7\1", 7)};
+                bytes += others[below(6)];
+            } else if (kind < 9) { // the end of what can be decoded
+                static const std::string cut[] = {std::string("\7\1", 2), std::string("\x20\7\1\0", 4), "\3ab"};
+                return bytes + cut[below(3)];
+            } else {
+                bytes += nested(self(self, levels - 1));
+            }
+        }
+        return bytes;
+    };
+    int equal = 0, different = 0;
+    for (int round = 0; round < 60000; ++round) {
+        const Item a = plain(make(make, 3)), b = plain(make(make, 3));
+        const bool same = Item::compareTotal(a, b) == 0;
+        cache->invalidate();
+        cache->get(a);
+        ASSERT_EQ(hits(b), same) << a.getBase16() << " " << b.getBase16();
+        const bool identical = a.getBase16() == b.getBase16();
+        ++(same && !identical ? equal : different);
+    }
+    EXPECT_GT(equal, 200);
+    EXPECT_GT(different, 200);
+}
+
+TEST_F(CacheStoreTest, ASetIsSeenThroughEverySpellingAndKeepsTheFirst) {
+    const Item wide = plain(nested(spelled(int64_t{5}, 3)) + spelled(-0.0));
+    const Item narrow = list(list(5), 0.0);
+    cache->get(narrow);
+    cache->set(wide, Item(1));
+    EXPECT_EQ(at(narrow), text(Item(1)));
+    cache->set(narrow, Item(2));
+    EXPECT_EQ(at(wide), text(Item(2)));
+    Item key;
+    ASSERT_TRUE(backing->first(key));
+    EXPECT_EQ(key.getBase16(), wide.getBase16()); // the backing store has what it was given
+    EXPECT_FALSE(backing->next(key, key));
+}
+
+TEST_F(CacheStoreTest, NestingOfKeysHasNoLimit) {
+    const auto deep = [](const std::string& inner) {
+        const int levels = 200000;
+        std::string bytes;
+        for (int i = levels; i > 0; --i) {
+            const auto size = static_cast<uint32_t>(inner.size() + 5u * static_cast<uint32_t>(i - 1));
+            bytes += bytesOf(9, &size, 4);
+        }
+        return plain(bytes + inner);
+    };
+    cache->get(deep(spelled(int64_t{5}, 3)));
+    EXPECT_TRUE(hits(deep(spelled(int64_t{5}, 0))));
+    EXPECT_FALSE(hits(deep(spelled(int64_t{6}, 0))));
+}
+
+// The cache beside its definition: a list of keys by recency, and a map of what is stored.
+class Model {
+public:
+    bool use(const Item& key) { // whether it was known
+        const auto found = m_places.find(key);
+        const bool known = found != m_places.end();
+        if (known) m_recency.erase(found->second);
+        if (!known && m_recency.size() == capacity) {
+            m_places.erase(m_recency.back());
+            m_recency.pop_back();
+        }
+        m_recency.push_front(key);
+        m_places[key] = m_recency.begin();
+        return known;
+    }
+    void clear() {
+        m_recency.clear();
+        m_places.clear();
+    }
+
+private:
+    std::list<Item> m_recency;
+    std::map<Item, std::list<Item>::iterator, std::less<Item>> m_places;
+};
+
+TEST_F(CacheStoreTest, FollowsTheModelOfAListByRecency) {
+    const unsigned seed = 20261121;
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 random(seed);
+    const auto below = [&](unsigned end) { return static_cast<unsigned>(random() % end); };
+    Model model;
+    std::map<Item, Item, std::less<Item>> content;
+    std::vector<std::map<Item, Item, std::less<Item>>> snapshots;
+    uint32_t hitCount = 0, missCount = 0;
+    for (int step = 0; step < 250000; ++step) {
+        // Half of the keys are drawn from few.
+        const int64_t number = below(2) == 0 ? below(500) : below(14000);
+        const Item key =
+            plain(spelled(number, number < 128 ? static_cast<int>(below(4)) : 2 + static_cast<int>(below(2))));
+        const unsigned what = below(40000);
+        if (what < 6000) {
+            const Item value = below(8) == 0 ? Item(std::string(100, 'v').c_str()) : Item(step);
+            cache->set(key, value);
+            model.use(key);
+            content[key] = value;
+        } else if (what < 6004) {
+            const Item to(number + 20);
+            cache->remove(key, to);
+            content.erase(content.lower_bound(key), content.upper_bound(to));
+            model.clear();
+        } else if (what < 6008) {
+            cache->begin();
+            snapshots.push_back(content);
+        } else if (what < 6012 && !snapshots.empty()) {
+            const bool keep = below(2) == 0;
+            keep ? cache->commit() : cache->rollback();
+            if (!keep) {
+                content = snapshots.back();
+                model.clear();
+            }
+            snapshots.pop_back();
+        } else {
+            ++(model.use(key) ? hitCount : missCount);
+            const Item* value = cache->get(key);
+            const auto stored = content.find(key);
+            ASSERT_EQ(text(value), stored == content.end() ? "-" : text(stored->second)) << "step " << step;
+        }
+        ASSERT_EQ(cache->getHitCount(), hitCount) << "step " << step;
+        ASSERT_EQ(cache->getMissCount(), missCount) << "step " << step;
+    }
+    EXPECT_EQ(backing->gets, missCount);
+    EXPECT_GT(missCount, 20000u);
+}
+
+// Has one value for everything and allocates nothing.
+class Constant : public Backing {
+public:
+    const Item* get(const Item& key) override { return key.getPlainSize() % 2 == 0 ? &m_value : nullptr; }
+    void set(const Item&, const Item&) override {}
+    void remove(const Item&, const Item&) override {}
+
+private:
+    Item m_value = Item(std::string(100, 'c').c_str());
+};
+
+TEST(CacheStoreCosts, SteadyStateAllocatesNothing) {
+    if (!support::countsLibraryAllocations()) GTEST_SKIP() << "operator new of the library is not counted here";
+    const SmartPointer<CacheStore> cache(new CacheStore(new Constant));
+    std::vector<Item> keys; // of 26 bytes, and of 47
+    for (int i = 0; i < 3 * capacity; ++i) {
+        keys.push_back(list("series-012", 0x123456789ALL * (i + 1), 1000000 + i));
+        if (i % 2 == 1) keys.back().add("twenty more bytes..");
+    }
+    const Item longValue(std::string(100, 'v').c_str());
+    const auto round = [&] {
+        for (const Item& key : keys) cache->get(key);
+        for (size_t i = 0; i < keys.size(); i += 3) cache->set(keys[i], longValue);
+    };
+    // Entries keep their memory: once all have had long keys and values, any may become any other.
+    for (size_t i = 1; i < keys.size(); i += 2) cache->set(keys[i], longValue);
+    EXPECT_EQ(support::allocationsOf(round), 0u);
+    EXPECT_EQ(support::allocationsOf([&] {
+                  cache->remove(Item(), Item());
+                  round();
+              }),
+              0u);
+    const Item nestedKey = list(list(1, list("inner")), 5), other = plain(spelled(int64_t{5}, 3));
+    cache->get(nestedKey), cache->get(other);
+    const uint32_t hitsBefore = cache->getHitCount();
+    EXPECT_EQ(support::allocationsOf([&] {
+                  for (int i = 0; i < 100; ++i) cache->get(nestedKey), cache->get(other);
+              }),
+              0u);
+    EXPECT_EQ(cache->getHitCount() - hitsBefore, 200u);
+}
+
+TEST(CacheStoreCosts, ClearingWritesTheSameFewWordsHoweverMuchThereIs) {
+    using kiv::internal::RecencyCache;
+    const auto cache = std::make_unique<RecencyCache>();
+    const auto changed = [&] { // in 8-byte words of the whole object
+        const auto* const words = reinterpret_cast<const unsigned char*>(cache.get());
+        const std::vector<unsigned char> before(words, words + sizeof(RecencyCache));
+        cache->clear();
+        size_t count = 0;
+        for (size_t i = 0; i < before.size(); i += 8) count += std::memcmp(&before[i], words + i, 8) != 0;
+        return count;
+    };
+    for (uint32_t i = 0; i < capacity; ++i) {
+        const Item key(i);
+        cache->add(key.getConstByteSpan(), i * 2654435761u, &key, nullptr);
+    }
+    EXPECT_EQ(cache->size(), unsigned{capacity});
+    EXPECT_LE(changed(), 6u);
+    EXPECT_EQ(cache->size(), 0u);
+}
+
+// Slots tell their age by 16 bits.
+TEST(CacheStoreCosts, NothingComesBackAfterManyClears) {
+    using kiv::internal::RecencyCache;
+    const auto cache = std::make_unique<RecencyCache>();
+    const Item key("key"), other("other");
+    cache->add(key.getConstByteSpan(), 1, &key, nullptr);
+    for (int i = 0; i < 70000; ++i) {
+        cache->clear();
+        ASSERT_EQ(cache->find(key.getConstByteSpan(), 1), nullptr) << i;
+        cache->add(other.getConstByteSpan(), 77, &other, nullptr);
+    }
+}
+
+// All in one bucket: it spills over, around the end of the slots, and closes up again.
+TEST(CacheStoreCosts, BucketsSpillAndCloseUp) {
+    using kiv::internal::RecencyCache;
+    const auto cache = std::make_unique<RecencyCache>();
+    std::mt19937 random(5);
+    std::list<int> recency;
+    const auto hashOf = [](int i) { return 1023u + 1024u * static_cast<uint32_t>(i % 3 + 13); };
+    for (int step = 0; step < 20000; ++step) {
+        const int number = static_cast<int>(random() % 60);
+        const Item key(number);
+        const auto known = std::find(recency.begin(), recency.end(), number);
+        auto* const found = cache->find(key.getConstByteSpan(), hashOf(number));
+        ASSERT_EQ(found != nullptr, known != recency.end());
+        if (found) {
+            ASSERT_EQ(found->key, key);
+            if (random() % 2 == 0)
+                cache->dropFirst();
+            else
+                continue;
+            recency.erase(known);
+        } else {
+            cache->add(key.getConstByteSpan(), hashOf(number), nullptr, nullptr);
+            recency.push_front(number);
+        }
+        ASSERT_EQ(cache->size(), recency.size());
+    }
+}
+
+} // namespace
