@@ -2,7 +2,6 @@
 // neighbours' bits, records that are believed although they are damaged.
 #include "kiv/store/GUIDDomainDB.h"
 
-#include "kiv/core/Fnv.h"
 #include "kiv/core/Random.h"
 #include "kiv/core/SmartPointer.h"
 #include "kiv/store/MemoryStore.h"
@@ -36,16 +35,6 @@ Bits withNumber(Bits bits, uint64_t n, uint64_t offset) {
         if (offset + i < 256 && ((n >> i) & 1) != 0) bits[static_cast<size_t>(offset + i)] = true;
     }
     return bits;
-}
-
-TEST(GUID, HasAFantasyName) {
-    EXPECT_EQ(kiv::internal::fnv1a32(nullptr, 0), 0x811C9DC5u);
-    EXPECT_EQ(kiv::internal::fnv1a32(reinterpret_cast<const uint8_t*>("foobar"), 6), 0xBF9CF968u);
-    EXPECT_EQ(GUID().getFantasyName(), "god");
-    EXPECT_EQ(GUID(1, 0, 0, 0).getFantasyName(), "bellguiusy");
-    EXPECT_EQ(GUID(2, 0, 0, 0).getFantasyName(), "guiusimus");
-    EXPECT_EQ(GUID(301, 0, 0, 0).getFantasyName(), "xanadur");
-    EXPECT_EQ(GUID(1, 2, 3, 4).getFantasyName(), "belguiusator");
 }
 
 TEST(GUIDDomain, PutsNumbersWhereTheirBitsBelong) {
