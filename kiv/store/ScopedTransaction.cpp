@@ -19,7 +19,9 @@ ScopedTransaction::~ScopedTransaction() {
 }
 
 void ScopedTransaction::commit() {
-    if (Store* store = std::exchange(m_store, nullptr)) store->commit();
+    if (!m_store) return;
+    m_store->commit(); // what it throws leaves the transaction open: the destructor rolls it back
+    m_store = nullptr;
 }
 
 void ScopedTransaction::rollback() {
