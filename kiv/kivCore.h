@@ -39,6 +39,7 @@
 #include "kiv/store/CacheStore.h"
 #include "kiv/store/GUIDDomain.h"
 #include "kiv/store/GUIDDomainDB.h"
+#include "kiv/store/LogDB.h"
 #include "kiv/store/MemoryStore.h"
 #include "kiv/store/ScopedTransaction.h"
 #include "kiv/store/Store.h"

@@ -210,6 +210,26 @@ void LogBackend::enqueue(int flags, std::string_view text) {
     }
 }
 
+std::unique_ptr<LogMessage> LogBackend::takeOldest(unsigned queue) {
+    if (queue >= 2 || Publishing::refuse("flushTo")) return nullptr;
+    const std::lock_guard lock(instance().m_mutex);
+    Queue& messages = instance().m_queues[queue];
+    if (messages.empty()) return nullptr;
+    std::unique_ptr<LogMessage> oldest = std::move(messages.front());
+    messages.pop_front();
+    return oldest;
+}
+
+void LogBackend::putBack(unsigned queue, std::unique_ptr<LogMessage> message) noexcept {
+    try {
+        const std::lock_guard lock(instance().m_mutex);
+        // Unregistered meanwhile: it would have been dropped with the others.
+        if (instance().m_isRegistered) instance().m_queues[queue].push_front(std::move(message));
+    } catch (...) {
+        // Out of memory: it is lost.
+    }
+}
+
 void LogBackend::collectForSupport(int flags, std::string_view text) {
     if (!m_newSupportMessage.hasListeners()) return;
     const size_t position = text.find(supportTag);

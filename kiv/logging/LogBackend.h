@@ -38,8 +38,9 @@ public:
     // Hands the support buffer to the support listeners when it is large or old enough; called periodically.
     static void processSupportMessages();
 
-    // Moves up to 512 queued messages into `db` and returns how many; queue 0 holds those of flag 1, queue 1 those of
-    // flag 2. Defined in store/LogFlush.cpp.
+    // Moves up to 512 queued messages into `db`, in one transaction, and returns how many; queue 0 holds those of flag
+    // 1, queue 1 those of flag 2. What the store refuses by an exception stays queued. One thread at a time; others may
+    // log meanwhile. Defined in store/LogFlush.cpp.
     static unsigned flushTo(unsigned queue, LogDB* db);
 
     // Messages a queue holds before it drops its oldest, 1048576 unless changed.
@@ -64,6 +65,9 @@ private:
     void enqueue(int flags, std::string_view text);
     void collectForSupport(int flags, std::string_view text);
     bool isSupportDue(int64_t now) const;
+    // For flushTo(): out of the front of a queue, null when there is none, and back to it.
+    static std::unique_ptr<LogMessage> takeOldest(unsigned queue);
+    static void putBack(unsigned queue, std::unique_ptr<LogMessage> message) noexcept;
     int64_t getMillisecondsSinceStart() const;
 
     std::mutex m_mutex;
