@@ -111,6 +111,21 @@ public:
         compare();
     }
 
+    // All of the other, or all but what is at and below the keys of `exclude` or holds a marker.
+    void copyFrom(StoreModel& source, const kiv::Set<kiv::Item>* exclude) {
+        size_t count = 0;
+        for (const auto& [key, value] : source.m_content) {
+            if (exclude && isLeftOut(key, *exclude)) continue;
+            m_content[key] = value;
+            ++count;
+        }
+        exclude ? m_store.copyFrom(&source.m_store, *exclude) : m_store.copyFrom(&source.m_store);
+        const std::string log = source.console.take() + console.take();
+        EXPECT_NE(log.find("[STORE] copied " + std::to_string(count) + " items in "), log.npos) << log;
+        checkLayers();
+        compare();
+    }
+
     // A key that was handed out belongs to the caller: changes of the store leave it alone.
     void checkKept() const { check(isSame(m_kept, m_keptBytes), "key changed after it was handed out:", m_keptBytes); }
 
@@ -142,6 +157,18 @@ private:
     bool check(bool holds, const char* what, const kiv::Item& key) const {
         if (!holds) ADD_FAILURE() << what << " " << key.asString() << " " << key.getBase16().substr(0, 200);
         return holds;
+    }
+    static bool isLeftOut(const kiv::Item& key, const kiv::Set<kiv::Item>& exclude) {
+        for (auto it = key.getIterator(); it.hasNextElement(); it.skip()) {
+            if (it.getType() >= kiv::ValueType::Meta) return true;
+        }
+        if (exclude.count(key)) return true;
+        for (int depth = key.getDepth(); depth >= 0; --depth) {
+            kiv::Item ancestor = key;
+            ancestor.reduceDepthTo(depth);
+            if (exclude.count(ancestor)) return true;
+        }
+        return false;
     }
     void checkLayers() {
         if (m_memory) {
