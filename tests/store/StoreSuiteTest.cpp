@@ -2,6 +2,7 @@
 // that restore less or more than they should, arguments that lie in the store itself, and what was handed out dying too
 // early. KIV_TEST_SEED repeats a failed run.
 #include "kiv/core/SmartPointer.h"
+#include "kiv/store/CacheStore.h"
 #include "kiv/store/MemoryStore.h"
 #include "tests/store/RandomKeys.h"
 #include "tests/store/StoreModel.h"
@@ -15,6 +16,7 @@
 
 namespace {
 
+using kiv::CacheStore;
 using kiv::Item;
 using kiv::MemoryStore;
 using kiv::SmartPointer;
@@ -33,6 +35,8 @@ struct Kind {
 const Kind kinds[] = {
     {"Memory", true, [] { return SmartPointer<Store>(new MemoryStore(true)); }},
     {"MemoryWithoutTransactions", false, [] { return SmartPointer<Store>(new MemoryStore(false)); }},
+    {"Cache", true, [] { return SmartPointer<Store>(new CacheStore(new MemoryStore(true))); }},
+    {"CacheWithoutTransactions", false, [] { return SmartPointer<Store>(new CacheStore(new MemoryStore(false))); }},
 };
 
 constexpr size_t operationsOfAll = 1000000, largeContent = 200000;
