@@ -226,6 +226,35 @@ TEST_P(StoreSuite, HoldsManyEntries) {
     m_model.compare();
 }
 
+// What tells such keys apart is as long as they are, so that pages above the leaves hold little of it.
+TEST_P(StoreSuite, HoldsLongKeysThatDifferAtTheirEnds) {
+    RandomKeys keys(seedOfRun(), 1);
+    const std::string zeros(500, '\0'), letters(1100, 'x');
+    auto key = [&](size_t i) {
+        Item item = i % 8 == 0 ? Item(letters.c_str()) : Item();
+        if (item.empty()) item.addBuffer(reinterpret_cast<const uint8_t*>(zeros.data()), 500);
+        item.add(i);
+        return item;
+    };
+    constexpr size_t count = 6000;
+    for (size_t i = 0; i < count; ++i) m_model.set(key(keys.random.below(count)), keys.value());
+    for (size_t i = 0; i < count; ++i) m_model.set(key(i), keys.value());
+    m_model.compare();
+    m_model.begin();
+    for (int i = 0; i < 400; ++i) {
+        const size_t from = keys.random.below(count);
+        m_model.remove(key(from), key(from + 8 * keys.random.below(12)));
+    }
+    m_model.compare();
+    if (GetParam().transactional) m_model.rollback();
+    for (int i = 0; i < 4000; ++i) {
+        const Item one = key(keys.random.below(count));
+        m_model.remove(one, one);
+    }
+    m_model.compare();
+    ASSERT_FALSE(HasFailure()) << "KIV_TEST_SEED=" << seedOfRun();
+}
+
 TEST_P(StoreSuite, CopiesAllOrAllButExclusions) {
     for (uint64_t round = 0; round < 60; ++round) {
         RandomKeys keys(seedOfRun() + round * 977, 300);
