@@ -43,4 +43,7 @@
 #include "kiv/store/MemoryStore.h"
 #include "kiv/store/ScopedTransaction.h"
 #include "kiv/store/Store.h"
+#include "kiv/store/StoreBlob.h"
+#include "kiv/store/StoreFile.h"
+#include "kiv/store/StoreFileReader.h"
 #include "kiv/store/Table.h"

@@ -40,6 +40,12 @@ public:
     // All entries as they are now, the changes of open transactions included.
     const PageTree& lastData() const { return m_data; }
 
+    // All entries as a value below HKEY_LOCAL_MACHINE, and back (see StoreBlob). Loading adds to the entries that are
+    // there, also when it fails half-way. False without a message when that fails, and always where there is no
+    // registry.
+    static bool saveToWindowsRegistry(MemoryStore* store, const String& keyPath, const String& valueName);
+    static bool loadFromWindowsRegistry(MemoryStore* store, const String& keyPath, const String& valueName);
+
 private:
     PageTree* undo() { return m_journals.empty() ? nullptr : &m_journals.back(); }
     // Reading on from where the last key was handed out needs no search.

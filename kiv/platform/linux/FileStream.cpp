@@ -16,4 +16,9 @@ std::FILE* openFile(const char* path, FileMode mode) {
     return file;
 }
 
+uint64_t getFileLength(std::FILE* file) {
+    struct stat status;
+    return ::fstat(::fileno(file), &status) == 0 && S_ISREG(status.st_mode) ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
 } // namespace kiv::platform

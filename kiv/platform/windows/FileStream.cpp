@@ -20,4 +20,9 @@ std::FILE* openFile(const char* path, FileMode mode) {
     return stream;
 }
 
+uint64_t getFileLength(std::FILE* file) {
+    const int64_t length = ::_filelengthi64(::_fileno(file));
+    return length > 0 ? static_cast<uint64_t>(length) : 0;
+}
+
 } // namespace kiv::platform

@@ -1,5 +1,7 @@
 #include "kiv/platform/windows/WidePath.h"
 
+#include "kiv/platform/windows/WideText.h"
+
 #include <windows.h>
 
 namespace kiv::platform {
@@ -19,11 +21,8 @@ std::wstring extendedPath(const std::wstring& path) {
 } // namespace
 
 std::wstring widePath(const std::string& path) {
-    if (path.empty() || path.size() > 0xFFFF || path.find('\0') != std::string::npos) return {};
-    const int size = static_cast<int>(path.size());
-    std::wstring wide(path.size(), L'\0');
-    const int count = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, path.data(), size, wide.data(), size);
-    wide.resize(static_cast<size_t>(count));
+    std::wstring wide;
+    if (!wideText(path, wide) || wide.empty()) return {};
     const bool isShort = wide.size() < longestClassicPath;
     return isShort || wide.starts_with(L"\\\\?\\") || wide.starts_with(L"\\\\.\\") ? wide : extendedPath(wide);
 }

@@ -1,0 +1,74 @@
+#include "kiv/store/StoreBlob.h"
+
+#include <cstring>
+
+namespace kiv {
+
+namespace internal {
+
+void writeBlobHead(uint8_t* to, unsigned size) {
+    const uint32_t length = size;
+    to[0] = static_cast<uint8_t>(ValueType::SubItem);
+    std::memcpy(to + 1, &length, sizeof length);
+}
+
+bool readBlobHead(const uint8_t* from, uint32_t& size) {
+    std::memcpy(&size, from + 1, sizeof size);
+    return from[0] == static_cast<uint8_t>(ValueType::SubItem) && size <= Item::maximumSize;
+}
+
+} // namespace internal
+
+namespace {
+
+constexpr uint64_t largestBlob = 0xFFFFFFFF;
+
+// Not by Item::addItem(), which stops at 2 GiB.
+void appendNested(Buffer& out, const Item& item) {
+    internal::writeBlobHead(out.append(internal::blobHeadSize), item.getPlainSize());
+    out.append(item.getConstByteSpan());
+}
+
+// Takes one nested item off the front.
+bool takeNested(ConstByteSpan& rest, ConstByteSpan& nested) {
+    uint32_t size;
+    if (rest.getSize() < internal::blobHeadSize || !internal::readBlobHead(rest.getBytePointer(), size)) return false;
+    const uint8_t* const bytes = rest.getBytePointer() + internal::blobHeadSize;
+    const unsigned left = rest.getSize() - internal::blobHeadSize;
+    if (size > left) return false;
+    nested = ConstByteSpan(bytes, size);
+    rest = ConstByteSpan(bytes + size, left - size);
+    return true;
+}
+
+} // namespace
+
+bool StoreBlob::encode(Store& store, Buffer& out) {
+    out.clear();
+    Item key;
+    for (bool more = store.first(key); more; more = store.next(key, key)) {
+        const Item* value = store.get(key);
+        if (!value) continue;
+        const uint64_t sizes = uint64_t{key.getPlainSize()} + value->getPlainSize() + 2 * internal::blobHeadSize;
+        if (out.getSize() + sizes > largestBlob) {
+            out.clear();
+            return false;
+        }
+        appendNested(out, key);
+        appendNested(out, *value);
+    }
+    return true;
+}
+
+bool StoreBlob::decode(const ConstByteSpan& blob, Store& store) {
+    ConstByteSpan rest = blob, key, value;
+    while (!rest.empty()) {
+        if (!takeNested(rest, key) || !takeNested(rest, value)) return false;
+        const Item view(Item::ExternalBufferMode(), key);
+        if (!view.isCleanKey()) return false;
+        store.set(view, Item(Item::ExternalBufferMode(), value));
+    }
+    return true;
+}
+
+} // namespace kiv
