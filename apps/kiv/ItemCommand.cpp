@@ -49,8 +49,6 @@ private:
     void convert(const std::string& name, std::string_view source, size_t begin, size_t end);
     void convertTrimmed(const std::string& name, std::string_view source, size_t begin, size_t end);
     bool read(const String& text, Item& item, Item::TextError& error) const;
-    String write(const Item& item) const;
-    bool losesRest(const Item& item, size_t& whole) const;
     void refuse(const std::string& text);
 
     const ItemCommand& m_command;
@@ -72,33 +70,6 @@ bool Conversion::read(const String& text, Item& item, Item::TextError& error) co
     }
 }
 
-String Conversion::write(const Item& item) const {
-    switch (m_command.to) {
-    case ItemForm::Base16:
-        return item.getBase16();
-    case ItemForm::Base64:
-        return item.getBase64();
-    case ItemForm::Base64crc:
-        return item.getBase64crc();
-    case ItemForm::Debug:
-        return withoutControls(item.asString());
-    case ItemForm::Path:
-        return withoutControls(item.asBrowsableString());
-    case ItemForm::Pretty:
-        return withoutControlsInJSON(item.getJSON(true), true);
-    default:
-        return withoutControlsInJSON(item.getJSON(false), false);
-    }
-}
-
-// JSON has no words for bytes that are no element; the other forms show them or keep them.
-bool Conversion::losesRest(const Item& item, size_t& whole) const {
-    Item::Iterator it = item.getIterator();
-    it.skipToEnd();
-    whole = static_cast<size_t>(it.getOffset());
-    return (m_command.to == ItemForm::JSON || m_command.to == ItemForm::Pretty) && whole != item.getPlainSize();
-}
-
 void Conversion::refuse(const std::string& text) {
     m_output.flush();
     internal::writeStandardError("kiv item: " + text);
@@ -109,19 +80,14 @@ void Conversion::convert(const std::string& name, std::string_view source, size_
     Item item;
     Item::TextError error;
     if (!read(String(source.substr(begin, end - begin)), item, error)) {
-        const size_t offset = begin + error.offset;
-        const Place place = placeOf(source, offset);
-        refuse(fmt::format("{}, offset {}, line {}, column {}: {}{}\n{}", name, offset, place.line, place.column,
-                           error.reason, offset < end ? "" : "; the text ends here", excerptOf(source, offset)));
+        refuse(refusalOf(name, source, begin, end, error));
         return;
     }
-    if (size_t whole; losesRest(item, whole)) {
-        refuse(fmt::format("{}: of {} encoded bytes those from offset {} on are no element, and JSON would lose them; "
-                           "\"--to debug\" shows what there is\n",
-                           name, item.getPlainSize(), whole));
+    if (const std::string loss = lossOf(item, m_command.to); !loss.empty()) {
+        refuse(name + ": " + loss + "\n");
         return;
     }
-    m_output.write(write(item));
+    m_output.write(textOf(item, m_command.to));
     m_output.write("\n");
     ++m_converted;
 }

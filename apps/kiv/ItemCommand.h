@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ItemForms.h"
+
 #include <string>
 #include <vector>
 
 namespace kiv::app {
-
-enum class ItemForm { JSON, Pretty, Base16, Base64, Base64crc, Debug, Path };
 
 // kiv item: turns the text forms of items into each other.
 struct ItemCommand {

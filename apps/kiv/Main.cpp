@@ -1,5 +1,6 @@
 #include "ItemCommand.h"
 #include "PacketsCommand.h"
+#include "StoreCommand.h"
 
 #include "kiv/platform/CommandLine.h"
 
@@ -13,6 +14,8 @@ namespace {
 using kiv::app::ItemCommand;
 using kiv::app::ItemForm;
 using kiv::app::PacketsCommand;
+using kiv::app::StoreAction;
+using kiv::app::StoreCommand;
 
 constexpr int wrongUsage = 2;
 
@@ -28,14 +31,21 @@ CLI::Validator formOf(std::map<std::string, ItemForm> forms) {
         "");
 }
 
-void describeItem(CLI::App& app, ItemCommand& command) {
-    const std::map<std::string, ItemForm> readable{{"json", ItemForm::JSON},
-                                                   {"base16", ItemForm::Base16},
-                                                   {"base64", ItemForm::Base64},
-                                                   {"base64crc", ItemForm::Base64crc}};
-    std::map<std::string, ItemForm> writable = readable;
-    writable.insert({{"pretty", ItemForm::Pretty}, {"debug", ItemForm::Debug}, {"path", ItemForm::Path}});
+const std::map<std::string, ItemForm> readableForms{{"json", ItemForm::JSON},
+                                                    {"base16", ItemForm::Base16},
+                                                    {"base64", ItemForm::Base64},
+                                                    {"base64crc", ItemForm::Base64crc}};
 
+void addTargetForm(CLI::App& app, ItemForm& form) {
+    std::map<std::string, ItemForm> writable = readableForms;
+    writable.insert({{"pretty", ItemForm::Pretty}, {"debug", ItemForm::Debug}, {"path", ItemForm::Path}});
+    app.add_option("-t,--to", form,
+                   "What to make of them: json (unless given), pretty, base16, base64, base64crc, debug, path")
+        ->type_name("FORM")
+        ->transform(formOf(writable));
+}
+
+void describeItem(CLI::App& app, ItemCommand& command) {
     app.add_option("texts", command.texts, "Texts to convert; behind \"--\" they may begin with a dash")
         ->type_name("TEXT");
     app.add_option("-i,--input", command.files, "A file to convert, - for standard input; may be repeated")
@@ -44,11 +54,8 @@ void describeItem(CLI::App& app, ItemCommand& command) {
     app.add_flag("-l,--lines", command.linewise, "Every line of a file is a text of its own");
     app.add_option("-f,--from", command.from, "What the texts are: json (unless given), base16, base64, base64crc")
         ->type_name("FORM")
-        ->transform(formOf(readable));
-    app.add_option("-t,--to", command.to,
-                   "What to make of them: json (unless given), pretty, base16, base64, base64crc, debug, path")
-        ->type_name("FORM")
-        ->transform(formOf(writable));
+        ->transform(formOf(readableForms));
+    addTargetForm(app, command.to);
     app.footer(
         "Without texts and files it reads standard input. Each input gives one line on standard output (pretty:\n"
         "several); one that does not decode a message on standard error, and then the exit status is 1.\n"
@@ -68,6 +75,45 @@ void describePackets(CLI::App& app, PacketsCommand& command) {
         "damage are listed, and a message gives the offset of the first damaged byte.");
 }
 
+CLI::App& addStoreAction(CLI::App& app, StoreCommand& command, StoreAction action, const char* name,
+                         const char* description, const char* file) {
+    CLI::App& sub = *app.add_subcommand(name, description);
+    sub.add_option(file, command.file, "A store file")->required();
+    sub.final_callback([&command, action] { command.action = action; });
+    return sub;
+}
+
+void describeStore(CLI::App& app, StoreCommand& command) {
+    const auto add = [&](StoreAction action, const char* name, const char* description,
+                         const char* file = "FILE") -> CLI::App& {
+        return addStoreAction(app, command, action, name, description, file);
+    };
+    app.require_subcommand(1);
+    add(StoreAction::Dump, "dump", "Lists all entries, a line each: key = value, as debug texts");
+    CLI::App& tree = add(StoreAction::Tree, "tree", "Shows the tree of keys, or the part of it at and below a key");
+    tree.add_option("KEY", command.key, "Where to begin");
+    tree.add_option("-d,--depth", command.depth, "Show so many levels below it")->type_name("LEVELS");
+    CLI::App& get = add(StoreAction::Get, "get", "Prints the value of an entry");
+    get.add_option("KEY", command.key, "Of the entry")->required();
+    addTargetForm(get, command.form);
+    CLI::App& set = add(StoreAction::Set, "set", "Adds or changes an entry; makes the file when it is not there");
+    set.add_option("KEY", command.key, "Of the entry; what is missing above it is added, too")->required();
+    set.add_option("VALUE", command.value, "JSON; behind \"--\" it may begin with a dash")->required();
+    CLI::App& copy = add(StoreAction::Copy, "copy", "Copies a store", "FROM");
+    copy.add_option("TO", command.secondFile, "The file to make or replace")->required();
+    copy.add_option("-x,--exclude", command.excluded, "Leave out this key and all below it; may be repeated")
+        ->type_name("KEY")
+        ->allow_extra_args(false);
+    CLI::App& compare = add(StoreAction::Compare, "compare", "Lists what differs between two stores", "A");
+    compare.add_option("B", command.secondFile, "The other store file")->required();
+    app.footer("A KEY is a JSON array of its elements, or a text, which is a key of one element.\n"
+               "The exit status is 1 when a file is damaged or can't be read or written, when there is no such entry,\n"
+               "and when stores differ. A file that is written is replaced at once, or stays as it was.\n"
+               "    kiv store set settings.store '[\"viewer\", \"gamma\"]' 2.2\n"
+               "    kiv store get settings.store '[\"viewer\", \"gamma\"]'\n"
+               "    kiv store tree settings.store viewer");
+}
+
 // The parser takes "[1,2]" apart, as if a configuration file had said it; a blank in front prevents that.
 void protectBracket(std::string& argument) {
     if (argument.starts_with('[')) argument.insert(0, 1, ' ');
@@ -83,10 +129,13 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     ItemCommand item;
     PacketsCommand packets;
+    StoreCommand store;
     CLI::App* itemApp = app.add_subcommand("item", "Turns JSON, base16 and base64 forms of items into each other");
     CLI::App* packetsApp = app.add_subcommand("packets", "Lists the records of a packet file");
+    CLI::App* storeApp = app.add_subcommand("store", "Looks into store files and changes them");
     describeItem(*itemApp, item);
     describePackets(*packetsApp, packets);
+    describeStore(*storeApp, store);
     try {
         std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
         std::for_each(arguments.begin(), arguments.end(), protectBracket);
@@ -97,6 +146,8 @@ int main(int argc, char** argv) {
     }
     std::for_each(item.texts.begin(), item.texts.end(), unprotectBracket);
     std::for_each(item.files.begin(), item.files.end(), unprotectBracket);
-    unprotectBracket(packets.file);
-    return itemApp->parsed() ? item.run() : packets.run();
+    std::for_each(store.excluded.begin(), store.excluded.end(), unprotectBracket);
+    for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value})
+        unprotectBracket(*text);
+    return itemApp->parsed() ? item.run() : packetsApp->parsed() ? packets.run() : store.run();
 }

@@ -1,5 +1,6 @@
 #include "PacketsCommand.h"
 
+#include "LogCatcher.h"
 #include "Text.h"
 
 #include "kiv/data/FilePacketReader.h"
@@ -19,19 +20,6 @@ namespace {
 struct Damage {
     uint64_t offset;
     std::string reason;
-};
-
-// Keeps what is logged while it lives from standard output: the reader's messages go where ours go.
-class LogCatcher : public internal::OutputSink {
-public:
-    LogCatcher() : m_before(internal::setStandardOutputSink(this)) {}
-    ~LogCatcher() override { internal::setStandardOutputSink(m_before); }
-    bool write(std::string_view text) override { return m_text += text, true; }
-    std::string takeText() { return std::exchange(m_text, {}); }
-
-private:
-    internal::OutputSink* m_before;
-    std::string m_text;
 };
 
 std::string previewOf(const uint8_t* bytes, size_t size, size_t limit) {

@@ -1,0 +1,158 @@
+// Hunts: lengths that are believed, pairs lost before damage, keys let in that break subtrees, registry values of
+// another type taken for stores, messages where there shall be none.
+#include "kiv/store/StoreBlob.h"
+#include "kiv/platform/Registry.h"
+#include "kiv/store/MemoryStore.h"
+#include "tests/data/Items.h"
+#include "tests/store/Trees.h"
+#include "tests/support/OutputCapture.h"
+#include "tests/support/SystemFaults.h"
+
+#include <gtest/gtest.h>
+
+namespace kiv {
+namespace {
+
+using support::contentOf;
+using support::list;
+using support::plain;
+
+// Three entries, made by hand from the description of the form.
+const std::string golden("\x09\0\0\0\0"
+                         "\x09\0\0\0\0"
+                         "\x09\x03\0\0\0\x03"
+                         "a\0"
+                         "\x09\x02\0\0\0\x08\x01"
+                         "\x09\x06\0\0\0\x03"
+                         "a\0\x07\x2C\x01"
+                         "\x09\x03\0\0\0\x03"
+                         "x\0",
+                         10 + 15 + 19);
+
+ConstByteSpan spanOf(const std::string& bytes) {
+    return ConstByteSpan(reinterpret_cast<const uint8_t*>(bytes.data()), static_cast<unsigned>(bytes.size()));
+}
+
+Buffer blobOf(Store& store) {
+    Buffer blob(spanOf("left over"));
+    EXPECT_TRUE(StoreBlob::encode(store, blob));
+    return blob;
+}
+
+void fill(Store& store) {
+    store.set(list("a", 300), "x");
+    store.set(Item(), Item());
+    store.set("a", 1);
+}
+
+TEST(StoreBlob, HasTheDescribedBytes) {
+    MemoryStore store(false), again(false);
+    EXPECT_TRUE(blobOf(store).empty());
+    fill(store);
+    EXPECT_EQ(blobOf(store), Buffer(spanOf(golden)));
+    EXPECT_TRUE(StoreBlob::decode(spanOf(golden), again));
+    EXPECT_TRUE(StoreBlob::decode(ConstByteSpan(), again));
+    EXPECT_EQ(blobOf(again), Buffer(spanOf(golden)));
+}
+
+TEST(StoreBlob, OverwritesAndKeepsOtherEntries) {
+    MemoryStore store(true);
+    store.set("a", "old");
+    store.set("b", "kept");
+    store.begin();
+    EXPECT_TRUE(StoreBlob::decode(spanOf(golden), store));
+    EXPECT_EQ(*store.get("a"), Item(1));
+    EXPECT_EQ(*store.get("b"), Item("kept"));
+    store.rollback();
+    EXPECT_EQ(*store.get("a"), Item("old"));
+}
+
+TEST(StoreBlob, KeepsThePairsBeforeDamage) {
+    const auto pairsOf = [](const std::string& bytes, bool expected) {
+        MemoryStore store(false);
+        EXPECT_EQ(StoreBlob::decode(spanOf(bytes), store), expected);
+        return contentOf(store).size();
+    };
+    for (size_t size = 0; size <= golden.size(); ++size) {
+        const size_t pairs = (size >= 10) + (size >= 25) + (size >= 44);
+        EXPECT_EQ(pairsOf(golden.substr(0, size), size == 0 || size == 10 || size == 25 || size == 44), pairs) << size;
+    }
+    const auto changed = [](size_t at, const std::string& bytes) {
+        return std::string(golden).replace(at, bytes.size(), bytes);
+    };
+    EXPECT_EQ(pairsOf(changed(10, "\x05"), false), 1u); // another type than a nested item
+    EXPECT_EQ(pairsOf(changed(18, "\x04"), false), 1u);
+    EXPECT_EQ(pairsOf(changed(26, "\xFB\xFF\xFF\xFF"), false), 2u); // with what stands before it, 2^32
+    EXPECT_EQ(pairsOf(changed(26, "\xFF\xFF\xFF\x7F"), false), 2u);
+    EXPECT_EQ(pairsOf(changed(30, "\x0F"), false), 2u);                       // a key that is no key
+    EXPECT_EQ(pairsOf(changed(19, std::string("\x13\0\0\0", 4)), false), 2u); // a value that takes the next key
+    EXPECT_EQ(pairsOf(golden + "\x0B", false), 3u);
+}
+
+TEST(StoreBlob, LetsCleanKeysInOnly) {
+    const auto isLetIn = [](const Item& key) {
+        MemoryStore from(false), to(false);
+        from.set(key, 1);
+        return StoreBlob::decode(blobOf(from).getConstByteSpan(), to);
+    };
+    EXPECT_TRUE(isLetIn(list(1, "a", 2.5, true)));
+    EXPECT_FALSE(isLetIn(Item::WildcardMode()));
+    EXPECT_FALSE(isLetIn(plain("\x08\x01\xFF")));
+    EXPECT_FALSE(isLetIn(plain("\x08\x01\x03"
+                               "cut")));
+}
+
+class Registry : public testing::Test {
+protected:
+    ~Registry() override { support::deleteRegistryKey("Software\\kivCoreTests"); }
+
+    static constexpr const char* path = "Software\\kivCoreTests";
+};
+
+TEST_F(Registry, SavesAndLoads) {
+    MemoryStore store(false), again(false);
+    fill(store);
+    Buffer megabyte(1 << 20);
+    for (unsigned i = 0; i < megabyte.getSize(); ++i) megabyte[i] = static_cast<uint8_t>(i * 2654435761u >> 24);
+    store.set("large", Item(megabyte.getConstByteSpan()));
+    const String name("n\u00e4me \u4e16");
+    support::OutputCapture output;
+    const bool isSaved = MemoryStore::saveToWindowsRegistry(&store, path, name);
+    const bool isLoaded = MemoryStore::loadFromWindowsRegistry(&again, path, name);
+    EXPECT_EQ(output.take(), "");
+    EXPECT_EQ(isSaved, support::hasRegistry());
+    EXPECT_EQ(isLoaded, support::hasRegistry());
+    EXPECT_EQ(contentOf(again).size(), isLoaded ? 4u : 0u);
+    if (!support::hasRegistry()) GTEST_SKIP() << "this system has no registry";
+    EXPECT_EQ(blobOf(again), blobOf(store));
+}
+
+TEST_F(Registry, RefusesWhatIsNoStore) {
+    if (!support::hasRegistry()) GTEST_SKIP() << "this system has no registry";
+    MemoryStore store(false), empty(false);
+    fill(store);
+    const auto before = contentOf(store);
+    const auto refuses = [&store](const char* key, const String& name) {
+        return !MemoryStore::loadFromWindowsRegistry(&store, key, name);
+    };
+    support::OutputCapture output;
+    EXPECT_TRUE(refuses(path, "store"));
+    EXPECT_TRUE(support::writeRegistryText(path, "text"));
+    EXPECT_TRUE(refuses(path, "text"));
+    EXPECT_TRUE(refuses(path, "missing"));
+    EXPECT_TRUE(MemoryStore::saveToWindowsRegistry(&empty, path, "empty"));
+    EXPECT_TRUE(refuses(path, "empty"));
+    EXPECT_TRUE(refuses(path, "\xFF"));
+    EXPECT_FALSE(MemoryStore::saveToWindowsRegistry(&store, path, String("a\0b", 3)));
+    EXPECT_FALSE(MemoryStore::saveToWindowsRegistry(nullptr, path, "a"));
+    EXPECT_EQ(contentOf(store), before);
+    // Half a blob: the pairs before the damage are there.
+    EXPECT_TRUE(platform::writeRegistryValue(path, "half", golden.data(), 30));
+    MemoryStore half(false);
+    EXPECT_FALSE(MemoryStore::loadFromWindowsRegistry(&half, path, "half"));
+    EXPECT_EQ(contentOf(half).size(), 2u);
+    EXPECT_EQ(output.take(), "");
+}
+
+} // namespace
+} // namespace kiv
