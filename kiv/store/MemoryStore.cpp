@@ -17,7 +17,7 @@ MemoryStore::MemoryStore(const MemoryStore& other)
 MemoryStore::MemoryStore(MemoryStore&& other) noexcept
     : Store(other), m_data(std::move(other.m_data)), m_journals(std::exchange(other.m_journals, {})),
       m_transactional(other.m_transactional) {
-    other.forgetCursor();
+    other.startChange();
 }
 
 MemoryStore& MemoryStore::operator=(const MemoryStore& other) {
@@ -29,7 +29,7 @@ MemoryStore& MemoryStore::operator=(MemoryStore&& other) noexcept {
     m_data.swap(taken.m_data);
     m_journals.swap(taken.m_journals);
     m_transactional = taken.m_transactional;
-    forgetCursor();
+    startChange();
     return *this;
 }
 
@@ -39,18 +39,33 @@ bool MemoryStore::good() const {
     return true;
 }
 
+// What was handed out ends here.
+void MemoryStore::startChange() {
+    m_cursor = PageTree::Cursor();
+    m_viewsUsed = 0;
+}
+
 void MemoryStore::set(const Item& key, const Item& value) {
-    forgetCursor();
+    startChange();
     m_data.set(SortKey(key), {key.getConstByteSpan(), value.getConstByteSpan()}, undo());
 }
 
 const Item* MemoryStore::get(const Item& key) {
     const PageTree::Cursor cursor = isAtCursor(key) ? m_cursor : m_data.find(SortKey(key));
-    return cursor ? m_data.view(cursor, this) : nullptr;
+    return cursor ? view(cursor) : nullptr;
+}
+
+const Item* MemoryStore::view(const PageTree::Cursor& cursor) {
+    if (m_viewsUsed == viewCount) return m_data.view(cursor, this);
+    if (!m_views) m_views = std::make_unique<Item[]>(viewCount);
+    Item& item = m_views[m_viewsUsed++];
+    item.setPlainExternalBuffer(cursor.getValue());
+    item.setStore(this);
+    return &item;
 }
 
 void MemoryStore::remove(const Item& from, const Item& to) {
-    forgetCursor();
+    startChange();
     const Item ownFrom = from, ownTo = to; // they may lie in what is removed
     m_data.remove(SortKey(ownFrom), SortKey(ownTo), undo());
 }
@@ -105,7 +120,7 @@ void MemoryStore::commit() {
         logging::MessageStream(3, 2) << "memorystore, commit without begin";
         return;
     }
-    forgetCursor();
+    startChange();
     if (m_journals.size() > 1) m_journals[m_journals.size() - 2].absorb(m_journals.back());
     dropJournal();
 }
@@ -119,7 +134,7 @@ void MemoryStore::rollback() {
         logging::MessageStream(3, 2) << "memorystore, rollback without begin";
         return;
     }
-    forgetCursor();
+    startChange();
     m_data.revert(m_journals.back());
     dropJournal();
 }

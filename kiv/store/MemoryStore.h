@@ -3,6 +3,8 @@
 #include "kiv/store/PageTree.h"
 #include "kiv/store/Store.h"
 
+#include <memory>
+
 namespace kiv {
 
 // A store in memory. `transactional` ones keep, for each open transaction, what its changes replaced, so that begin()
@@ -51,13 +53,19 @@ private:
     // Reading on from where the last key was handed out needs no search.
     bool isAtCursor(const Item& key) const;
     bool handOut(const PageTree::Cursor& cursor, Item& out);
-    void forgetCursor() { m_cursor = PageTree::Cursor(); }
+    void startChange();
+    const Item* view(const PageTree::Cursor& cursor);
     void dropJournal() noexcept;
 
     PageTree m_data;
     Vector<PageTree> m_journals; // what each open transaction replaced, the innermost last
     PageTree m_spareJournal;     // empty; its page serves the next transaction
     PageTree::Cursor m_cursor;   // at the key handed out last
+    // The first values that are handed out after a change are viewed from here, which keeps them close together and
+    // pages free of views; more are viewed from their pages, where there is one view for each.
+    static constexpr unsigned viewCount = 256;
+    std::unique_ptr<Item[]> m_views;
+    unsigned m_viewsUsed = 0;
     bool m_transactional;
 };
 

@@ -48,11 +48,6 @@ size_t commonSize(SortBytes a, SortBytes b) {
     return static_cast<size_t>(std::mismatch(a.data, end, b.data).first - a.data);
 }
 
-EntryView LargeEntry::view() const {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(this + 1);
-    return {{bytes, keySize}, {bytes + keySize, valueSize}, isAbsence};
-}
-
 void LargeEntry::setValue(const ConstByteSpan& value) {
     copyBytes(reinterpret_cast<uint8_t*>(this + 1) + keySize, value);
 }

@@ -26,7 +26,7 @@ struct LargeEntry {
     uint32_t valueSize;
     bool isAbsence;
 
-    EntryView view() const;
+    inline EntryView view() const;
     // Requires: as long as the value is now.
     void setValue(const ConstByteSpan& value);
     static LargeEntry* make(const EntryView& entry);

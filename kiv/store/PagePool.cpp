@@ -88,6 +88,10 @@ void PagePool::free(void* block) noexcept {
     }
 }
 
+uint64_t PagePool::getMemory() const {
+    return m_singleCount * blockSize + m_chunkCount * platform::memoryChunkSize;
+}
+
 void PagePool::swap(PagePool& other) noexcept {
     std::swap(m_singles, other.m_singles);
     std::swap(m_singleCount, other.m_singleCount);

@@ -19,6 +19,8 @@ public:
     void* allocate();
     void free(void* block) noexcept;
     void swap(PagePool& other) noexcept;
+    // What the pool has of the system's memory, in bytes, whether in use or not.
+    uint64_t getMemory() const;
 
 private:
     struct Chunk;

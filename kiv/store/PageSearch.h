@@ -6,6 +6,11 @@
 
 namespace kiv::internal {
 
+inline EntryView LargeEntry::view() const {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(this + 1);
+    return {{bytes, keySize}, {bytes + keySize, valueSize}, isAbsence};
+}
+
 inline unsigned Page::sizeOfRecord(const Slot& slot) const {
     if (slot.keySize == large) return sizeof(LargeEntry*);
     const auto valueSize = loadUnaligned<uint16_t>(bytes() + slot.offset);

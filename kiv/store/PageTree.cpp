@@ -43,15 +43,6 @@ ConstByteSpan bytesOf(Page* const& pointer) {
 
 } // namespace
 
-void PageTree::Cursor::next() {
-    ++m_index;
-    // A leaf may be empty for the moment after a split.
-    while (m_page && m_index >= m_page->getCount()) {
-        m_page = m_page->getNext();
-        m_index = 0;
-    }
-}
-
 void PageTree::Cursor::previous() {
     while (m_page && m_index == 0) {
         m_page = m_page->getPrevious();
@@ -124,6 +115,10 @@ void PageTree::clear() noexcept {
     m_count = 0;
 }
 
+uint64_t PageTree::getPageMemory() const {
+    return m_pool.getMemory();
+}
+
 // Searching.
 
 void PageTree::locate(const SortKey& key, Path& path) const {
@@ -141,23 +136,6 @@ void PageTree::locate(const SortKey& key, Path& path) const {
     m_pageVisits += depth + 1;
 }
 
-// The first entry above the key, or with it.
-PageTree::Cursor PageTree::locateFrom(const SortKey& key, bool includesKey) const {
-    if (!m_root) return {};
-    Page* page = m_root;
-    for (; !page->isLeaf(); ++m_pageVisits) page = descend(page, page->findChild(key));
-    ++m_pageVisits;
-    const Page::Place place = page->find(key);
-    Cursor cursor(page, place.index);
-    if (place.exact && !includesKey) {
-        cursor.next();
-    } else if (place.index == page->getCount()) {
-        --cursor.m_index; // wraps when the leaf is empty, and next() wraps back
-        cursor.next();
-    }
-    return cursor;
-}
-
 PageTree::Cursor PageTree::find(const SortKey& key) const {
     if (!m_root) return {};
     Page* page = m_root;
@@ -167,12 +145,14 @@ PageTree::Cursor PageTree::find(const SortKey& key) const {
     return place.exact ? Cursor(page, place.index) : Cursor();
 }
 
-PageTree::Cursor PageTree::notBelow(const SortKey& key) const {
-    return locateFrom(key, true);
-}
-
 PageTree::Cursor PageTree::above(const SortKey& key) const {
-    return locateFrom(key, false);
+    if (!m_root) return {};
+    Path path;
+    locate(key, path);
+    // The one before it, or with it, and on from there; in front of the first that wraps, and next() wraps back.
+    Cursor cursor(path.leaf, path.place.index - (path.place.exact ? 0 : 1));
+    cursor.next();
+    return cursor;
 }
 
 PageTree::Cursor PageTree::below(const SortKey& key) const {
@@ -184,17 +164,22 @@ PageTree::Cursor PageTree::below(const SortKey& key) const {
     return cursor;
 }
 
+PageTree::Cursor PageTree::find(const Item& key) const {
+    return find(SortKey(key));
+}
+
+PageTree::Cursor PageTree::above(const Item& key) const {
+    return above(SortKey(key));
+}
+
+PageTree::Cursor PageTree::below(const Item& key) const {
+    return below(SortKey(key));
+}
+
 PageTree::Cursor PageTree::first() const {
     if (m_count == 0) return {};
     Cursor cursor(m_firstLeaf, 0);
     if (m_firstLeaf->getCount() == 0) cursor.next();
-    return cursor;
-}
-
-PageTree::Cursor PageTree::last() const {
-    if (m_count == 0) return {};
-    Cursor cursor(m_lastLeaf, m_lastLeaf->getCount());
-    cursor.previous();
     return cursor;
 }
 

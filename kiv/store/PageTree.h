@@ -15,15 +15,15 @@ namespace kiv {
 class KIV_API PageTree {
 public:
     // An entry, or none. Valid until the next change of the tree.
-    class Cursor {
+    class KIV_API Cursor {
     public:
         Cursor() = default;
 
         explicit operator bool() const { return m_page != nullptr; }
         // Require: there is an entry.
-        ConstByteSpan getKey() const { return m_page->at(m_index).key; }
-        ConstByteSpan getValue() const { return m_page->at(m_index).value; }
-        void next();
+        inline ConstByteSpan getKey() const;
+        inline ConstByteSpan getValue() const;
+        inline void next();
         void previous();
 
     private:
@@ -43,13 +43,16 @@ public:
 
     uint64_t getCount() const { return m_count; }
     bool empty() const { return m_count == 0; }
+    // The memory that pages take or have in reserve, in bytes; entries too large for a page take their size besides.
+    uint64_t getPageMemory() const;
     Cursor first() const;
-    Cursor last() const;
     Cursor find(const internal::SortKey& key) const;
-    // The first entry not below the key, resp. above it; the last below it.
-    Cursor notBelow(const internal::SortKey& key) const;
+    // The first entry above the key, resp. the last below it.
     Cursor above(const internal::SortKey& key) const;
     Cursor below(const internal::SortKey& key) const;
+    Cursor find(const Item& key) const;
+    Cursor above(const Item& key) const;
+    Cursor below(const Item& key) const;
     // An item that views the value; one for each entry.
     const Item* view(const Cursor& cursor, Store* store) { return cursor.m_page->view(m_pool, cursor.m_index, store); }
 
@@ -82,7 +85,6 @@ private:
     };
 
     void locate(const internal::SortKey& key, Path& path) const;
-    Cursor locateFrom(const internal::SortKey& key, bool includesKey) const;
     bool goToNextLeaf(Path& path) const;
 
     void put(Path& path, const internal::SortKey& key, internal::EntryView entry);
@@ -114,3 +116,24 @@ private:
 } // namespace kiv
 
 #include "kiv/store/PageSearch.h"
+
+namespace kiv {
+
+inline ConstByteSpan PageTree::Cursor::getKey() const {
+    return m_page->at(m_index).key;
+}
+
+inline ConstByteSpan PageTree::Cursor::getValue() const {
+    return m_page->at(m_index).value;
+}
+
+inline void PageTree::Cursor::next() {
+    ++m_index;
+    // A leaf may be empty for the moment after a split.
+    while (m_page && m_index >= m_page->getCount()) {
+        m_page = m_page->getNext();
+        m_index = 0;
+    }
+}
+
+} // namespace kiv
