@@ -13,11 +13,12 @@ namespace kiv {
 // and give false. Threads: those of the store.
 class KIV_API StoreFile {
 public:
-    // Bytes of the file, as the work goes on; not called when there are none yet.
+    // Hears as the work goes on how many bytes of the file are done, and of how many; 0 where that is not known.
     using Progress = std::function<void(uint64_t done, uint64_t total)>;
 
-    // Replaces the file at once: whenever this fails or the program is stopped, the file is the old one, whole, or the
-    // new one. Refuses a store with a key that is not clean (Item::isCleanKey), for it could not be loaded.
+    // All entries, with the changes of open transactions. Replaces the file at once: whenever this fails or the program
+    // is stopped, the file is the old one, whole, or the new one. Refuses a store with a key that is not clean
+    // (Item::isCleanKey), for it could not be loaded.
     static bool save(Store* store, TextArg path, const Progress& progress = {});
 
     // Replaces the contents of the store when the whole file has proved right, else changes nothing. The store must not

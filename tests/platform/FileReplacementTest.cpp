@@ -18,7 +18,7 @@ TEST(FileReplacement, TakesPlaceAtOnceOrNotAtAll) {
         FileReplacement file(folder.utf8("file"));
         EXPECT_TRUE(file.write(text, std::string(text).size())) << file.getFailure();
         EXPECT_TRUE(file.write("!", 1));
-        if (isCommitted) EXPECT_TRUE(file.commit()) << file.getFailure();
+        EXPECT_EQ(isCommitted && file.commit(), isCommitted) << file.getFailure();
     };
     replace("first", false);
     EXPECT_EQ(folder.names(), Names());

@@ -43,6 +43,19 @@ expect("0: {<STR:\\x1B>}\n" "" get good.store "${gamma}" --to debug)
 expect("1: " "good.store: no entry {<STR:gamma>}" get good.store gamma)
 expect("0: []\n" "" get good.store "[]")
 
+# Keys without those above them, which only other programs leave.
+configure_file("${CMAKE_CURRENT_LIST_DIR}/gaps.store" "${WORK}/gaps.store" COPYONLY)
+expect("0: {} (not stored)
+  a (not stored)
+    INT:1 (not stored)
+      INT:2 = INT:7
+    INT:2 (not stored)
+      INT:1 (not stored)
+        INT:1 = x
+  b
+" "3 entries, 3 of them" tree gaps.store)
+expect("0: a (not stored)\n  INT:1 (not stored)  (1 below)\n  INT:2 (not stored)  (2 below)\n" "" tree gaps.store a -d 1)
+
 # What is wrong with a key or a value, and where; the file stays as it is.
 expect("1: " "KEY, offset 10, line 1, column 11: not JSON" set good.store "[\"viewer\" 1]" 1)
 expect("1: " "VALUE, offset 3, line 1, column 4: not JSON; the text ends here" set good.store a "tru")
