@@ -42,7 +42,7 @@ void cacheHit(benchmark::State& state) {
     if (cache->getMissCount() != 0) state.SkipWithError("a miss");
     state.counters["key_bytes"] = keys.front().getPlainSize();
 }
-BENCHMARK(cacheHit)->Name("cache-hit/kiv")->Arg(8192);
-BENCHMARK(cacheHit)->Name("cache-hit-few/kiv")->Arg(256);
+BENCHMARK(cacheHit)->Name("cache-hit/kiv")->ArgName("entries")->Arg(8192);
+BENCHMARK(cacheHit)->Name("cache-hit-few/kiv")->ArgName("entries")->Arg(256);
 
 } // namespace
