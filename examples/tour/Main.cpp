@@ -3,6 +3,7 @@
 int main() {
     showValues();
     showRecords();
+    showStores();
     showObjects();
     showLogging();
 }

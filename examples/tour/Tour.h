@@ -3,5 +3,6 @@
 // The chapters of doc/tour.md, which shows pieces of them.
 void showValues();
 void showRecords();
+void showStores();
 void showObjects();
 void showLogging();
