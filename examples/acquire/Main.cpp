@@ -101,7 +101,7 @@ int acquire(const Options& options) {
     }
 
     const TileScheme scheme(options.schemeVersion == 1 ? TileScheme::Generation::First
-                                                       : TileScheme::Generation::Newest);
+                                                       : TileScheme::Generation::Checked);
     const auto writer = kiv::makeObject<kiv::StdOutPacketWriter>();
     const bool isPhantom = options.image.empty();
     Sender sender(scheme, geometry, aboutStudy(isPhantom ? "phantom" : "picture"), *writer);

@@ -60,7 +60,8 @@ bool Collection::readTile(const kiv::Packet& packet, Tile& tile) const {
                      unsignedOf(packet, m_tileScheme.slices), unsignedOf(packet, m_tileScheme.tileSize),
                      unsignedOf(packet, m_tileScheme.maximum)};
     if (!tile.geometry.isValid()) return refuse("a study of impossible size");
-    if (m_geometry && tile.geometry != *m_geometry) return refuse("it belongs to another study");
+    if (m_geometry && (tile.geometry != *m_geometry || packet.getItem(m_tileScheme.about) != m_about))
+        return refuse("it belongs to another study");
     tile.index = unsignedOf(packet, m_tileScheme.index);
     if (tile.index >= tile.geometry.getTiles()) return refuse("there is no tile of this number");
 

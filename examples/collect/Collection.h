@@ -19,6 +19,9 @@ public:
     // The same for a packet that was kept: whether it is a part of what was collected, bit for bit.
     bool confirms(kiv::Packet& packet) const;
 
+    const study::TileScheme& getTileScheme() const { return m_tileScheme; }
+    const study::EndScheme& getEndScheme() const { return m_endScheme; }
+
     // Null before the first tile.
     const study::Geometry* getGeometry() const { return m_geometry ? &*m_geometry : nullptr; }
     const kiv::Item& getAbout() const { return m_about; }

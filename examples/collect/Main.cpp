@@ -1,9 +1,10 @@
-// Receives what `acquire` writes: keeps the packets in a file, puts the pictures together, checks both, writes PGM
-// files and shows one slice.
+// Receives what `acquire` writes: keeps the packets in a file and in a store, puts the pictures together, checks all of
+// them against each other, writes PGM files and shows one slice.
 
 #include "Collection.h"
 #include "Picture.h"
 #include "ProgressLine.h"
+#include "StudyStore.h"
 
 #include "kiv/data/FilePacketReader.h"
 #include "kiv/data/FilePacketWriter.h"
@@ -40,7 +41,7 @@ struct Totals {
 };
 
 void describe(CLI::App& app, Options& options) {
-    app.add_option("-o,--out", options.folder, "Where the packet file and the pictures go; made when it is not there")
+    app.add_option("-o,--out", options.folder, "Where the files go; made when it is not there")
         ->type_name("FOLDER")
         ->capture_default_str();
     app.add_option("--slice", options.slice, "Which slice to show, from 0 (the middle one)");
@@ -77,6 +78,7 @@ private:
     void takePacket(kiv::Packet& packet, kiv::FilePacketWriter& writer);
     bool checkCompleteness() const;
     bool checkFile() const;
+    bool keepStore();
     bool writePictures() const;
     void draw() const;
     void summarise() const;
@@ -84,6 +86,7 @@ private:
     const Options& m_options;
     const std::string m_packetPath;
     Collection m_collection;
+    StudyStore m_store{m_collection};
     Totals m_totals;
 };
 
@@ -91,6 +94,7 @@ void Run::takePacket(kiv::Packet& packet, kiv::FilePacketWriter& writer) {
     switch (m_collection.take(packet)) {
     case Collection::Result::Taken:
         writer.write(&packet);
+        m_store.add(packet);
         ++m_totals.packets;
         m_totals.bytes += packet.getPayloadSize();
         break;
@@ -123,6 +127,7 @@ bool Run::receive() {
         }
     }
     if (start) m_totals.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - *start).count();
+    m_store.finish();
     if (!writer.close()) return complain(m_packetPath + " can't be written in full"), false;
     return true;
 }
@@ -152,6 +157,26 @@ bool Run::checkFile() const {
     complain(
         fmt::format("{} read again: {} of {} packets are as they arrived", m_packetPath, confirmed, m_totals.packets));
     return false;
+}
+
+// Saves the store, and checks what can be made of it: a copy, and a packet file like the one that was kept.
+bool Run::keepStore() {
+    const std::string storePath = m_options.folder + "/study.store", tablePath = m_options.folder + "/table.packets";
+    if (m_collection.getGeometry()) print(m_store.describe());
+    const std::optional<uint64_t> copied = m_store.copyWithoutLog();
+    if (!copied) complain("a copy of the store is not what it was copied from");
+    const bool isWritten = m_store.writeTable(tablePath);
+    if (!isWritten) complain(tablePath + " can't be written in full");
+    const bool isSame = isWritten && m_store.confirmsTable(tablePath);
+    if (isWritten && !isSame) complain(tablePath + " is not what arrived");
+    m_store.takeLog();
+    const bool isSaved = m_store.save(storePath);
+    if (!isSaved) complain(storePath + " can't be written");
+    if (!copied || !isSame || !isSaved) return false;
+    print(fmt::format("{}: {} entries without the log; its table, written again to {}, is record for record what "
+                      "arrived\n",
+                      storePath, *copied, tablePath));
+    return true;
 }
 
 bool Run::writePictures() const {
@@ -201,6 +226,7 @@ int Run::collect() {
         if (isWritten) print(fmt::format("pictures: {} in {}/slice-*.pgm\n", geometry->slices, m_options.folder));
         isGood = isGood && isKept && isWritten;
     }
+    isGood = keepStore() && isGood;
     summarise();
     return isGood && m_totals.refused == 0 ? 0 : 1;
 }
@@ -218,6 +244,6 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
-    kiv::logging::LogBackend::registerBackend(false);
+    kiv::logging::LogBackend::registerBackend(true); // the log goes into the store
     return Run(options).collect();
 }

@@ -57,9 +57,10 @@ struct Geometry {
     }
 };
 
-// One tile. The first devices sent it without checksum; what they send is still understood.
+// One tile. The first devices sent it without checksum; what they send is still understood. The newest version is that
+// of a table's entries: whoever keeps tiles in one gives them their names.
 struct TileScheme : kiv::PacketScheme {
-    enum class Generation { First, Newest };
+    enum class Generation { First, Checked, Newest };
     static constexpr int64_t noChecksum = -1;
     static constexpr unsigned largestSampleCount = Geometry::largestTile * Geometry::largestTile;
 
@@ -68,6 +69,9 @@ struct TileScheme : kiv::PacketScheme {
         if (generation == Generation::First) return;
         NextVersion();
         checksum = Number<int64_t>("checksum", noChecksum);
+        if (generation == Generation::Checked) return;
+        NextVersion();
+        id = Table();
     }
 
     const Field about = Item("about", UpTo(65536)); // a table: of what the study is, and which series of it
@@ -82,6 +86,8 @@ struct TileScheme : kiv::PacketScheme {
     const Field samples16 = Numbers<uint16_t>("samples16", UpTo(largestSampleCount));
     // CRC-32C of the samples.
     Field checksum;
+    // The name of the entry; null in what comes from a device.
+    Field id;
 };
 
 // The sender's last word. Without it the study has been cut off.

@@ -15,7 +15,7 @@ run(COMMAND ${kiv} packets made/study.packets)
 expect_equal("a good file" "${status}" "0")
 expect_part("its count" "${err}" "kiv packets: 2 records, ")
 expect_part("its verdict" "${err}" "undamaged")
-expect_part("its first record" "${out}" "           0       ${first_payload}      0     -1    201  0002       1  ")
+expect_part("its first record" "${out}" "           0       ${first_payload}      0     -1    201  0002       2  ")
 expect_part("its last record" "${out}"
     "${second}        12      0     -1    202  0002       0  01 00 00 00 ")
 
