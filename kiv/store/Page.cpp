@@ -116,6 +116,9 @@ int Page::compareAt(unsigned index, const SortKey& key) const {
 }
 
 Page::Place Page::findAmongEqualHeads(unsigned begin, const SortKey& key) const {
+    // What a hit will look at next, while the key is compared.
+    KIV_PREFETCH(bytes() + slots()[begin].offset + 64);
+    KIV_PREFETCH(m_views + begin);
     const uint64_t head = slots()[begin].getHead();
     // Most often there is but one.
     if (const int order = compareAt(begin, key); order >= 0) return {begin, order == 0};
@@ -276,7 +279,7 @@ unsigned Page::getMiddle() const {
 }
 
 void Page::setPrefix(const uint8_t* from, size_t prefixSize) noexcept {
-    if (prefixSize != 0) std::memmove(prefix(), from, prefixSize);
+    if (prefixSize != 0 && from != prefix()) std::memmove(prefix(), from, prefixSize);
     m_prefixSize = static_cast<uint16_t>(prefixSize);
     m_slotsBegin = static_cast<uint16_t>(sizeof(Page) + (prefixSize + 7) / 8 * 8);
 }
@@ -314,11 +317,14 @@ void Page::compact() noexcept {
 void Page::shortenPrefix(size_t prefixSize) {
     uint64_t heads[maximumCount];
     computeHeads(0, m_count, prefixSize, heads);
-    const PageCopy copy(*this);
-    const Page& from = copy.get();
-    clear();
-    setPrefix(from.prefix(), prefixSize);
-    copyEntries(from, 0, from.m_count, heads);
+    const Slot* from = slots();
+    setPrefix(prefix(), prefixSize);
+    // The slots move towards the front, the records stay.
+    Slot* to = slots();
+    for (unsigned i = 0; i < m_count; ++i) {
+        to[i] = from[i];
+        to[i].setHead(heads[i]);
+    }
 }
 
 void Page::moveTail(unsigned from, Page& to) {
