@@ -159,7 +159,7 @@ void Item::setPlain(const ConstByteSpan& encoded) {
     } else if (m_capacity == 0) {
         useInline();
     }
-    if (size != 0) std::memmove(m_data, bytes, size); // the source may lie in this item, or in the old block
+    internal::copyShort(m_data, bytes, size); // the source may lie in this item, or in the old block
     m_size = size;
     ::operator delete(oldBlock);
 }

@@ -15,6 +15,7 @@ namespace kiv {
 
 namespace {
 
+using internal::differenceAt;
 using internal::loadUnaligned;
 
 constexpr auto typeInt64 = static_cast<uint8_t>(ValueType::Int64);
@@ -23,10 +24,6 @@ constexpr auto typeWildcard = static_cast<uint8_t>(ValueType::Wildcard);
 template <class T>
 int order(T a, T b) {
     return a < b ? -1 : a > b ? 1 : 0;
-}
-
-uint64_t differenceAt(const uint8_t* a, const uint8_t* b, size_t at) {
-    return loadUnaligned<uint64_t>(a + at) ^ loadUnaligned<uint64_t>(b + at);
 }
 
 // How many leading bytes are equal.

@@ -25,23 +25,53 @@ void storeUnaligned(void* to, T value) {
     std::memcpy(to, &value, sizeof(T));
 }
 
-// Copies without a call what fits two words or two pairs of them: the last word may overlap the first.
+template <size_t Size>
+struct Bytes {
+    uint8_t bytes[Size];
+};
+
+// Copies or compares without a call what fits two words or two pairs of them: the last word may overlap the first. The
+// source of a copy may overlap its target.
+template <class Word>
+void copyTwo(uint8_t* to, const uint8_t* from, size_t size) {
+    const auto first = loadUnaligned<Word>(from), last = loadUnaligned<Word>(from + size - sizeof(Word));
+    storeUnaligned(to, first);
+    storeUnaligned(to + size - sizeof(Word), last);
+}
+
 inline void copyShort(uint8_t* to, const void* from, size_t size) {
     const auto* bytes = static_cast<const uint8_t*>(from);
     if (size > 32) {
-        std::memcpy(to, bytes, size);
+        std::memmove(to, bytes, size);
     } else if (size >= 16) {
-        std::memcpy(to, bytes, 16);
-        std::memcpy(to + size - 16, bytes + size - 16, 16);
+        copyTwo<Bytes<16>>(to, bytes, size);
     } else if (size >= 8) {
-        std::memcpy(to, bytes, 8);
-        std::memcpy(to + size - 8, bytes + size - 8, 8);
+        copyTwo<uint64_t>(to, bytes, size);
     } else if (size >= 4) {
-        std::memcpy(to, bytes, 4);
-        std::memcpy(to + size - 4, bytes + size - 4, 4);
-    } else {
-        for (size_t i = 0; i < size; ++i) to[i] = bytes[i];
+        copyTwo<uint32_t>(to, bytes, size);
+    } else if (size != 0) {
+        const uint8_t first = bytes[0], middle = bytes[size / 2], last = bytes[size - 1];
+        to[0] = first;
+        to[size / 2] = middle;
+        to[size - 1] = last;
     }
+}
+
+inline uint64_t differenceAt(const uint8_t* a, const uint8_t* b, size_t at) {
+    return loadUnaligned<uint64_t>(a + at) ^ loadUnaligned<uint64_t>(b + at);
+}
+
+inline bool isSameShort(const uint8_t* a, const uint8_t* b, size_t size) {
+    if (size > 32) return std::memcmp(a, b, size) == 0;
+    if (size >= 16) {
+        return (differenceAt(a, b, 0) | differenceAt(a, b, 8) | differenceAt(a, b, size - 16) |
+                differenceAt(a, b, size - 8)) == 0;
+    }
+    if (size >= 8) return (differenceAt(a, b, 0) | differenceAt(a, b, size - 8)) == 0;
+    for (size_t i = 0; i < size; ++i) {
+        if (a[i] != b[i]) return false;
+    }
+    return true;
 }
 
 // The index of the first zero byte, or `size`. Short texts are the rule, so words are searched in place, without a

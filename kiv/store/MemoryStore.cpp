@@ -2,7 +2,6 @@
 
 #include "kiv/logging/MessageStream.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace kiv {
@@ -73,7 +72,8 @@ void MemoryStore::remove(const Item& from, const Item& to) {
 bool MemoryStore::isAtCursor(const Item& key) const {
     if (!m_cursor) return false;
     const ConstByteSpan at = m_cursor.getKey();
-    return std::equal(at.begin(), at.end(), key.getPlainBytePointer(), key.getPlainBytePointer() + key.getPlainSize());
+    return at.getSize() == key.getPlainSize() &&
+           internal::isSameShort(at.getBytePointer(), key.getPlainBytePointer(), at.getSize());
 }
 
 bool MemoryStore::handOut(const PageTree::Cursor& cursor, Item& out) {
