@@ -329,22 +329,19 @@ void Page::shortenPrefix(size_t prefixSize) {
 
 void Page::moveTail(unsigned from, Page& to) {
     if (from == m_count) return;
-    std::optional<SortKey> scratch[2];
+    std::optional<SortKey> scratch[3];
     uint64_t heads[maximumCount];
-    {
-        const SortBytes first = getSortBytes(from, scratch[0]);
-        const size_t prefixSize = std::min(commonSize(first, getSortBytes(m_count - 1U, scratch[1])), maximumPrefix);
-        computeHeads(from, m_count, prefixSize, heads + from);
-        to.setPrefix(first.data, prefixSize);
-    }
-    const PageCopy copy(*this);
+    const SortBytes first = getSortBytes(0, scratch[0]), tail = getSortBytes(from, scratch[1]);
+    const size_t tailPrefixSize = std::min(commonSize(tail, getSortBytes(m_count - 1U, scratch[2])), maximumPrefix);
     // A longer prefix needs room that there is not where most of the page stays.
-    const SortBytes first = getSortBytes(0, scratch[0]);
     const size_t prefixSize = from > getMiddle()
                                   ? m_prefixSize
-                                  : std::min(commonSize(first, getSortBytes(from - 1, scratch[1])), maximumPrefix);
+                                  : std::min(commonSize(first, getSortBytes(from - 1, scratch[2])), maximumPrefix);
     computeHeads(0, from, prefixSize, heads);
+    computeHeads(from, m_count, tailPrefixSize, heads + from);
 
+    const PageCopy copy(*this);
+    to.setPrefix(tail.data, tailPrefixSize);
     to.copyEntries(copy.get(), from, m_count, heads + from);
     clear();
     setPrefix(first.data, prefixSize);

@@ -44,23 +44,17 @@ ConstByteSpan bytesOf(Page* const& pointer) {
 } // namespace
 
 void PageTree::Cursor::previous() {
-    while (m_page && m_index == 0) {
+    if (m_index == 0) {
         m_page = m_page->getPrevious();
-        m_index = m_page ? m_page->getCount() : 0;
+        if (!m_page) return;
+        m_index = m_page->getCount();
     }
-    if (m_page) --m_index;
+    --m_index;
 }
 
-PageTree::PageTree(const PageTree& other) {
-    try {
-        for (Cursor at = other.first(); at; at.next()) {
-            const SortKey key(at.getKey());
-            addIfAbsent(key, at.m_page->at(at.m_index));
-        }
-    } catch (...) {
-        destroyAll(m_root);
-        throw;
-    }
+// Delegates, so that what throws halfway runs the destructor.
+PageTree::PageTree(const PageTree& other) : PageTree() {
+    for (Cursor at = other.first(); at; at.next()) addIfAbsent(SortKey(at.getKey()), at.m_page->at(at.m_index));
 }
 
 PageTree::PageTree(PageTree&& other) noexcept {
@@ -177,10 +171,7 @@ PageTree::Cursor PageTree::below(const Item& key) const {
 }
 
 PageTree::Cursor PageTree::first() const {
-    if (m_count == 0) return {};
-    Cursor cursor(m_firstLeaf, 0);
-    if (m_firstLeaf->getCount() == 0) cursor.next();
-    return cursor;
+    return m_count == 0 ? Cursor() : Cursor(m_firstLeaf, 0);
 }
 
 bool PageTree::goToNextLeaf(Path& path) const {
@@ -269,10 +260,10 @@ void PageTree::remove(const SortKey& from, const SortKey& to, PageTree* undo) {
         const unsigned begin = path.place.index, count = path.leaf->getCount();
         const Page::Place last = path.leaf->find(to);
         const unsigned end = last.index + (last.exact ? 1 : 0);
-        if (end <= begin && count != 0) return;
+        if (end <= begin) return;
         if (undo) keep(*undo, *path.leaf, begin, end);
         eraseAt(path, begin, end);
-        if (end < count || m_count == 0) return;
+        if (end < count) return;
     }
 }
 

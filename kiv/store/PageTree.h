@@ -10,8 +10,9 @@
 namespace kiv {
 
 // Items under items in order, packed into pages that form a B+ tree. Entries are copied in and out; what is handed out
-// in place stays valid until the next change of the tree. Threads: one at a time. What throws (std::bad_alloc,
-// std::length_error) has changed nothing.
+// in place stays valid until the next change of the tree. Threads: one at a time. Failures: where memory ends, searches
+// and set() throw std::bad_alloc and leave the entries as they were; the changes of several entries say themselves what
+// they leave.
 class KIV_API PageTree {
 public:
     // An entry, or none. Valid until the next change of the tree.
@@ -35,6 +36,7 @@ public:
     };
 
     PageTree() = default;
+    // A copy has its own memory, packed anew.
     PageTree(const PageTree& other);
     PageTree(PageTree&& other) noexcept;
     PageTree& operator=(const PageTree& other);
@@ -56,14 +58,17 @@ public:
     // An item that views the value; one for each entry.
     const Item* view(const Cursor& cursor, Store* store) { return cursor.m_page->view(m_pool, cursor.m_index, store); }
 
-    // Inserts the entry or gives the key that is there its value. Into `undo`, unless null or it knows the key, goes
-    // what was there before: an entry, or the absence of one. The entry may lie in this tree.
+    // Inserts the entry or gives the key that is there its value; the key stays as it was first written. Into `undo`,
+    // unless null or it knows the key, goes what was there before: an entry, or the absence of one. What throws may
+    // have got that far, which does no harm. The entry may lie in this tree.
     void set(const internal::SortKey& key, const internal::EntryView& entry, PageTree* undo = nullptr);
-    // Removes all entries from `from` to `to`, both included; into `undo` as above.
+    // Removes all entries from `from` to `to`, both included, which must not lie in this tree; into `undo` as above.
+    // What throws has removed none or some, the lowest first, and `undo` has all of these.
     void remove(const internal::SortKey& from, const internal::SortKey& to, PageTree* undo = nullptr);
-    // Undoes what went into `undo`, which is empty then.
+    // Undoes what went into `undo`, which is empty then. What throws leaves `undo` as it is, and can be done again.
     void revert(PageTree& undo);
-    // Takes the entries whose keys it does not know yet; `other` is empty then.
+    // Takes the entries whose keys it does not know yet; `other` is empty then. What throws has taken none or some, and
+    // leaves `other` as it is.
     void absorb(PageTree& other);
     void clear() noexcept;
     void swap(PageTree& other) noexcept;
@@ -128,12 +133,9 @@ inline ConstByteSpan PageTree::Cursor::getValue() const {
 }
 
 inline void PageTree::Cursor::next() {
-    ++m_index;
-    // A leaf may be empty for the moment after a split.
-    while (m_page && m_index >= m_page->getCount()) {
-        m_page = m_page->getNext();
-        m_index = 0;
-    }
+    if (++m_index < m_page->getCount()) return;
+    m_page = m_page->getNext();
+    m_index = 0;
 }
 
 } // namespace kiv
