@@ -18,7 +18,14 @@
 
 namespace {
 std::atomic<size_t> count{0};
+// The allocations that fail, by their numbers.
+std::atomic<size_t> firstFailure{~size_t{0}}, failures{0};
+
+bool mayAllocate() {
+    const size_t number = count++;
+    return number < firstFailure || number - firstFailure >= failures;
 }
+} // namespace
 
 namespace support {
 
@@ -34,13 +41,26 @@ size_t allocationCount() {
     return count.load();
 }
 
+AllocationFault::AllocationFault(size_t successes, size_t times) {
+    firstFailure = count + successes;
+    failures = times;
+}
+
+AllocationFault::~AllocationFault() {
+    failures = 0;
+}
+
+bool AllocationFault::happened() const {
+    return count > firstFailure;
+}
+
 } // namespace support
 
 #if KIV_COUNTS_ALLOCATIONS
 void* operator new(size_t size) {
-    ++count;
-    if (void* block = std::malloc(size != 0 ? size : 1)) return block;
-    throw std::bad_alloc();
+    void* block = mayAllocate() ? std::malloc(size != 0 ? size : 1) : nullptr;
+    if (!block) throw std::bad_alloc();
+    return block;
 }
 
 void operator delete(void* block) noexcept {
@@ -49,4 +69,21 @@ void operator delete(void* block) noexcept {
 void operator delete(void* block, size_t) noexcept {
     std::free(block);
 }
+
+#if !defined(_WIN32)
+void* operator new(size_t size, std::align_val_t alignment) {
+    void* block = nullptr;
+    if (!mayAllocate() || ::posix_memalign(&block, static_cast<size_t>(alignment), size != 0 ? size : 1) != 0) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+void operator delete(void* block, std::align_val_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, size_t, std::align_val_t) noexcept {
+    std::free(block);
+}
+#endif
 #endif

@@ -7,6 +7,14 @@
 #include <sys/resource.h>
 #endif
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KIV_IS_SANITIZED 1
+#elif defined(__has_feature)
+#define KIV_IS_SANITIZED (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#else
+#define KIV_IS_SANITIZED 0
+#endif
+
 namespace support {
 
 #if defined(_WIN32)
@@ -25,6 +33,9 @@ bool deleteRegistryKey(const char* keyPath) {
 
 FileSizeLimit::FileSizeLimit(uint64_t) {}
 FileSizeLimit::~FileSizeLimit() = default;
+
+MemoryLimit::MemoryLimit() = default;
+MemoryLimit::~MemoryLimit() = default;
 
 #else
 
@@ -55,6 +66,27 @@ FileSizeLimit::~FileSizeLimit() {
     limit.rlim_cur = m_before;
     ::setrlimit(RLIMIT_FSIZE, &limit);
     std::signal(SIGXFSZ, SIG_DFL);
+}
+
+MemoryLimit::MemoryLimit() {
+#if !KIV_IS_SANITIZED
+    // The stack may not grow either, so it grows now.
+    volatile char stack[256 * 1024];
+    for (size_t at = 0; at < sizeof(stack); at += 1024) stack[at] = 0;
+    rlimit limit;
+    ::getrlimit(RLIMIT_AS, &limit);
+    m_before = limit.rlim_cur;
+    limit.rlim_cur = 0;
+    m_isInForce = ::setrlimit(RLIMIT_AS, &limit) == 0;
+#endif
+}
+
+MemoryLimit::~MemoryLimit() {
+    if (!m_isInForce) return;
+    rlimit limit;
+    ::getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = m_before;
+    ::setrlimit(RLIMIT_AS, &limit);
 }
 
 #endif

@@ -28,4 +28,20 @@ private:
     uint64_t m_before = 0;
 };
 
+// While it lives, the process gets no more memory from the system. Does nothing, and is not in force, on systems
+// without such limits and under sanitizers, which want memory themselves.
+class MemoryLimit {
+public:
+    MemoryLimit();
+    MemoryLimit(const MemoryLimit&) = delete;
+    MemoryLimit& operator=(const MemoryLimit&) = delete;
+    ~MemoryLimit();
+
+    bool isInForce() const { return m_isInForce; }
+
+private:
+    bool m_isInForce = false;
+    uint64_t m_before = 0;
+};
+
 } // namespace support
