@@ -2,6 +2,7 @@
 
 #include "kiv/core/ByteSpan.h"
 #include "kiv/data/Item.h"
+#include "kiv/platform/Compiler.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +22,7 @@ constexpr uint64_t bigEndian(uint64_t value) {
 // elements. It refers to the encoding it was made from.
 class SortKey {
 public:
-    explicit SortKey(ConstByteSpan encoded);
+    KIV_API explicit SortKey(ConstByteSpan encoded);
     explicit SortKey(const Item& key) : SortKey(key.getConstByteSpan()) {}
     SortKey(const SortKey&) = delete;
     SortKey& operator=(const SortKey&) = delete;
