@@ -1,12 +1,14 @@
 #include "kiv/store/RecencyCache.h"
 
+#include <algorithm>
 #include <cassert>
 #include <memory>
 
 namespace kiv::internal {
 
-RecencyCache::RecencyCache() : m_slots{} {
+RecencyCache::RecencyCache() {
     static_assert(slotCount >= 2 * capacity, "a search ends at an empty slot");
+    std::fill_n(m_slots, slotsAtFirst, Slot{});
     m_links[ends] = {0, ends, ends};
 }
 
@@ -47,12 +49,18 @@ void RecencyCache::leaveSlot(Index node) noexcept {
     unsigned gap = homeOf(m_links[node].hash);
     while (m_slots[gap].node != node || m_slots[gap].generation != m_generation) gap = after(gap);
     for (unsigned at = after(gap); m_slots[at].generation == m_generation; at = after(at)) {
-        const unsigned distance = (at - homeOf(m_slots[at].hash)) % slotCount;
-        if (distance < (at - gap) % slotCount) continue;
+        const unsigned distance = (at - homeOf(m_slots[at].hash)) & m_lastSlot;
+        if (distance < ((at - gap) & m_lastSlot)) continue;
         m_slots[gap] = m_slots[at];
         gap = at;
     }
     m_slots[gap].generation = 0;
+}
+
+void RecencyCache::doubleSlots() noexcept {
+    m_lastSlot = 2 * m_lastSlot + 1;
+    std::fill_n(m_slots, m_lastSlot + 1, Slot{});
+    for (Index node = m_links[ends].next; node != ends; node = m_links[node].next) enterSlot(node);
 }
 
 RecencyCache::Entry& RecencyCache::add(const ConstByteSpan& key, uint32_t hash, const Item* value, Store* owner) {
@@ -71,6 +79,7 @@ RecencyCache::Entry& RecencyCache::add(const ConstByteSpan& key, uint32_t hash, 
     }
     made.value.setStore(value ? owner : nullptr);
     m_links[node].hash = hash;
+    if (4 * m_size > m_lastSlot && m_lastSlot < slotCount - 1) doubleSlots();
     enterSlot(node);
     linkFirst(node);
     ++m_size;
@@ -94,7 +103,7 @@ void RecencyCache::clear() noexcept {
     m_links[ends] = {0, ends, ends};
     m_size = 0;
     if (++m_generation == 0) { // once in 65535 times: no slot may look new again
-        for (Slot& slot : m_slots) slot.generation = 0;
+        std::fill_n(m_slots, m_lastSlot + 1, Slot{});
         m_generation = 1;
     }
 }
