@@ -5,6 +5,7 @@
 #include "kiv/data/PacketWriter.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/store/GUIDDomainDB.h"
+#include "kiv/store/ItemBound.h"
 #include "kiv/store/ScopedTransaction.h"
 
 #include <fmt/format.h>
@@ -83,20 +84,23 @@ bool Table::findEntry(const GUID& guid, Item& outKey, String& error) {
     return true;
 }
 
-// The key that the store finds next may lie below a child that does not exist: then there is no entry, but its
-// siblings still follow.
+// The key that the store finds next may lie below a child that does not exist, or end in the middle of an element: then
+// there is no entry, but others still follow.
 void Table::forEachEntry(const std::function<void(const GUID&, const Item&)>& visit) const {
+    if (!m_root.exists()) return;
     const int depth = m_root.getDepth() + 1;
+    const ItemBound end(m_root, ValueType::Meta);
+    ItemBound behind;
     Item key;
-    if (!m_root.child(key)) return;
-    do {
-        const bool exists = key.getDepth() == depth;
+    for (bool more = m_store->next(m_root, key); more && Item::compareTotal(key, end) < 0;
+         more = m_store->next(behind, key)) {
+        const unsigned size = key.getPlainSize();
         key.reduceDepthTo(depth);
-        Item::Iterator it = key.getIterator();
-        it.skip(depth - 1);
         GUID guid;
-        if (exists && it.asGUID(guid)) visit(guid, key);
-    } while (key.next());
+        Item::Iterator it = key.getIterator();
+        if (key.getPlainSize() == size && it.skip(depth - 1) && it.asGUID(guid)) visit(guid, key);
+        behind.set(key, key.getPlainSize(), ValueType::End);
+    }
 }
 
 void Table::writePacketSequence(PacketWriter* writer,
