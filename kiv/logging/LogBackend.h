@@ -2,6 +2,7 @@
 
 #include "kiv/core/Signal.h"
 #include "kiv/logging/LogMessage.h"
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
