@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -19,6 +18,7 @@
 #include <memory>
 #include <new>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -99,66 +99,25 @@ TEST_F(CacheStoreTest, KeepsWhatWasUsedLast) {
     EXPECT_TRUE(hits(Item(4)));
 }
 
-TEST_F(CacheStoreTest, RemembersThatAKeyIsAbsent) {
-    EXPECT_EQ(cache->get(Item("absent")), nullptr);
-    EXPECT_EQ(cache->get(Item("absent")), nullptr);
-    EXPECT_EQ(cache->getMissCount(), 1u);
-    EXPECT_EQ(cache->getHitCount(), 1u);
-    EXPECT_EQ(backing->gets, 1u);
-    cache->set(Item("absent"), Item());
-    ASSERT_NE(cache->get(Item("absent")), nullptr);
-    EXPECT_EQ(backing->gets, 1u);
-}
-
-TEST_F(CacheStoreTest, BindsWhatItHandsOutToItself) {
-    cache->set(Item("b"), Item(1));
+TEST_F(CacheStoreTest, TransactionsOfItsKeysGoThroughIt) {
     backing->MemoryStore::set(Item("a"), Item(2));
-    EXPECT_EQ(cache->get(Item("a"))->getStore(), cache.get());
-    EXPECT_EQ(cache->get(Item("b"))->getStore(), cache.get());
     Item key;
     ASSERT_TRUE(cache->first(key));
-    EXPECT_EQ(key.getStore(), cache.get());
-    EXPECT_TRUE(cache->next(key, key) && key.getStore() == cache.get());
-    EXPECT_FALSE(cache->next(key, key));
-    EXPECT_TRUE(cache->prev(key, key) && key.getStore() == cache.get());
-    EXPECT_EQ(key, Item("a"));
-    key.begin(); // through the cache, which therefore sees the end
+    key.begin();
     key.store(Item(3));
     key.rollback();
-    EXPECT_EQ(at(Item("a")), "{<INT:2>}");
-}
-
-TEST_F(CacheStoreTest, IsEmptiedByRemovalRollbackAndOnDemand) {
-    const auto check = [&](auto change) {
-        fill(3);
-        EXPECT_TRUE(hits(Item(1)));
-        change();
-        EXPECT_FALSE(hits(Item(1)));
-    };
-    check([&] { cache->remove(Item(0), Item(0)); });
-    EXPECT_EQ(at(Item(0)), "-");
-    check([&] { cache->begin(), cache->rollback(); });
-    check([&] { cache->invalidate(); });
-    fill(3);
-    cache->begin();
-    cache->set(Item(1), Item("other"));
-    cache->commit();
-    EXPECT_TRUE(hits(Item(1)));
+    EXPECT_EQ(at(Item("a")), text(Item(2)));
 }
 
 TEST_F(CacheStoreTest, WithoutABackingStoreDoesNothing) {
     CacheStore none(nullptr);
     Item out("out");
-    EXPECT_FALSE(none.good());
-    none.set(Item(1), Item(1));
+    none.set(Item(1), Item(1)), none.remove(Item(), Item("z"));
     none.begin(), none.commit(), none.rollback(), none.close(), none.flush(), none.invalidate();
-    none.remove(Item(), Item("z"));
     EXPECT_EQ(none.get(Item(1)), nullptr);
     EXPECT_FALSE(none.first(out) || none.next(Item(), out) || none.prev(Item("z"), out));
-    EXPECT_EQ(none.getSizeInBytes(), 0);
-    EXPECT_EQ(none.getHitCount() + none.getMissCount(), 0u);
-    CacheStore copy(none);
-    EXPECT_FALSE(copy.good());
+    EXPECT_EQ(none.getSizeInBytes() + none.getHitCount() + none.getMissCount(), 0);
+    EXPECT_FALSE(CacheStore(none).good());
 }
 
 TEST_F(CacheStoreTest, CopiesAndMovesHandOutTheirOwnValues) {
@@ -172,13 +131,10 @@ TEST_F(CacheStoreTest, CopiesAndMovesHandOutTheirOwnValues) {
     EXPECT_EQ(copy.getMissCount(), 1u);
 
     CacheStore moved(std::move(copy));
-    EXPECT_FALSE(copy.good());
-    EXPECT_EQ(copy.get(Item(1)), nullptr);
+    EXPECT_FALSE(copy.good() || copy.get(Item(1)));
+    EXPECT_EQ(moved.getMissCount(), 1u);
     EXPECT_EQ(moved.get(Item(1))->getStore(), &moved);
     EXPECT_EQ(moved.get(Item(2)), nullptr);
-    EXPECT_EQ(moved.getMissCount(), 1u);
-    moved = *cache;
-    EXPECT_EQ(moved.get(Item(1))->getStore(), &moved);
     copy = std::move(moved);
     EXPECT_EQ(copy.get(Item(1))->getStore(), &copy);
     EXPECT_EQ(copy.getBackingStore(), backing.get());
@@ -296,14 +252,10 @@ TEST_F(CacheStoreTest, ASetIsSeenThroughEverySpellingAndKeepsTheFirst) {
     ASSERT_TRUE(backing->first(key));
     EXPECT_EQ(key.getBase16(), wide.getBase16()); // the backing store has what it was given
     EXPECT_FALSE(backing->next(key, key));
-}
-
-TEST_F(CacheStoreTest, NestingOfKeysHasNoLimit) {
-    const auto deep = [](const std::string& inner) {
-        const int levels = 200000;
+    const auto deep = [](const std::string& inner) { // as deep as would overrun a stack
         std::string bytes;
-        for (int i = levels; i > 0; --i) {
-            const auto size = static_cast<uint32_t>(inner.size() + 5u * static_cast<uint32_t>(i - 1));
+        for (auto size = static_cast<uint32_t>(inner.size()) + 5 * 200000; size > inner.size();) {
+            size -= 5;
             bytes += bytesOf(9, &size, 4);
         }
         return plain(bytes + inner);
@@ -352,24 +304,25 @@ TEST_F(CacheStoreTest, FollowsTheModelOfAListByRecency) {
         const int64_t number = below(2) == 0 ? below(500) : below(14000);
         const Item key =
             plain(spelled(number, number < 128 ? static_cast<int>(below(4)) : 2 + static_cast<int>(below(2))));
-        const unsigned what = below(40000);
-        if (what < 6000) {
+        const unsigned what = below(100000); // seldom anything that empties the cache, so that it fills up
+        if (what < 15000) {
             const Item value = below(8) == 0 ? Item(std::string(100, 'v').c_str()) : Item(step);
             cache->set(key, value);
             model.use(key);
             content[key] = value;
-        } else if (what < 6004) {
+        } else if (what < 15003) {
             const Item to(number + 20);
             cache->remove(key, to);
             content.erase(content.lower_bound(key), content.upper_bound(to));
             model.clear();
-        } else if (what < 6008) {
+        } else if (what < 15010) {
             cache->begin();
             snapshots.push_back(content);
-        } else if (what < 6012 && !snapshots.empty()) {
-            const bool keep = below(2) == 0;
-            keep ? cache->commit() : cache->rollback();
-            if (!keep) {
+        } else if (what < 15017 && !snapshots.empty()) {
+            if (below(2) == 0) {
+                cache->commit();
+            } else {
+                cache->rollback();
                 content = snapshots.back();
                 model.clear();
             }
@@ -467,26 +420,22 @@ TEST(CacheStoreCosts, BucketsSpillAndCloseUp) {
     using kiv::internal::RecencyCache;
     const auto cache = std::make_unique<RecencyCache>();
     std::mt19937 random(5);
-    std::list<int> recency;
-    const auto hashOf = [](int i) { return 1023u + 1024u * static_cast<uint32_t>(i % 3 + 13); };
+    std::set<int> known;
     for (int step = 0; step < 20000; ++step) {
         const int number = static_cast<int>(random() % 60);
+        const uint32_t hash = 1023u + 1024u * static_cast<uint32_t>(number % 3 + 13);
         const Item key(number);
-        const auto known = std::find(recency.begin(), recency.end(), number);
-        auto* const found = cache->find(key.getConstByteSpan(), hashOf(number));
-        ASSERT_EQ(found != nullptr, known != recency.end());
-        if (found) {
-            ASSERT_EQ(found->key, key);
-            if (random() % 2 == 0)
-                cache->dropFirst();
-            else
-                continue;
-            recency.erase(known);
-        } else {
-            cache->add(key.getConstByteSpan(), hashOf(number), nullptr, nullptr);
-            recency.push_front(number);
+        const auto* const found = cache->find(key.getConstByteSpan(), hash);
+        ASSERT_EQ(found != nullptr, known.count(number) != 0);
+        if (!found) {
+            cache->add(key.getConstByteSpan(), hash, nullptr, nullptr);
+            known.insert(number);
+        } else if (random() % 2 == 0) {
+            EXPECT_EQ(found->key, key);
+            cache->dropFirst();
+            known.erase(number);
         }
-        ASSERT_EQ(cache->size(), recency.size());
+        ASSERT_EQ(cache->size(), known.size());
     }
 }
 

@@ -8,6 +8,7 @@
 #include "kiv/store/CacheStore.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/store/MemoryStore.h"
+#include "tests/data/Items.h"
 #include "tests/support/LogLines.h"
 
 #include <gtest/gtest.h>
@@ -160,6 +161,15 @@ TEST_F(TableTest, WritesOnePacketAnEntryInTheOrderOfKeys) {
     Item deep = below(GUID(3, 0, 0, 0));
     deep.addGUID(GUID(1, 0, 0, 0));
     deep.store(Item(1));
+    for (const Item& key : {table.getRoot(), below(GUID(8, 0, 0, 0))}) {
+        const auto* const bytes = reinterpret_cast<const char*>(key.getPlainBytePointer());
+        store->set(support::plain(std::string(bytes, key.getPlainSize()) + '\x20'), Item(8)); // no element
+    }
+    Item elsewhere = rootIn(store.get());
+    elsewhere.reduceDepthTo(1);
+    elsewhere.add(8);
+    elsewhere.addGUID(GUID(6, 0, 0, 0));
+    store->set(elsewhere, Item(6));
 
     support::LogLines log;
     EXPECT_EQ(written(nullptr), (std::vector<int64_t>{3, 5, 9}));
