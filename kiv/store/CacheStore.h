@@ -16,8 +16,8 @@ class RecencyCache;
 // through, so that nothing is ever unwritten. Keys and values that it hands out are bound to it.
 // While it is used, the backing store must be changed through it alone, transactions included: it does not see other
 // changes, nor those made through a second cache. Whoever made one calls invalidate().
-// Ownership: keeps the backing store. Without one (null, or moved from) it is not good() and does nothing.
-// Threads: one at a time, for reading as well.
+// Ownership: keeps the backing store. Without one (null, or moved from) it is not good() and does nothing. Threads: one
+// at a time, for reading as well. Failures: the backing store's exceptions go on; nothing is remembered of that key.
 class KIV_API CacheStore : public Store {
     KIV_OBJECT(CacheStore, Store)
 public:

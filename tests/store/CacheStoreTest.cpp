@@ -6,6 +6,7 @@
 #include "kiv/store/MemoryStore.h"
 #include "kiv/store/RecencyCache.h"
 #include "tests/data/Items.h"
+#include "tests/store/RandomKeys.h"
 #include "tests/support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +18,6 @@
 #include <map>
 #include <memory>
 #include <new>
-#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -70,13 +70,13 @@ struct CacheStoreTest : testing::Test {
     }
 };
 
-std::string bytesOf(uint8_t type, const void* payload, size_t size) {
-    return std::string(1, static_cast<char>(type)) + std::string(static_cast<const char*>(payload), size);
+std::string bytesOf(char type, const void* payload, size_t size) {
+    return std::string(1, type) + std::string(static_cast<const char*>(payload), size);
 }
 
 // An integer in a code that need not be the shortest one for it.
 std::string spelled(int64_t value, int form) {
-    static const uint8_t types[] = {8, 7, 6, 1};
+    static const char types[] = {8, 7, 6, 1};
     return bytesOf(types[form], &value, size_t{1} << form);
 }
 
@@ -196,48 +196,26 @@ TEST_F(CacheStoreTest, AFailureOfTheBackingStoreLeavesNoHalfEntry) {
     EXPECT_EQ(at(Item(3)), "-");
 }
 
-// Few values in many spellings, so that many pairs are equal. A hit on the second key says that the cache takes them
-// for the same.
+// A hit on the second key says that the cache takes them for the same.
 TEST_F(CacheStoreTest, FindsExactlyTheKeysThatAreEqual) {
-    std::mt19937 random(31);
-    const auto below = [&](unsigned end) { return static_cast<unsigned>(random() % end); };
-    const double floats[] = {0.0, -0.0, 1.5, NAN, -NAN, std::numeric_limits<double>::signaling_NaN()};
-    const auto make = [&](auto&& self, unsigned levels) -> std::string {
-        std::string bytes;
-        for (unsigned count = below(3) + (levels == 3); count > 0; --count) {
-            const unsigned kind = below(levels > 0 ? 12 : 9);
-            if (kind < 3) {
-                bytes += spelled(int64_t{below(2)} - 1, static_cast<int>(below(4)));
-            } else if (kind < 4) {
-                bytes += spelled(int64_t{130}, 1 + static_cast<int>(below(3)));
-            } else if (kind < 6) {
-                bytes += spelled(floats[below(6)]);
-            } else if (kind < 8) { // texts, buffers of what is no number there, marks
-                static const std::string others[] = {
-                    std::string("\3a\0", 3),         std::string("\4\3\0\0\0\7\1\0", 8), "\xC0", "\xFE", "\xFF",
-                    std::string("\5\2\0\0\0\7\1", 7)};
-                bytes += others[below(6)];
-            } else if (kind < 9) { // the end of what can be decoded
-                static const std::string cut[] = {std::string("\7\1", 2), std::string("\x20\7\1\0", 4), "\3ab"};
-                return bytes + cut[below(3)];
-            } else {
-                bytes += nested(self(self, levels - 1));
-            }
-        }
-        return bytes;
-    };
+    support::RandomKeys keys(31, 60);
     int equal = 0, different = 0;
-    for (int round = 0; round < 60000; ++round) {
-        const Item a = plain(make(make, 3)), b = plain(make(make, 3));
+    const auto check = [&](const Item& a, const Item& b) {
         const bool same = Item::compareTotal(a, b) == 0;
         cache->invalidate();
         cache->get(a);
         ASSERT_EQ(hits(b), same) << a.getBase16() << " " << b.getBase16();
-        const bool identical = a.getBase16() == b.getBase16();
-        ++(same && !identical ? equal : different);
+        if (a.getBase16() != b.getBase16()) ++(same ? equal : different);
+    };
+    for (int round = 0; round < 20000 && !HasFatalFailure(); ++round) {
+        const Item key = keys.key();
+        check(key, keys.random.oneIn(2) ? keys.disguised(key) : keys.key());
     }
-    EXPECT_GT(equal, 200);
-    EXPECT_GT(different, 200);
+    EXPECT_GT(equal, 1000);
+    EXPECT_GT(different, 1000);
+    for (const char code : {'\4', '\5', '\xC1'}) // bytes that look like elements, in a buffer, a pointer, a referee
+        check(plain(bytesOf(code, "\3\0\0\0\7\5", 7)), plain(bytesOf(code, "\2\0\0\0\b\5", 6)));
+    check(plain(spelled(std::numeric_limits<double>::signaling_NaN())), plain(spelled(NAN)));
 }
 
 TEST_F(CacheStoreTest, ASetIsSeenThroughEverySpellingAndKeepsTheFirst) {
@@ -293,13 +271,13 @@ private:
 TEST_F(CacheStoreTest, FollowsTheModelOfAListByRecency) {
     const unsigned seed = 20261121;
     SCOPED_TRACE(testing::Message() << "seed " << seed);
-    std::mt19937 random(seed);
-    const auto below = [&](unsigned end) { return static_cast<unsigned>(random() % end); };
+    support::Random random(seed);
+    const auto below = [&](unsigned end) { return static_cast<unsigned>(random.below(end)); };
     Model model;
     std::map<Item, Item, std::less<Item>> content;
     std::vector<std::map<Item, Item, std::less<Item>>> snapshots;
     uint32_t hitCount = 0, missCount = 0;
-    for (int step = 0; step < 250000; ++step) {
+    for (int step = 0; step < 120000; ++step) {
         // Half of the keys are drawn from few.
         const int64_t number = below(2) == 0 ? below(500) : below(14000);
         const Item key =
@@ -408,6 +386,7 @@ TEST(CacheStoreCosts, NothingComesBackAfterManyClears) {
     const auto cache = std::make_unique<RecencyCache>();
     const Item key("key"), other("other");
     cache->add(key.getConstByteSpan(), 1, &key, nullptr);
+    cache->add(other.getConstByteSpan(), 77, &other, nullptr); // whose node is the one that is used again
     for (int i = 0; i < 70000; ++i) {
         cache->clear();
         ASSERT_EQ(cache->find(key.getConstByteSpan(), 1), nullptr) << i;
@@ -419,10 +398,10 @@ TEST(CacheStoreCosts, NothingComesBackAfterManyClears) {
 TEST(CacheStoreCosts, BucketsSpillAndCloseUp) {
     using kiv::internal::RecencyCache;
     const auto cache = std::make_unique<RecencyCache>();
-    std::mt19937 random(5);
+    support::Random random(5);
     std::set<int> known;
     for (int step = 0; step < 20000; ++step) {
-        const int number = static_cast<int>(random() % 60);
+        const int number = static_cast<int>(random.below(60));
         const uint32_t hash = 1023u + 1024u * static_cast<uint32_t>(number % 3 + 13);
         const Item key(number);
         const auto* const found = cache->find(key.getConstByteSpan(), hash);
@@ -430,7 +409,7 @@ TEST(CacheStoreCosts, BucketsSpillAndCloseUp) {
         if (!found) {
             cache->add(key.getConstByteSpan(), hash, nullptr, nullptr);
             known.insert(number);
-        } else if (random() % 2 == 0) {
+        } else if (random.oneIn(2)) {
             EXPECT_EQ(found->key, key);
             cache->dropFirst();
             known.erase(number);
