@@ -25,7 +25,8 @@ public:
     LogDB& operator=(const LogDB&) = delete;
     ~LogDB() override;
 
-    // Appends the line and removes up to two of those above the limit, in one transaction.
+    // Appends the line and removes up to two of those above the limit, in one transaction. The text is kept up to its
+    // first zero character.
     void addLine(const logging::LogMessage* message);
     // Null when there is no such line or its record can't be read.
     std::optional<logging::LogMessage> getLine(int64_t index) const;

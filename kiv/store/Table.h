@@ -14,8 +14,8 @@ class ReportGenerator;
 
 // The children of one key of a store that are named by identifiers. Subclasses know what is kept below such an entry,
 // and make packets of it.
-// Ownership: counted; keeps the store of its root. Threads: as the store. Failures are returned with a text. Without
-// a store, which is one, everything fails.
+// Ownership: counted; keeps the store of its root. Threads: as the store. Failures: returned with a text, or logged
+// where nothing is returned; without a store everything fails.
 class KIV_API Table : public Object {
     KIV_OBJECT(Table, Object)
 public:
@@ -43,7 +43,7 @@ protected:
     // These set `outKey` on success and `error` on failure. New entries are named by the current GUIDDomainDB when that
     // has a domain, else by 256 random bits, and have an empty value.
     bool createEntry(Item& outKey, String& error);
-    // With everything below the entry.
+    // With everything below the entry. Requires: a key out of the other two; a key that is not bound is not found.
     bool deleteEntry(const Item& key, String& error);
     bool findEntry(const GUID& guid, Item& outKey, String& error);
 
