@@ -43,14 +43,15 @@ SmartPointer<Packet> packetOf(const Item* value, const PacketScheme* scheme) {
 void Item::storePacket(const Packet* packet) const {
     if (!hasScheme(packet)) return;
     const Item value = valueOf(*packet);
+    const unsigned size = m_size;
     if (!m_store) return store(value); // which logs it
+    Item part(*this);                  // a copy, as this key may borrow bytes of the store
     ScopedTransaction transaction(m_store);
-    remove();
-    store(Item());
-    Item part(*this);
+    part.remove();
+    part.store(Item());
     part.addString("scheme");
     part.store(packet->getScheme()->getFullName());
-    part.resizePlain(m_size);
+    part.resizePlain(size);
     part.addString("data");
     part.store(value);
     transaction.commit();

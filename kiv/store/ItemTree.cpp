@@ -224,18 +224,19 @@ void Item::createUniqueInteger(Item& out) const {
 
 void Item::archive(const char* name, const Item& value) const {
     if (!m_store) return logUnbound();
+    const Item source(value); // may borrow bytes of the store
     Item record(*this);
     do { // an earlier run's clock may have been ahead
         record.resizePlain(m_size);
         record.addInteger(Clock::current().getUniqueUtcMicroseconds());
     } while (record.exists());
     Item path;
-    path.addItem(value);
+    path.addItem(source);
     const Item archived = childNamed(record, "value");
     ScopedTransaction transaction(m_store);
-    // First, for it reads all before it writes, and the archive itself may lie below `value`.
-    archived.copyChildrenRecursive(value);
-    archived.copyValueFrom(value);
+    // First, for it reads all before it writes, and the archive itself may lie below the source.
+    archived.copyChildrenRecursive(source);
+    archived.copyValueFrom(source);
     childNamed(record, "type").store(name);
     childNamed(record, "path").store(path);
     transaction.commit();

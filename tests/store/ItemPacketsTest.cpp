@@ -84,6 +84,19 @@ TEST(ItemPackets, HaveTheirPlacesUnderTheKey) {
                                          "4E000000"
                                          "01000000"); // id, flags and the number
 
+    // A key that lies in one of the store's values.
+    Item path(&store);
+    path.add("path");
+    const Item name = list("packets", std::string(60, 'x').c_str());
+    path.store(list(name));
+    Item inValue;
+    ASSERT_TRUE(path.fetch()->getIterator().asWeakSubItem(inValue));
+    inValue.setStore(&store);
+    inValue.storePacket(cargo.get());
+    data = name;
+    data.setStore(&store);
+    EXPECT_TRUE(data.fetchPacket(&cargoScheme));
+
     const auto before = contentOf(store);
     store.setsLeft = 1;
     EXPECT_THROW(key.storePacket(cargo.get()), std::bad_alloc);
