@@ -89,46 +89,38 @@ private:
     ItemBound m_last;
 };
 
-} // namespace
-
-void Store::copyFrom(Store* source) {
-    if (!canCopy(source, this)) return;
-    logging::MessageStream(1, 2) << "[STORE] copying database";
+// Without a filter, all entries.
+void copyEntries(Store* source, Store& target, CopyFilter* filter) {
+    if (!canCopy(source, &target)) return;
+    logging::MessageStream(1, 2) << "[STORE] copying database" << (filter ? " with exclude filters" : "");
     const int64_t start = Clock::current().getMilliseconds();
     uint64_t count = 0;
-    ScopedTransaction transaction(this);
-    Item copy;
-    visitEntries(*source, [&](const Item& key, const Item& value) {
-        copy = value; // the stores may share what is behind them
-        set(key, copy);
-        ++count;
-    });
-    transaction.commit();
-    flush();
-    logCopied(count, Clock::current().getMilliseconds() - start);
-}
-
-void Store::copyFrom(Store* source, const Set<Item>& exclude) {
-    if (!canCopy(source, this)) return;
-    logging::MessageStream(1, 2) << "[STORE] copying database with exclude filters";
-    const int64_t start = Clock::current().getMilliseconds();
-    uint64_t count = 0;
-    ScopedTransaction transaction(this);
-    CopyFilter filter(exclude);
+    ScopedTransaction transaction(&target);
     Item key, copy;
     for (bool more = source->first(key); more;) {
-        const Item* last = filter.rejects(key);
+        const Item* last = filter ? filter->rejects(key) : nullptr;
         const Item* value = last ? nullptr : source->get(key);
         if (value) {
-            copy = *value; // as above
-            set(key, copy);
+            copy = *value; // the stores may share what is behind them
+            target.set(key, copy);
             ++count;
         }
         more = source->next(last ? *last : key, key);
     }
     transaction.commit();
-    flush();
+    target.flush();
     logCopied(count, Clock::current().getMilliseconds() - start);
+}
+
+} // namespace
+
+void Store::copyFrom(Store* source) {
+    copyEntries(source, *this, nullptr);
+}
+
+void Store::copyFrom(Store* source, const Set<Item>& exclude) {
+    CopyFilter filter(exclude);
+    copyEntries(source, *this, &filter);
 }
 
 void Store::dumpraw() {

@@ -30,23 +30,26 @@ public:
     // and `out` is as it was.
     virtual bool next(const Item& key, Item& out) = 0;
     virtual bool prev(const Item& key, Item& out) = 0;
-    // The smallest key of all.
+    // The smallest key of all; false when there is none.
     virtual bool first(Item& out) = 0;
-    // Transactions nest: commit() and rollback() close the innermost.
+    // Transactions nest: commit() and rollback() close the innermost. The changes of one that is committed belong to
+    // the transaction around it.
     virtual void begin() = 0;
     virtual void commit() = 0;
     virtual void rollback() = 0;
     // Releases the backing resource, resp. writes buffered changes to it.
     virtual void close() = 0;
     virtual void flush() = 0;
-    // Of the backing data.
+    // Of the backing data; 0 where there is none.
     virtual int64_t getSizeInBytes() const = 0;
 
-    // Copy all entries of `source` in one transaction; the second form leaves out what is at or below the keys in
-    // `exclude`, and entries with a marker (Meta, Referee, Wildcard, End) among the elements of their keys.
+    // Copy all entries of `source` in one transaction, over those that are here, and flush. The second form leaves out
+    // what is at or below the keys in `exclude`, and entries with a marker (Meta, Referee, Wildcard, End) among the
+    // elements of their keys. Null and this store itself are refused with an error in the log.
     void copyFrom(Store* source);
     void copyFrom(Store* source, const Set<Item>& exclude);
-    // Every entry as a line of the log, of the UTF-8 text file at `path`, or of a section "store:" of the report.
+    // Every entry as a line of the log, of the UTF-8 text file at `path`, which is replaced, or of a section "store:"
+    // of the report. A file that can't be written is an error in the log.
     void dumpraw();
     void dumpToFile(const char* path);
     void report(ReportGenerator* generator);
