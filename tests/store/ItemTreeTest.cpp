@@ -16,8 +16,7 @@ using support::contentOf;
 using support::list;
 using support::LogLines;
 using support::plain;
-using support::Tree;
-using support::TreeMaker;
+using support::RandomTree;
 using support::WatchedStore;
 using testing::ElementsAre;
 
@@ -36,43 +35,38 @@ Item bound(Store& store, const Item& key) {
 }
 
 // That a step gives `expected`, or, for null, nothing, and leaves its result alone then.
-void expectStep(bool (Item::*step)(Item&) const, const Item& from, const Tree* expected) {
+void expectStep(bool (Item::*step)(Item&) const, const Item& from, const Item* expected) {
     Item out("untouched");
     const bool found = (from.*step)(out);
     ASSERT_EQ(found, expected != nullptr) << from.asString();
-    EXPECT_EQ(Item::compareTotal(out, expected ? expected->key : Item("untouched")), 0) << from.asString();
+    EXPECT_EQ(Item::compareTotal(out, expected ? *expected : Item("untouched")), 0) << from.asString();
     EXPECT_EQ(out.getStore(), expected ? from.getStore() : nullptr);
     Item itself(from);
     EXPECT_EQ((itself.*step)(itself), found);
-    EXPECT_EQ(Item::compareTotal(itself, expected ? expected->key : from), 0);
+    EXPECT_EQ(Item::compareTotal(itself, expected ? *expected : from), 0);
 }
 
 TEST(ItemTree, StepsThroughRandomTreesAsTheyWereMade) {
     for (unsigned seed = 0; seed < 60; ++seed) {
-        const Tree tree = TreeMaker(seed).make(6);
-        MemoryStore store(seed % 2 == 0);
-        support::fill(store, tree);
-        visitTree(tree, [&](const Tree& node, const Tree* parent, size_t index) {
-            const Item key = bound(store, node.key);
-            ASSERT_TRUE(key.exists());
-            EXPECT_EQ(*key.fetch(), node.value);
-            EXPECT_EQ(key.fetch()->getStore(), &store);
-            const auto& children = node.children;
-            expectStep(&Item::child, key, children.empty() ? nullptr : &children.front());
-            expectStep(&Item::lastChild, key, children.empty() ? nullptr : &children.back());
-            const bool hasNext = parent && index + 1 < parent->children.size(), hasPrev = parent && index > 0;
-            const Tree* const next = hasNext ? &parent->children[index + 1] : nullptr;
-            const Tree* const prev = hasPrev ? &parent->children[index - 1] : nullptr;
-            expectStep(&Item::next, key, next);
-            expectStep(&Item::prev, key, prev);
-            Item moved(key);
-            EXPECT_EQ(moved.next(), hasNext);
-            EXPECT_TRUE(!hasNext || moved == next->key);
-            moved = key;
-            EXPECT_EQ(moved.prev(), hasPrev);
-            EXPECT_TRUE(!hasPrev || moved == prev->key);
-        });
-        if (testing::Test::HasFatalFailure()) FAIL() << "seed " << seed;
+        const RandomTree tree(seed);
+        MemoryStore store(false);
+        tree.fill(store);
+        for (const auto& [key, value] : tree.entries) {
+            const auto found = tree.children.find(key);
+            if (found != tree.children.end()) continue;
+            expectStep(&Item::child, bound(store, key), nullptr);
+            expectStep(&Item::lastChild, bound(store, key), nullptr);
+        }
+        for (const auto& [key, children] : tree.children) {
+            expectStep(&Item::child, bound(store, key), &children.front());
+            expectStep(&Item::lastChild, bound(store, key), &children.back());
+            for (size_t i = 0; i < children.size(); ++i) {
+                const Item child = bound(store, children[i]);
+                expectStep(&Item::next, child, i + 1 < children.size() ? &children[i + 1] : nullptr);
+                expectStep(&Item::prev, child, i > 0 ? &children[i - 1] : nullptr);
+            }
+        }
+        if (testing::Test::HasFailure()) FAIL() << "seed " << seed;
     }
 }
 
@@ -139,69 +133,80 @@ TEST(ItemTree, StoresWhatTheStoreItselfHandedOut) {
     it.skip();
     ASSERT_TRUE(it.asWeakSubItem(nested));
     in(store, "d", 1, 2).store(nested);
-    // A key that lies in a value.
+    // Keys that lie in a value.
     in(store, "path").store(list(list("e", 1, text.c_str())));
-    ASSERT_TRUE(in(store, "path").fetch()->getIterator().asWeakSubItem(nested));
-    nested.setStore(&store);
-    nested.store("value");
+    const auto keyInValue = [&] {
+        EXPECT_TRUE(in(store, "path").fetch()->getIterator().asWeakSubItem(nested));
+        nested.setStore(&store);
+        return std::move(nested);
+    };
+    keyInValue().store("value");
+    ManualClock clock(0, 1000);
+    in(store, "e", 1, text.c_str(), "child").store("below");
+    in(store, "log").archive("copy", keyInValue());
     EXPECT_EQ(*in(store, "a", 1, 2).fetch(), value);
     EXPECT_EQ(*in(store, "b", 1, 2).fetch(), value);
     EXPECT_FALSE(in(store, "c").exists());
     EXPECT_EQ(*in(store, "d", 1, 2).fetch(), list(text.c_str(), 1));
     EXPECT_EQ(*in(store, "e", 1, text.c_str()).fetch(), Item("value"));
+    EXPECT_EQ(*in(store, "log", 1000, "value").fetch(), Item("value"));
 }
 
-// What is below a node, as it should stand below another key.
-void copyByHand(const Tree& from, unsigned skip, const Item& to, MemoryStore& target) {
-    for (const Tree& child : from.children) {
-        Item key(to);
-        key.concatItem(plain(std::string(child.key.getPlainBytePointer() + skip,
-                                         child.key.getPlainBytePointer() + child.key.getPlainSize())));
-        target.set(key, child.value);
-        copyByHand(child, skip, to, target);
+bool isBelow(const Item& key, const Item& ancestor) {
+    Item above(key);
+    above.reduceDepthTo(ancestor.getDepth());
+    return key.getDepth() > ancestor.getDepth() && Item::compareTotal(above, ancestor) == 0;
+}
+
+// Sets what the tree has below `from` below `to`, and empty values where ancestors are missing.
+void copyByHand(const RandomTree& tree, const Item& from, const Item& to, Store& target) {
+    for (const auto& [key, value] : tree.entries) {
+        if (!isBelow(key, from)) continue;
+        Item copy(to);
+        auto it = key.getIterator();
+        it.skip(from.getDepth());
+        for (Item element; it.hasNextElement(); copy.concatItem(element)) it.extract(element);
+        target.set(copy, value);
+        while (copy.parent()) {
+            if (!target.get(copy)) target.set(copy, {});
+        }
     }
 }
 
 TEST(ItemTree, CopiesAndRemovesWholeSubtrees) {
-    for (unsigned seed = 0; seed < 60; ++seed) {
-        TreeMaker maker(seed);
-        const Tree tree = maker.make(4);
-        std::vector<const Tree*> nodes;
-        visitTree(tree, [&](const Tree& node, const Tree*, size_t) { nodes.push_back(&node); });
-        const auto any = [&] { return nodes[maker.draw(static_cast<unsigned>(nodes.size()))]; };
-        const Tree &from = *any(), &to = *any(), &removed = *any();
-        MemoryStore store(true), other(true), expected(true);
-        support::fill(store, tree);
+    for (unsigned seed = 0; seed < 100; ++seed) {
+        const RandomTree tree(seed);
+        support::Random random(seed);
+        const auto any = [&] {
+            return std::next(tree.entries.begin(), static_cast<ptrdiff_t>(random.below(tree.entries.size())))->first;
+        };
+        Item from = any();
+        for (int i = 0; i < 9 && tree.children.count(from) == 0; ++i) from = any();
+        const Item to = any();
+        MemoryStore store(true), expected(true), other(true), expectedOther(true);
 
-        // To another store, where the target's ancestors are missing, and back to another place.
-        bound(other, list("far", "away")).copyChildrenRecursive(bound(store, from.key));
-        if (!from.children.empty()) {
-            expected.set({}, {});
-            expected.set(list("far"), {});
-            expected.set(list("far", "away"), {});
-        }
-        copyByHand(from, from.key.getPlainSize(), list("far", "away"), expected);
-        ASSERT_EQ(contentOf(other), contentOf(expected)) << "seed " << seed;
+        // To another store, where the target's ancestors are missing.
+        tree.fill(store);
+        bound(other, list("far", "away")).copyChildrenRecursive(bound(store, from));
+        copyByHand(tree, from, list("far", "away"), expectedOther);
+        ASSERT_EQ(contentOf(other), contentOf(expectedOther)) << "seed " << seed;
 
         // Within a store, also above and below itself.
-        MemoryStore same(true);
-        support::fill(same, tree);
-        bound(store, to.key).copyChildrenRecursive(bound(store, from.key));
-        copyByHand(from, from.key.getPlainSize(), to.key, same);
-        ASSERT_EQ(contentOf(store), contentOf(same)) << "seed " << seed;
+        tree.fill(expected);
+        bound(store, to).copyChildrenRecursive(bound(store, from));
+        copyByHand(tree, from, to, expected);
+        ASSERT_EQ(contentOf(store), contentOf(expected)) << "seed " << seed;
 
         // Removal takes a key and its markers along, and nothing else.
         MemoryStore whole(true), rest(true);
-        support::fill(whole, tree);
-        Item marker = removed.key;
+        tree.fill(whole);
+        Item marker = from;
         marker.addWildcard();
         whole.set(marker, {});
-        bound(whole, removed.key).remove();
-        visitTree(tree, [&](const Tree& node, const Tree*, size_t) {
-            Item reduced = node.key;
-            reduced.reduceDepthTo(removed.key.getDepth());
-            if (Item::compareTotal(reduced, removed.key) != 0) rest.set(node.key, node.value);
-        });
+        bound(whole, from).remove();
+        for (const auto& [key, value] : tree.entries) {
+            if (Item::compareTotal(key, from) != 0 && !isBelow(key, from)) rest.set(key, value);
+        }
         ASSERT_EQ(contentOf(whole), contentOf(rest)) << "seed " << seed;
     }
 }

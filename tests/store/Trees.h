@@ -2,90 +2,39 @@
 
 #include "kiv/core/Clock.h"
 #include "kiv/store/MemoryStore.h"
-#include "tests/data/Items.h"
+#include "tests/store/RandomKeys.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
-#include <random>
 #include <string>
 #include <vector>
 
 namespace support {
 
-// What a store means when every key has its ancestors: nodes and their children, in order.
-struct Tree {
-    kiv::Item key, value;
-    std::vector<Tree> children;
-
-    size_t size() const {
-        size_t count = 1;
-        for (const Tree& child : children) count += child.size();
-        return count;
-    }
-};
-
-// Calls visit(node, parent or null, index below the parent) for every node, parents first.
-template <class Visit>
-void visitTree(const Tree& node, Visit visit, const Tree* parent = nullptr, size_t index = 0) {
-    visit(node, parent, index);
-    for (size_t i = 0; i < node.children.size(); ++i) visitTree(node.children[i], visit, &node, i);
-}
-
-// Random trees with elements of all kinds, of which some are too long for an item's own memory.
-class TreeMaker {
-public:
-    explicit TreeMaker(unsigned seed) : m_random(seed) {}
-
-    unsigned draw(unsigned end) { return static_cast<unsigned>(m_random() % end); }
-    Tree make(int levels) { return make(levels, {}); }
-
-private:
-    Tree make(int levels, kiv::Item key) {
-        Tree node{std::move(key), list(static_cast<int>(m_random())), {}};
-        const unsigned count = levels > 0 ? draw(5) : 0;
-        kiv::Set<kiv::Item> keys;
-        for (unsigned i = 0; i < count; ++i) keys.insert(extended(node.key));
-        for (const kiv::Item& child : keys) node.children.push_back(make(levels - 1, child));
-        return node;
-    }
-    kiv::Item extended(kiv::Item key) {
-        switch (draw(9)) {
-        case 0:
-            key.add(draw(4));
-            break;
-        case 1:
-            key.add(static_cast<long long>(m_random()) - 0x80000000LL);
-            break;
-        case 2:
-            key.add(draw(5) * 0.5);
-            break;
-        case 3:
-            key.add(std::string(draw(20) == 0 ? 300 : draw(3), 'a').c_str());
-            break;
-        case 4:
-            key.addPrefix("p");
-            break;
-        case 5:
-            key.add(list(draw(2), "nested"));
-            break;
-        case 6:
-            key.add(kiv::GUID(draw(3), 0, 0, draw(3)));
-            break;
-        case 7:
-            key.addBuffer(key.getPlainBytePointer(), std::min(draw(50), key.getPlainSize()));
-            break;
-        default:
-            key.addBool(draw(2) == 0);
+// Random entries with all their ancestors, and the children of each key, in order.
+struct RandomTree {
+    explicit RandomTree(uint64_t seed) {
+        RandomKeys keys(seed, 60);
+        for (int i = 0; i < 90; ++i) {
+            kiv::Item key = keys.key();
+            if (!key.isCleanKey()) continue;
+            do {
+                entries.emplace(key, keys.value());
+            } while (key.parent());
         }
-        return key;
+        for (const auto& [key, value] : entries) {
+            kiv::Item parent;
+            if (key.parent(parent)) children[parent].push_back(key);
+        }
+    }
+    void fill(kiv::Store& store) const {
+        for (const auto& [key, value] : entries) store.set(key, value);
     }
 
-    std::mt19937 m_random;
+    kiv::Map<kiv::Item, kiv::Item> entries;
+    kiv::Map<kiv::Item, std::vector<kiv::Item>> children;
 };
-
-inline void fill(kiv::Store& store, const Tree& tree) {
-    visitTree(tree, [&](const Tree& node, const Tree*, size_t) { store.set(node.key, node.value); });
-}
 
 // Every entry as text, in order.
 inline std::vector<std::string> contentOf(kiv::Store& store) {
