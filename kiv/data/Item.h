@@ -262,13 +262,13 @@ public:
     // This key and a random negative integer that is not in use there.
     void createUniqueInteger(Item& out) const;
     // Adds a record below this key, in one transaction: under a unique time (microseconds since 1970), the children
-    // "type" (the name), "path" (the key `value`) and "value" (what the store has at and below that key). The other
-    // form removes the records older than `time`.
+    // "type" (the name), "path" (the key `value`) and "value" (what its store has at and below that key;
+    // doc/formats/store-records.md). The other form removes the records older than `time`.
     void archive(const char* name, const Item& value) const;
     void archiveDeleteBefore(long long time) const;
-    // A packet under this key: below it, by name of its scheme, or as the key's own value. Packets without scheme are
-    // logged and not stored. fetchPacket() reads both forms; null when there is none, or it does not fit the scheme.
-    // Ports are not stored.
+    // A packet under this key: below it, beside its scheme's name and in place of all that was there, or as the key's
+    // own value. Packets without scheme are logged and not stored. fetchPacket() reads both forms; null when there is
+    // none, or it does not fit the scheme. Ports are not stored.
     void storePacket(const Packet* packet) const;
     void storePacketCompact(const Packet* packet) const;
     SmartPointer<Packet> fetchPacket(const PacketScheme* scheme) const;

@@ -6,8 +6,9 @@
 
 namespace kiv {
 
-// Hands out identifiers and domains of its own domain, each once: it counts in a store, below a root key, and goes on
-// from there when it is made anew. An identifier is the domain's bits, a running number and a random rest.
+// Hands out identifiers and domains of its own domain, each once: it counts in a store, below a root key
+// (doc/formats/store-records.md), and goes on from there when it is made anew. An identifier is the domain's bits, a
+// running number and a random rest.
 // Ownership: counted; the store must outlive it. Threads: one at a time. A store that can't be written to is the
 // caller's to notice. Identifiers handed out in a transaction that is rolled back are not handed out again by the same
 // object.

@@ -13,7 +13,8 @@
 namespace kiv {
 
 // Log lines in a store, under ascending numbers below a root key: a ring that drops its oldest lines when there are too
-// many. Filled by logging::LogBackend::flushTo(). A database opened again goes on where it was.
+// many (doc/formats/store-records.md). Filled by logging::LogBackend::flushTo(). A database opened again goes on where
+// it was.
 // Ownership: counted; keeps the store of its root. Threads: one at a time. Failures: lines of a root that is not bound
 // to a store are dropped; counters that can't be right are corrected on opening; exceptions of the store leave the
 // database without the line.
