@@ -7,7 +7,6 @@
 #include "tests/store/Trees.h"
 #include "tests/support/LogLines.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -34,12 +33,6 @@ private:
     ManualClock& m_clock;
 };
 
-Item marked(Item key, ValueType marker) {
-    const char byte = static_cast<char>(marker);
-    key.concatItem(plain(std::string(1, byte)));
-    return key;
-}
-
 TEST(Store, CopiesEverythingInOneTransaction) {
     ManualClock clock;
     SlowStore source(clock);
@@ -49,21 +42,13 @@ TEST(Store, CopiesEverythingInOneTransaction) {
     EXPECT_EQ(target.calls, "begin commit flush ");
     EXPECT_THAT(log.take(), ElementsAre("[STORE] copying database", "[STORE] copied 0 items in 0s (0items/s)"));
 
-    support::RandomTree(1).fill(source);
-    source.set(marked(list(1), ValueType::Meta), list("below a marker"));
-    const size_t count = contentOf(source).size();
-    ASSERT_GT(count, 10u);
-    char microseconds[32]; // they are given as seconds, divided once too often
-    std::snprintf(microseconds, sizeof(microseconds), "%g", static_cast<double>(count) * 1e-6);
+    for (int i = 0; i < 3; ++i) source.set(list(i), list(i));
     target.set(list(0, "kept"), list(1));
     target.calls.clear();
     target.copyFrom(&source);
-    EXPECT_TRUE(target.calls.starts_with("begin set set") && target.calls.ends_with(" commit flush ")) << target.calls;
-    EXPECT_THAT(log.take(),
-                ElementsAre("[STORE] copying database", "[STORE] copied " + std::to_string(count) + " items in " +
-                                                            microseconds + "s (1000items/s)"));
-    target.MemoryStore::remove(list(0, "kept"), list(0, "kept"));
-    EXPECT_EQ(contentOf(target), contentOf(source));
+    EXPECT_EQ(target.calls, "begin setINT:0 setINT:1 setINT:2 commit flush ");
+    EXPECT_EQ(contentOf(target).size(), 4u);
+    EXPECT_EQ(log.take().back(), "[STORE] copied 3 items in 3e-06s (1000items/s)"); // seconds, divided once more
 
     MemoryStore fast(false), second(false);
     fast.set(list(1), list(1));
@@ -91,6 +76,11 @@ TEST(Store, CopyThatFailsIsRolledBack) {
     EXPECT_TRUE(target.calls.ends_with("rollback ")) << target.calls;
     EXPECT_THAT(contentOf(target), ElementsAre());
     EXPECT_EQ(target.getNumberOfLayers(), 1u);
+}
+
+Item marked(Item key, ValueType marker) {
+    key.concatItem(plain(std::string(1, static_cast<char>(marker))));
+    return key;
 }
 
 TEST(Store, CopyWithExclusionsOfOddKeys) {
