@@ -15,12 +15,9 @@
 
 namespace {
 
-using kiv::GUID;
-using kiv::Item;
-using support::list;
-using support::plain;
-using support::sign;
-using Reference = support::ItemReference;
+using namespace kiv;
+using namespace support;
+using namespace std::string_literals;
 
 class RandomItems {
 public:
@@ -29,7 +26,7 @@ public:
     Item next(int depth = 0) {
         Item item;
         for (size_t i = below(5); i > 0; --i) addElement(item, depth);
-        if (below(12) == 0) item.concatItem(plain(std::string("\x03\x04\x08\x00\x10", 5).substr(below(5))));
+        if (below(12) == 0) item.concatItem(plain("\x03\x04\x08\x00\x10"s.substr(below(5))));
         return item;
     }
     size_t below(size_t limit) { return static_cast<size_t>(m_random()) % limit; }
@@ -39,49 +36,22 @@ private:
         static constexpr double numbers[] = {0.0, -0.0, 1.5, -1e300, INFINITY, NAN};
         static const char* const texts[] = {"", "a", "ab", "b", "\xFF", "a longer text than a word"};
         const uint8_t bytes[] = {1, 2, 3};
-        switch (below(14)) {
-        case 0:
-            item.addInteger(static_cast<long long>(below(5)) - 2);
-            break;
-        case 1:
-            item.addInteger(1ll << below(63));
-            break;
-        case 2:
-            item.concatItem(plain(std::string("\x01\x02\0\0\0\0\0\0\0", 9)));
-            break; // 2 in more bytes than needed
-        case 3:
-            item.addFloat(numbers[below(6)]);
-            break;
-        case 4:
-            item.addString(texts[below(6)]);
-            break;
-        case 5:
-            item.addPrefix(texts[below(6)]);
-            break;
-        case 6:
-            item.addBuffer(bytes, static_cast<unsigned>(below(4)));
-            break;
-        case 7:
-            item.addReferee(bytes, static_cast<unsigned>(below(4)));
-            break;
-        case 8:
-            item.addGUID(GUID(below(2), below(2), 0, below(2)));
-            break;
-        case 9:
-            item.addWildcard();
-            break;
-        case 10:
-            item.concatItem(plain(below(2) == 0 ? "\xC0" : "\xFF"));
-            break;
-        case 11:
-            item.addBool(below(2) == 0);
-            break;
-        case 12:
-            item.addPointer(bytes, static_cast<unsigned>(below(4)));
-            break;
-        default:
-            if (depth < 3) item.addItem(next(depth + 1));
-        }
+        const auto size = static_cast<unsigned>(below(4));
+        const size_t kind = below(14);
+        if (kind == 0) item.addInteger(static_cast<long long>(below(5)) - 2);
+        if (kind == 1) item.addInteger(1ll << below(63));
+        if (kind == 2) item.concatItem(plain("\x01\x02\0\0\0\0\0\0\0"s)); // 2 in more bytes than needed
+        if (kind == 3) item.addFloat(numbers[below(6)]);
+        if (kind == 4) item.addString(texts[below(6)]);
+        if (kind == 5) item.addPrefix(texts[below(6)]);
+        if (kind == 6) item.addBuffer(bytes, size);
+        if (kind == 7) item.addReferee(bytes, size);
+        if (kind == 8) item.addPointer(bytes, size);
+        if (kind == 9) item.addGUID(GUID(below(2), below(2), 0, below(2)));
+        if (kind == 10) item.addWildcard();
+        if (kind == 11) item.concatItem(plain(below(2) == 0 ? "\xC0" : "\xFF"));
+        if (kind == 12) item.addBool(below(2) == 0);
+        if (kind == 13 && depth < 3) item.addItem(next(depth + 1));
     }
     std::mt19937 m_random;
 };
@@ -94,7 +64,7 @@ Item mutated(RandomItems& random, const Item& item) {
 
 TEST(ItemCompare, AgreesWithTheDefinitionOnRandomItems) {
     RandomItems random(20261121);
-    const Reference literal(false), total(true);
+    const ItemReference literal(false), total(true);
     for (int round = 0; round < 40000; ++round) {
         const Item a = random.next();
         const Item b = round % 2 == 0 ? random.next() : mutated(random, a);
@@ -117,49 +87,33 @@ TEST(ItemCompare, TheTotalOrderIsOne) {
 }
 
 TEST(ItemCompare, SubtreesAreRunsBetweenTheirBounds) {
-    auto with = [](const char* mark) {
-        Item key = list(1);
-        key.concatItem(plain(mark));
-        return key;
-    };
-    Item referee = list(1);
-    referee.addReferee(nullptr, 0);
-    EXPECT_LT(list(1), list(1, "x"));
-    EXPECT_LT(list(1, "x"), with("\xC0"));
-    EXPECT_LT(list(1, true), with("\xC0"));
-    EXPECT_LT(with("\xC0"), referee);
-    EXPECT_LT(referee, with("\xFF"));
-    EXPECT_LT(with("\xFF"), list(2));
-    EXPECT_EQ(with("\xFE"), list(1, 7));
-    EXPECT_EQ(with("\xFE"), list(1, "x"));
-    EXPECT_EQ(with("\xFE"), list(1)) << "a missing element too";
+    auto with = [](const char* mark) { return joined(list(1), plain(mark)); };
+    const Item referee = made([](Item& i) { i.add(1), i.addReferee(nullptr, 0); });
+    const Item ascending[] = {list(1), list(1, "x"), list(1, true), with("\xC0"), referee, with("\xFF"), list(2)};
+    for (size_t i = 0; i < std::size(ascending); ++i)
+        for (size_t j = 0; j < i; ++j) EXPECT_LT(ascending[j], ascending[i]) << j << " " << i;
+    for (const Item& matched : {list(1, 7), list(1, "x"), list(1)}) EXPECT_EQ(with("\xFE"), matched);
     EXPECT_LT(Item::compareTotal(referee, with("\xFE")), 0);
     EXPECT_LT(Item::compareTotal(with("\xFE"), with("\xFF")), 0);
-    Item prefix;
-    prefix.addPrefix("a");
-    EXPECT_EQ(Item::compare("a", prefix), 3 - 12);
-    EXPECT_EQ(Item::compare(plain(std::string("\x01\x05\0\0\0\0\0\0\0", 9)), list(5)), 0);
-    EXPECT_LT(Item::compareTotal(INFINITY, NAN), 0);
-    EXPECT_EQ(Item::compare(INFINITY, NAN), 0);
+    EXPECT_EQ(Item::compare("a", prefix("a")), 3 - 12);
+    EXPECT_EQ(Item::compare(plain("\x01\x05\0\0\0\0\0\0\0"s), list(5)), 0);
+    EXPECT_TRUE(Item::compareTotal(INFINITY, NAN) < 0 && Item::compare(INFINITY, NAN) == 0);
 }
 
 TEST(ItemCompare, NestingHasNoLimit) {
-    auto nested = [](size_t levels) {
+    auto deep = [](size_t levels) {
         std::string bytes;
         for (size_t left = levels; left > 0; --left) {
             const auto size = static_cast<uint32_t>((left - 1) * 5);
-            bytes += '\x09';
-            bytes.append(reinterpret_cast<const char*>(&size), 4);
+            bytes += '\x09' + std::string(reinterpret_cast<const char*>(&size), 4);
         }
         return bytes;
     };
-    const std::string deep = nested(60000);
-    const Item a = plain(deep), b = plain(deep + "\x08\x01");
-    EXPECT_LT(Item::compare(a, b), 0);
+    const Item a = plain(deep(60000));
+    EXPECT_LT(Item::compare(a, plain(deep(60000) + "\x08\x01")), 0);
     EXPECT_EQ(Item::compare(a, a), 0);
-    EXPECT_GT(Item::compare(a, plain(nested(59999))), 0) << "the deeper one has an element where the other ends";
-    EXPECT_NE(a.asString().find("<TRAIL:"), kiv::String::npos);
-    EXPECT_FALSE(a.isCleanKey());
+    EXPECT_GT(Item::compare(a, plain(deep(59999))), 0) << "the deeper one has an element where the other ends";
+    EXPECT_TRUE(a.asString().contains("<TRAIL:") && !a.isCleanKey());
 }
 
 } // namespace
