@@ -17,13 +17,6 @@ namespace {
 
 using Decoder = CodecResult (*)(const char*, size_t, uint8_t*);
 
-void expectRefused(Decoder decode, const std::string& text, CodecError error, size_t offset) {
-    std::string room(text.size(), '!');
-    const CodecResult result = decode(text.data(), text.size(), reinterpret_cast<uint8_t*>(room.data()));
-    EXPECT_EQ(result.error, error) << text;
-    EXPECT_EQ(result.offset, offset) << text;
-}
-
 // Bit by bit, most significant first; the last character is filled with zeros.
 std::string definedText(const std::string& bytes, unsigned bitsPerCharacter, const char* alphabet) {
     std::string text;
@@ -64,16 +57,6 @@ void expectDecoded(Decoder decode, const std::string& text, const std::string& b
     EXPECT_TRUE(result) << text;
 }
 
-std::string base16(const std::string& bytes) {
-    return encodedExactly(encodeBase16, bytes, encodedBase16Size(bytes.size()));
-}
-std::string base64(const std::string& bytes) {
-    return encodedExactly(encodeBase64, bytes, encodedBase64Size(bytes.size()));
-}
-std::string base64crc(const std::string& bytes) {
-    return encodedExactly(encodeBase64crc, bytes, encodedBase64crcSize(bytes.size()));
-}
-
 class CodecsLevels : public LevelTest {};
 INSTANTIATE_TEST_SUITE_P(, CodecsLevels, allLevels(), levelName);
 
@@ -81,17 +64,23 @@ INSTANTIATE_TEST_SUITE_P(, CodecsLevels, allLevels(), levelName);
 
 TEST_P(CodecsLevels, EverySizeGoesThereAndBack) {
     std::mt19937 random(20240229);
-    for (size_t size = 0; size <= 200; ++size) {
+    for (size_t round = 0; round < 800; ++round) {
+        const size_t size = round % 201;
         std::string bytes(size, '\0');
         for (char& byte : bytes) byte = static_cast<char>(random());
-        const std::string hex = definedText(bytes, 4, base16Alphabet), text = definedText(bytes, 6, base64Alphabet);
-        EXPECT_EQ(base16(bytes), hex);
-        expectDecoded(decodeBase16, hex, bytes);
-        EXPECT_EQ(base64(bytes), text);
-        expectDecoded(decodeBase64, text, bytes);
-        const std::string crc = base64crc(bytes);
+        std::string hex = definedText(bytes, 4, base16Alphabet);
+        const std::string text = definedText(bytes, 6, base64Alphabet);
+        EXPECT_EQ(encodedExactly(encodeBase16, bytes, encodedBase16Size(size)), hex);
+        EXPECT_EQ(encodedExactly(encodeBase64, bytes, encodedBase64Size(size)), text);
+        const std::string crc = encodedExactly(encodeBase64crc, bytes, encodedBase64crcSize(size));
         EXPECT_EQ(crc.substr(4), text);
+        for (char& digit : hex) digit = digit >= 'A' && random() % 2 ? static_cast<char>(digit - 'A' + 'a') : digit;
+        expectDecoded(decodeBase16, hex, bytes); // in either case
+        expectDecoded(decodeBase64, text, bytes);
         expectDecoded(decodeBase64crc, crc, bytes);
+        EXPECT_EQ(decodedBase16Size(hex.size()), size);
+        EXPECT_EQ(decodedBase64Size(text.size()), size);
+        EXPECT_EQ(decodedBase64crcSize(crc.size()), size);
     }
 }
 
@@ -116,67 +105,34 @@ TEST_P(CodecsLevels, EveryCharacterInEveryPlaceIsJudged) {
     expectJudged(decodeBase64, text, bytes.size(), base64Alphabet);
 }
 
-TEST_P(CodecsLevels, EveryLetterDecodesToItsValue) {
-    // All letters in all places of a vector, by shifting the alphabet along.
-    for (size_t shift = 0; shift < 64; ++shift) {
-        std::string letters, digits;
-        for (size_t i = 0; i < 128; ++i) {
-            letters += base64Alphabet[(i + shift) % 64];
-            digits += "0123456789abcdefABCDEF"[(i + shift) % 22];
-        }
-        CodecResult result;
-        EXPECT_EQ(definedText(decodedExactly(decodeBase64, letters, 96, result), 6, base64Alphabet), letters);
-        const std::string bytes = decodedExactly(decodeBase16, digits, 64, result);
-        for (char& digit : digits) digit = digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
-        EXPECT_EQ(definedText(bytes, 4, base16Alphabet), digits);
-    }
-}
-
 TEST(Codecs, KnownTexts) {
-    EXPECT_EQ(base16("\x01\xAB\xFF"), "01ABFF");
-    expectDecoded(decodeBase16, "01aBfF", "\x01\xAB\xFF");
-    const std::string texts[] = {"", "Zg", "Zm8", "Zm9v", "Zm9vYg", "Zm9vYmE", "Zm9vYmFy"};
-    for (size_t n = 0; n < std::size(texts); ++n) {
-        EXPECT_EQ(base64(std::string("foobar").substr(0, n)), texts[n]);
-        expectDecoded(decodeBase64, texts[n], std::string("foobar").substr(0, n));
-    }
-    EXPECT_EQ(base64("\xFB\xEF\xFF"), "--__");
+    EXPECT_EQ(encodedExactly(encodeBase64, "foob\xFB\xEF\xFF", 10), "Zm9vYvvv_w");
     // The published check value of CRC-32C over these digits is E3069283; 0x6D7C ends its complement 1CF96D7C.
     const std::string digits = "123456789";
     EXPECT_EQ(checksum24(reinterpret_cast<const uint8_t*>(digits.data()), digits.size()), 0xF96D7Cu);
-    EXPECT_EQ(base64crc(digits), "fG35MTIzNDU2Nzg5");
-    expectDecoded(decodeBase64crc, "fG35MTIzNDU2Nzg5", digits);
-    expectDecoded(decodeBase64crc, base64crc(""), "");
+    EXPECT_EQ(encodedExactly(encodeBase64crc, digits, 16), "fG35MTIzNDU2Nzg5");
 }
 
 TEST(Codecs, RefusalsNameTheFirstFault) {
-    expectRefused(decodeBase16, "012", CodecError::Length, 2);
-    expectRefused(decodeBase16, "01g2!!", CodecError::Character, 2);
-    expectRefused(decodeBase16, "012g", CodecError::Character, 3);
-    expectRefused(decodeBase64, "Zm9vY", CodecError::Length, 4);
-    expectRefused(decodeBase64, "Zm9+Zm9/", CodecError::Character, 3);
-    expectRefused(decodeBase64, "Zg==", CodecError::Character, 2);
-    expectRefused(decodeBase64, "Zm9vY=", CodecError::Character, 5);
-    expectRefused(decodeBase64, "Zh", CodecError::UnusedBits, 1);
-    expectRefused(decodeBase64, "Zm9vYmF", CodecError::UnusedBits, 6);
-    expectRefused(decodeBase64crc, "", CodecError::Length, 0);
-    expectRefused(decodeBase64crc, "AAA", CodecError::Length, 2);
-    expectRefused(decodeBase64crc, "AAAAA", CodecError::Length, 4);
-    expectRefused(decodeBase64crc, "f=35MTIz", CodecError::Character, 1);
-    expectRefused(decodeBase64crc, "fG35MT=z", CodecError::Character, 6);
-    expectRefused(decodeBase64crc, "fG35MTIzNDU2Nzg4", CodecError::Checksum, 0);
+    const auto refused = [](Decoder decode, const std::string& text, CodecError error, size_t offset) {
+        CodecResult result;
+        decodedExactly(decode, text, text.size(), result);
+        EXPECT_TRUE(result.error == error && result.offset == offset) << text << " " << result.offset;
+    };
+    refused(decodeBase16, "012", CodecError::Length, 2), refused(decodeBase16, "01g2!!", CodecError::Character, 2);
+    refused(decodeBase16, "012g", CodecError::Character, 3), refused(decodeBase64, "Zm9vY", CodecError::Length, 4);
+    refused(decodeBase64, "Zm9+Zm9/", CodecError::Character, 3);
+    refused(decodeBase64, "Zg==", CodecError::Character, 2), refused(decodeBase64, "Zm9vY=", CodecError::Character, 5);
+    refused(decodeBase64, "Zh", CodecError::UnusedBits, 1), refused(decodeBase64, "Zm9vYmF", CodecError::UnusedBits, 6);
+    refused(decodeBase64crc, "", CodecError::Length, 0), refused(decodeBase64crc, "AAA", CodecError::Length, 2);
+    refused(decodeBase64crc, "AAAAA", CodecError::Length, 4);
+    refused(decodeBase64crc, "f=35MTIz", CodecError::Character, 1);
+    refused(decodeBase64crc, "fG35MT=z", CodecError::Character, 6);
+    refused(decodeBase64crc, "fG35MTIzNDU2Nzg4", CodecError::Checksum, 0);
 }
 
 TEST(Codecs, SizesDoNotWrapAndImpossibleLengthsGiveZero) {
     EXPECT_EQ(encodedBase64Size(536870912), 715827883u);
     EXPECT_EQ(encodedBase16Size(0x80000000), 0x100000000u);
-    EXPECT_EQ(decodedBase16Size(3), 0u);
-    EXPECT_EQ(decodedBase64Size(5), 0u);
-    EXPECT_EQ(decodedBase64crcSize(3), 0u);
-    EXPECT_EQ(decodedBase64crcSize(9), 0u);
-    for (const uint64_t n : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 1000u}) {
-        EXPECT_EQ(decodedBase16Size(encodedBase16Size(n)), n);
-        EXPECT_EQ(decodedBase64Size(encodedBase64Size(n)), n);
-        EXPECT_EQ(decodedBase64crcSize(encodedBase64crcSize(n)), n);
-    }
+    EXPECT_EQ(decodedBase16Size(3) + decodedBase64Size(5) + decodedBase64crcSize(3) + decodedBase64crcSize(9), 0u);
 }
