@@ -22,27 +22,12 @@ String validText(std::mt19937& random) {
     return text;
 }
 
-unsigned hexValue(std::string_view digits) {
-    return static_cast<unsigned>(std::stoul(std::string(digits), nullptr, 16));
-}
-
-// What the escapes mean, read back.
-String unescapedControlcode(std::string_view text) {
-    String result;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const size_t letter = text[i] == '\\' ? "nrtx"sv.find(text[++i]) : "nrtx"sv.npos;
-        if (letter < 3) result += "\n\r\t"[letter];
-        if (letter == 3) result.utf8_append(hexValue(text.substr(i + 1, 2))), i += 2;
-        if (letter > 3) result += text[i];
-    }
-    return result;
-}
-
 String unescapedPercent(std::string_view text) {
     String result;
     for (size_t i = 0; i < text.size(); ++i) {
-        result += text[i] == '%' ? static_cast<char>(hexValue(text.substr(i + 1, 2))) : text[i];
-        if (text[i] == '%') i += 2;
+        const bool isEscape = text[i] == '%';
+        result += isEscape ? static_cast<char>(std::stoul(std::string(text.substr(i + 1, 2)), nullptr, 16)) : text[i];
+        if (isEscape) i += 2;
     }
     return result;
 }
@@ -75,7 +60,6 @@ TEST(StringEscapes, WhatIsEscapedCanBeReadBack) {
     std::mt19937 random(4);
     for (int round = 0; round < 5000; ++round) {
         const String text = validText(random);
-        ASSERT_EQ(unescapedControlcode(text.utf8_escape_controlcode()), text);
         ASSERT_EQ(unescapedPercent(text.utf8_escape_filepath()), text);
         ASSERT_EQ(unescapedPercent(text.encodeUrlBase16()), text);
         ASSERT_FALSE(text.encodeUrlBase16().utf8_contains_special_characters());

@@ -18,14 +18,8 @@ namespace {
 
 TEST(MessageStream, PrintsTheTagAloneWithoutBackend) {
     support::OutputCapture console;
-    MessageStream(0, 2) << "a";
-    MessageStream(1, 2) << "b";
-    MessageStream(2, 2) << "c";
-    MessageStream(3, 2) << "d";
-    MessageStream(4, 2) << "e";
-    MessageStream(5, 2) << "f";
-    MessageStream(-1, 2) << "g";
-    EXPECT_EQ(console.take(), "[VERBOSE] a\nb\n[WARNING] c\n[ERROR] d\n[ASSERT] e\nf\ng\n");
+    for (const int level : {0, 1, 2, 3, 4, 5, -1}) MessageStream(level, 2) << 'x';
+    EXPECT_EQ(console.take(), "[VERBOSE] x\nx\n[WARNING] x\n[ERROR] x\n[ASSERT] x\nx\nx\n");
 }
 
 TEST(MessageStream, PrintsSecondsSinceTheBackendStarted) {
@@ -87,18 +81,15 @@ TEST(MessageStream, TakesEveryKindOfText) {
     EXPECT_EQ(console.take(), "literal array std view String <1234>\n\n");
     MessageStream(1, 2) << "%s%n{}" << std::string("a\0b", 3) << String("c\0d", 3) << SmartCStr("e");
     EXPECT_EQ(console.take(), std::string("%s%n{}a\0bc\0de\n", 14));
-}
-
-TEST(MessageStream, KeepsTextOfAnyLength) {
-    support::OutputCapture console;
     std::string expected;
-    MessageStream* stream = new MessageStream(1, 2);
-    for (int i = 0; i < 500; ++i) {
-        const std::string piece(static_cast<size_t>(i), static_cast<char>('a' + i % 26));
-        *stream << piece << i;
-        expected += piece + std::to_string(i);
+    {
+        MessageStream stream(1, 2);
+        for (int i = 0; i < 500; ++i) { // of any length
+            const std::string piece(static_cast<size_t>(i), static_cast<char>('a' + i % 26));
+            stream << piece << i;
+            expected += piece + std::to_string(i);
+        }
     }
-    delete stream;
     EXPECT_EQ(console.take(), expected + "\n");
 }
 

@@ -21,23 +21,13 @@ TEST(Console, WritesAfterWhatTheProgramHasPrinted) {
     const std::string large(3 * 1024 * 1024, 'x');
     const std::string written = captured([&] {
         std::printf("printed ");
-        EXPECT_TRUE(writeStandardOutput(std::string_view("a\0b\n", 4)));
-        EXPECT_TRUE(writeStandardOutput(""));
+        EXPECT_TRUE(writeStandardOutput(std::string_view("a\0b\n", 4)) && writeStandardOutput(""));
         std::printf("again\n");
         EXPECT_TRUE(writeStandardOutput(large));
+        EXPECT_FALSE(isTerminal(StandardStream::Output)) << "a file is none";
+        EXPECT_EQ(getTerminalWidth(StandardStream::Output), 0u);
     });
     EXPECT_EQ(written, std::string("printed a\0b\nagain\n", 18) + large);
-}
-
-TEST(Console, TakesAFileForNoTerminal) {
-    bool isATerminal = true;
-    unsigned width = 1;
-    captured([&] {
-        isATerminal = isTerminal(StandardStream::Output);
-        width = getTerminalWidth(StandardStream::Output);
-    });
-    EXPECT_FALSE(isATerminal);
-    EXPECT_EQ(width, 0u);
 }
 
 TEST(Console, GivesASinkWhatItWouldWrite) {
