@@ -179,18 +179,18 @@ TEST(Object, IsReleasedOnceWhenThreadsShareIt) {
 
 TEST(TimedReferences, KeepObjectsUntilTheDrainWhichReleasesTheLatestFirst) {
     Names order;
-    const auto mortal = [&](
-                            const char* name, std::function<void()> also = [] {}) {
+    const std::function<void()> nothing = [] {};
+    const auto mortal = [&](const char* name, const std::function<void()>& also) {
         auto* object = new Mortal([&order, name, also] { order.push_back(name), also(); });
         object->increaseReferenceCount();
         return object;
     };
-    Object* late = mortal("late"); // queued meanwhile
-    mortal("first")->decreaseReferenceCountAsyncOnMain();
+    Object* late = mortal("late", nothing); // queued meanwhile
+    mortal("first", nothing)->decreaseReferenceCountAsyncOnMain();
     const SmartPointer<Object> timed = makeObject<Object>();
     timed->takeTimedReference();
     internal::appendTimedReference(mortal("second", [&] { late->decreaseReferenceCountAsyncOnMain(); }));
-    internal::appendTimedReferenceParallel(mortal("parallel"));
+    internal::appendTimedReferenceParallel(mortal("parallel", nothing));
     EXPECT_TRUE(order.empty() && timed->getReferenceCount() == 2);
     EXPECT_TRUE(internal::removeAllTimedReferences());
     EXPECT_EQ(order, (Names{"second", "late", "first"}));

@@ -12,11 +12,9 @@ using kiv::GUID;
 TEST(GUID, HasAFantasyName) {
     EXPECT_EQ(kiv::internal::fnv1a32(nullptr, 0), 0x811C9DC5u);
     EXPECT_EQ(kiv::internal::fnv1a32(reinterpret_cast<const uint8_t*>("foobar"), 6), 0xBF9CF968u);
-    EXPECT_EQ(GUID().getFantasyName(), "god");
-    EXPECT_EQ(GUID(1, 0, 0, 0).getFantasyName(), "bellguiusy");
-    EXPECT_EQ(GUID(2, 0, 0, 0).getFantasyName(), "guiusimus");
-    EXPECT_EQ(GUID(301, 0, 0, 0).getFantasyName(), "xanadur");
-    EXPECT_EQ(GUID(1, 2, 3, 4).getFantasyName(), "belguiusator");
+    const auto is = [](const GUID& guid, const char* name) { EXPECT_EQ(guid.getFantasyName(), name); };
+    is(GUID(), "god"), is(GUID(1, 0, 0, 0), "bellguiusy"), is(GUID(2, 0, 0, 0), "guiusimus");
+    is(GUID(301, 0, 0, 0), "xanadur"), is(GUID(1, 2, 3, 4), "belguiusator");
 }
 
 } // namespace

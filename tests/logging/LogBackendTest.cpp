@@ -127,6 +127,12 @@ TEST_F(LogBackendTest, VerboseLinesThatNobodySeesAreNotFormatted) {
         const Connection support = LogBackend::getSignalNewSupportMessage().connect([](const char*) {});
         EXPECT_TRUE(formats(0, 0));
     }
+    {
+        Texts heard;
+        const Connection listener = listen(heard);
+        EXPECT_TRUE(formats(0, 0));
+    }
+    EXPECT_FALSE(formats(0, 0));
     LogBackend::unregisterBackend();
     EXPECT_FALSE(formats(0, 2));
 }
