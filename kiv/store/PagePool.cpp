@@ -93,7 +93,10 @@ uint64_t PagePool::getMemory() const {
 }
 
 void PagePool::swap(PagePool& other) noexcept {
-    std::swap(m_singles, other.m_singles);
+    void* singles[maximumSingles];
+    std::copy_n(m_singles, m_singleCount, singles);
+    std::copy_n(other.m_singles, other.m_singleCount, m_singles);
+    std::copy_n(singles, m_singleCount, other.m_singles);
     std::swap(m_singleCount, other.m_singleCount);
     std::swap(m_open, other.m_open);
     std::swap(m_chunkCount, other.m_chunkCount);

@@ -29,7 +29,7 @@ private:
     Chunk* openChunk();
     void unlink(Chunk* chunk) noexcept;
 
-    void* m_singles[maximumSingles] = {};
+    void* m_singles[maximumSingles]; // as many as are counted
     unsigned m_singleCount = 0;
     Chunk* m_open = nullptr; // chunks with free blocks
     uint64_t m_chunkCount = 0;
