@@ -45,12 +45,6 @@ Names namesOf(const ClassChain& chain) {
     return names;
 }
 
-TEST(Object, HoldsOnePointerAndOneCountBeyondItsVtable) {
-    EXPECT_EQ(sizeof(Object), 3 * sizeof(void*)); // the count and its padding
-    EXPECT_EQ(sizeof(UnmanagedObject), sizeof(Object));
-    EXPECT_EQ(sizeof(SmartPointer<Object>), sizeof(void*));
-}
-
 TEST(Object, DiesOnceWithItsLastReference) {
     int deaths = 0;
     auto first = makeObject<Mortal>(deaths);

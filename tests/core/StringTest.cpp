@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <sstream>
+#include <tuple>
 #include <unordered_set>
 
 using namespace kiv;
@@ -159,33 +160,21 @@ TEST(String, SearchesAndEditsLikeTheStandardString) {
         const size_t at = random() % (model.size() + 1), count = random() % 4;
         const size_t from = random() % (other.size() + 1);
         const char c = other.empty() ? 'a' : other[0];
-        const auto same = [&](const auto& call) {
-            EXPECT_TRUE(call(String(model), String(other)) == call(std::string(model), other)) << model << ' ' << other;
+        const auto searches = [&](const auto& s, const auto& o) {
+            return std::tuple(s.find(o, at), s.rfind(o, at), s.find_first_of(o, at), s.find_first_not_of(o, at),
+                              s.find_last_of(o, at), s.find_last_not_of(o, at), s.find_last_not_of(c), s.compare(o) < 0,
+                              s.compare(at, count, o) < 0, s == o, s.substr(at, count));
         };
-        same([&](const auto& s, const auto& o) { return s.find(o, at); });
-        same([&](const auto& s, const auto& o) { return s.rfind(o, at); });
-        same([&](const auto& s, const auto& o) { return s.find_first_of(o, at); });
-        same([&](const auto& s, const auto& o) { return s.find_first_not_of(o, at); });
-        same([&](const auto& s, const auto& o) { return s.find_last_of(o, at); });
-        same([&](const auto& s, const auto& o) { return s.find_last_not_of(o, at); });
-        same([&](const auto& s, const auto&) { return s.find_last_not_of(c); });
-        same([&](const auto& s, const auto& o) { return s.compare(o) < 0; });
-        same([&](const auto& s, const auto& o) { return s.compare(at, count, o) < 0; });
-        same([&](auto s, const auto& o) { return s.replace(at, count, o); });
-        same([&](auto s, const auto& o) { return s.insert(at, o); });
-        same([&](auto s, const auto&) { return s.erase(at, count); });
-        same([&](const auto& s, const auto&) { return s.substr(at, count); });
-        same([&](const auto& s, const auto& o) { return s == o; });
         // A second text with a number: a position in a String, a length of a `const char*`.
-        same([&](auto s, const auto& o) { return s.append(o, from); });
-        same([&](auto s, const auto& o) { return s.assign(o, from); });
-        same([&](auto s, const auto& o) { return s.insert(at, o, from); });
-        same([&](auto s, const auto& o) { return s.replace(at, count, o, from); });
-        same([&](auto s, const auto& o) { return s.append(o.c_str(), from); });
-        same([&](auto s, const auto& o) { return s.assign(o.c_str(), from); });
-        same([&](auto s, const auto& o) { return s.insert(at, o.c_str(), from); });
-        same([&](auto s, const auto& o) { return s.replace(at, count, o.c_str(), from); });
-        ASSERT_FALSE(HasFailure());
+        const auto edits = [&]<class Text>(const Text& s, const Text& o) {
+            return std::tuple(Text(s).replace(at, count, o), Text(s).insert(at, o), Text(s).erase(at, count),
+                              Text(s).append(o, from), Text(s).assign(o, from), Text(s).insert(at, o, from),
+                              Text(s).replace(at, count, o, from), Text(s).append(o.c_str(), from),
+                              Text(s).assign(o.c_str(), from), Text(s).insert(at, o.c_str(), from),
+                              Text(s).replace(at, count, o.c_str(), from));
+        };
+        ASSERT_TRUE(searches(String(model), String(other)) == searches(model, other)) << model << ", " << other;
+        ASSERT_TRUE(edits(String(model), String(other)) == edits(model, other)) << model << ", " << other;
     }
     EXPECT_THROW(String("a").substr(2), std::out_of_range);
     EXPECT_THROW(String("a").append(String("b"), 2), std::out_of_range);
