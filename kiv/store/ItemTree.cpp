@@ -132,10 +132,11 @@ void Item::copyChildrenRecursive(const Item& from) const {
         key.appendPlain(path.getBytePointer(), path.getSize());
         write(*m_store, key, value);
     };
-    if (from.m_store != m_store) return visitBelow(*from.m_store, from, add);
-    // What is written may lie in what is read.
+    // What is written may lie in what is read, also when one of two stores stands in front of the other.
+    const bool isBelow = compareTotal(*this, from) >= 0 && compareTotal(*this, ItemBound(from, ValueType::End)) < 0;
+    if (from.m_store != m_store && !isBelow) return visitBelow(*from.m_store, from, add);
     Vector<Pair<Item, Item>> entries;
-    visitBelow(*m_store, from, [&](const ConstByteSpan& path, const Item& value) {
+    visitBelow(*from.m_store, from, [&](const ConstByteSpan& path, const Item& value) {
         entries.emplace_back(Item(PlainMode(), path), value);
     });
     for (const auto& [path, value] : entries) add(path.getConstByteSpan(), value);

@@ -42,12 +42,25 @@ struct PagePool::Chunk {
 
 PagePool::Chunk* PagePool::openChunk() {
     if (m_open) return m_open;
-    // A tree with more than one is large, and will fill the next one, too.
-    const platform::MemoryChunk memory = platform::allocateMemoryChunk(m_chunkCount != 0);
-    if (!memory.memory) throw std::bad_alloc();
-    m_open = new (memory.memory) Chunk{memory, nullptr, nullptr, nullptr, 0, 1};
+    if (m_spare) {
+        m_open = std::exchange(m_spare, nullptr);
+        m_open->next = m_open->previous = nullptr;
+    } else {
+        // A tree with more than one is large, and will fill the next one, too.
+        const platform::MemoryChunk memory = platform::allocateMemoryChunk(m_chunkCount != 0);
+        if (!memory.memory) throw std::bad_alloc();
+        m_open = new (memory.memory) Chunk{memory, nullptr, nullptr, nullptr, 0, 1};
+    }
     ++m_chunkCount;
     return m_open;
+}
+
+void PagePool::release(Chunk* chunk) noexcept {
+    platform::freeMemoryChunk(platform::MemoryChunk(chunk->memory));
+}
+
+PagePool::~PagePool() {
+    if (m_spare) release(m_spare);
 }
 
 void PagePool::unlink(Chunk* chunk) noexcept {
@@ -81,15 +94,16 @@ void PagePool::free(void* block) noexcept {
         m_open = chunk;
     }
     chunk->free = new (block) FreeBlock{chunk->free};
-    if (--chunk->used == 0) {
-        unlink(chunk);
-        --m_chunkCount;
-        platform::freeMemoryChunk(platform::MemoryChunk(chunk->memory));
-    }
+    if (--chunk->used != 0) return;
+    unlink(chunk);
+    --m_chunkCount;
+    // One is kept, so that a tree whose size goes up and down a little does not ask the system each time.
+    if (m_spare) release(m_spare);
+    m_spare = chunk;
 }
 
 uint64_t PagePool::getMemory() const {
-    return m_singleCount * blockSize + m_chunkCount * platform::memoryChunkSize;
+    return m_singleCount * blockSize + (m_chunkCount + (m_spare ? 1 : 0)) * platform::memoryChunkSize;
 }
 
 void PagePool::swap(PagePool& other) noexcept {
@@ -99,6 +113,7 @@ void PagePool::swap(PagePool& other) noexcept {
     std::copy_n(singles, m_singleCount, other.m_singles);
     std::swap(m_singleCount, other.m_singleCount);
     std::swap(m_open, other.m_open);
+    std::swap(m_spare, other.m_spare);
     std::swap(m_chunkCount, other.m_chunkCount);
 }
 

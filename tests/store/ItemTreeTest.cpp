@@ -1,6 +1,7 @@
 // Hunts: siblings and children taken for each other, walks that leave the subtree, results changed on failure, paths
 // with gaps, transactions left open, copies that never end or overwrite what they still have to read.
 #include "kiv/core/Random.h"
+#include "kiv/store/CacheStore.h"
 #include "kiv/store/Store.h"
 #include "tests/store/Trees.h"
 #include "tests/support/AllocationCounter.h"
@@ -110,6 +111,11 @@ TEST(ItemTree, StoreLeavesNoGaps) {
     EXPECT_EQ(store.calls, "setINT:1;b;INT:2;INT:3 set ");
     EXPECT_EQ(*in(store, 1, "b", 2, 3).fetch(), Item("other"));
     EXPECT_EQ(in(store, 1, "b", 2).fetch()->getPlainSize(), 0u);
+
+    // The first ancestor that is there is the last that is looked at.
+    store.set(in(store, 9, 9, 9), Item());
+    in(store, 9, 9, 9, 1, 2).store("value");
+    EXPECT_FALSE(in(store, 9).exists());
 
     const auto before = contentOf(store);
     store.calls.clear();
@@ -225,6 +231,15 @@ TEST(ItemTree, CopiesBelowIntegersOfAnySize) {
     const auto before = contentOf(store);
     in(store, "none").copyChildrenRecursive(bound(store, plain("\3cut")));
     EXPECT_EQ(contentOf(store), before);
+}
+
+TEST(ItemTree, CopiesBelowItselfThroughACache) {
+    const auto backing = makeObject<MemoryStore>(false);
+    const auto cache = makeObject<CacheStore>(backing.get());
+    in(*cache, "a", "b").store("value");
+    in(*cache, "a", "c").copyChildrenRecursive(in(*backing, "a"));
+    EXPECT_TRUE(in(*cache, "a", "c", "b").exists());
+    EXPECT_FALSE(in(*cache, "a", "c", "c").exists());
 }
 
 TEST(ItemTree, FindsUniqueIntegers) {
