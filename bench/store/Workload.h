@@ -144,7 +144,7 @@ private:
         for (size_t i = 0; i < entryCount; ++i) {
             const size_t at = plain.shuffled(i);
             keys.push_back(sorted[at]);
-            values.push_back(sortedValues[at]);
+            values.push_back(Form::value(plain.value(at)));
             others.push_back(Form::value(plain.value(entryCount + at)));
             hits.push_back(sorted[random() % entryCount]);
             misses.push_back(Form::key(plain.below(random() % entryCount)));

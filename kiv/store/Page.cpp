@@ -116,9 +116,6 @@ int Page::compareAt(unsigned index, const SortKey& key) const {
 }
 
 Page::Place Page::findAmongEqualHeads(unsigned begin, const SortKey& key) const {
-    // What a hit will look at next, while the key is compared.
-    KIV_PREFETCH(bytes() + slots()[begin].offset + 64);
-    KIV_PREFETCH(m_views + begin);
     const uint64_t head = slots()[begin].getHead();
     // Most often there is but one.
     if (const int order = compareAt(begin, key); order >= 0) return {begin, order == 0};

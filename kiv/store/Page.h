@@ -75,7 +75,8 @@ public:
     inline EntryView at(unsigned index) const;
     // Starts to load what a search will look at: memory gives several lines at once as quickly as one.
     inline void prefetch() const;
-    inline Place find(const SortKey& key) const;
+    // `isForView`: the entry will be handed out as a view.
+    inline Place find(const SortKey& key, bool isForView = false) const;
     // The sort key of an entry; `scratch` holds it for a leaf.
     SortBytes getSortBytes(unsigned index, std::optional<SortKey>& scratch) const;
     // An item that views the value: one for each index, valid until the page changes. Requires: isLeaf().

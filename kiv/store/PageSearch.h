@@ -66,11 +66,14 @@ inline unsigned Page::findHead(uint64_t head) const {
     return static_cast<unsigned>(base - slots());
 }
 
-inline Page::Place Page::find(const SortKey& key) const {
+inline Page::Place Page::find(const SortKey& key, bool isForView) const {
     if (const int order = compareWithPrefix(key); order != 0) return {order < 0 ? 0U : m_count, false};
     const uint64_t head = key.headAt(m_prefixSize);
     const unsigned index = findHead(head);
     if (index == m_count || slots()[index].getHead() != head) return {index, false};
+    // What a hit will look at next, while the key is compared.
+    KIV_PREFETCH(bytes() + slots()[index].offset + 64);
+    if (isForView) KIV_PREFETCH(m_views + index);
     return findAmongEqualHeads(index, key);
 }
 

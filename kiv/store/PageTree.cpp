@@ -135,7 +135,7 @@ PageTree::Cursor PageTree::find(const SortKey& key) const {
     Page* page = m_root;
     for (; !page->isLeaf(); ++m_pageVisits) page = descend(page, page->findChild(key));
     ++m_pageVisits;
-    const Page::Place place = page->find(key);
+    const Page::Place place = page->find(key, true);
     return place.exact ? Cursor(page, place.index) : Cursor();
 }
 
