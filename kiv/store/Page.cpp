@@ -319,8 +319,9 @@ void Page::shortenPrefix(size_t prefixSize) {
     // The slots move towards the front, the records stay.
     Slot* to = slots();
     for (unsigned i = 0; i < m_count; ++i) {
-        to[i] = from[i];
-        to[i].setHead(heads[i]);
+        Slot slot = from[i]; // the places may overlap
+        slot.setHead(heads[i]);
+        to[i] = slot;
     }
 }
 

@@ -31,6 +31,11 @@ inline EntryView Page::at(unsigned index) const {
     return {{record + 2, slot.keySize}, {record + 2 + slot.keySize, isAbsence ? 0U : valueSize}, isAbsence};
 }
 
+// By its number, for the address may lie outside of everything.
+inline void prefetchAt(const void* base, size_t offset) {
+    KIV_PREFETCH(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(base) + offset));
+}
+
 inline void Page::prefetch() const {
     constexpr size_t searched = 384; // more at once would wait for each other
     for (size_t at = 0; at < searched; at += 64) KIV_PREFETCH(bytes() + at);
@@ -72,8 +77,8 @@ inline Page::Place Page::find(const SortKey& key, bool isForView) const {
     const unsigned index = findHead(head);
     if (index == m_count || slots()[index].getHead() != head) return {index, false};
     // What a hit will look at next, while the key is compared.
-    KIV_PREFETCH(bytes() + slots()[index].offset + 64);
-    if (isForView) KIV_PREFETCH(m_views + index);
+    prefetchAt(this, slots()[index].offset + 64U);
+    if (isForView) prefetchAt(m_views, index * sizeof(Item));
     return findAmongEqualHeads(index, key);
 }
 
