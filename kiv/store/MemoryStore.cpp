@@ -45,6 +45,7 @@ void MemoryStore::startChange() {
 }
 
 void MemoryStore::set(const Item& key, const Item& value) {
+    KIV_PREFETCH(value.getPlainBytePointer()); // it is wanted when the place is found
     startChange();
     m_data.set(SortKey(key), {key.getConstByteSpan(), value.getConstByteSpan()}, undo());
 }
