@@ -21,7 +21,7 @@ std::atomic<size_t> count{0};
 // The allocations that fail, by their numbers.
 std::atomic<size_t> firstFailure{~size_t{0}}, failures{0};
 
-bool mayAllocate() {
+[[maybe_unused]] bool mayAllocate() {
     const size_t number = count++;
     return number < firstFailure || number - firstFailure >= failures;
 }
