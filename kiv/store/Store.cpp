@@ -4,6 +4,7 @@
 #include "kiv/core/ReportGenerator.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/FileStream.h"
+#include "kiv/store/EntryWalk.h"
 #include "kiv/store/ItemBound.h"
 #include "kiv/store/ScopedTransaction.h"
 
@@ -17,21 +18,13 @@ struct FileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-template <class Visit>
-void visitEntries(Store& store, Visit visit) {
-    Item key;
-    if (!store.first(key)) return;
-    do {
-        if (const Item* value = store.get(key)) visit(key, *value);
-    } while (store.next(key, key));
-}
-
 template <class Write>
 void writeLines(Store& store, Write write) {
-    visitEntries(store, [&](const Item& key, const Item& value) {
+    internal::visitEntries(store, [&](const Item& key, const Item& value) {
         String line = key.asString();
         line.append(" = ").append(value.asString());
         write(line);
+        return true;
     });
 }
 
@@ -154,7 +147,7 @@ void Store::report(ReportGenerator* generator) {
 
 void Store::benchmark() {
     const int64_t start = Clock::current().getMilliseconds();
-    visitEntries(*this, [](const Item&, const Item&) {});
+    internal::visitEntries(*this, [](const Item&, const Item&) { return true; });
     logging::MessageStream(1, 2) << "store benchmark: " << Clock::current().getMilliseconds() - start << "ms";
 }
 

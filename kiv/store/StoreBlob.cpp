@@ -1,5 +1,7 @@
 #include "kiv/store/StoreBlob.h"
 
+#include "kiv/store/EntryWalk.h"
+
 #include <cstring>
 
 namespace kiv {
@@ -45,19 +47,15 @@ bool takeNested(ConstByteSpan& rest, ConstByteSpan& nested) {
 
 bool StoreBlob::encode(Store& store, Buffer& out) {
     out.clear();
-    Item key;
-    for (bool more = store.first(key); more; more = store.next(key, key)) {
-        const Item* value = store.get(key);
-        if (!value) continue;
-        const uint64_t sizes = uint64_t{key.getPlainSize()} + value->getPlainSize() + 2 * internal::blobHeadSize;
-        if (out.getSize() + sizes > largestBlob) {
-            out.clear();
-            return false;
-        }
+    const bool fits = internal::visitEntries(store, [&out](const Item& key, const Item& value) {
+        const uint64_t sizes = uint64_t{key.getPlainSize()} + value.getPlainSize() + 2 * internal::blobHeadSize;
+        if (out.getSize() + sizes > largestBlob) return false;
         appendNested(out, key);
-        appendNested(out, *value);
-    }
-    return true;
+        appendNested(out, value);
+        return true;
+    });
+    if (!fits) out.clear();
+    return fits;
 }
 
 bool StoreBlob::decode(const ConstByteSpan& blob, Store& store) {

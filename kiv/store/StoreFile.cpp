@@ -3,6 +3,7 @@
 #include "kiv/core/SmartPointer.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/FileReplacement.h"
+#include "kiv/store/EntryWalk.h"
 #include "kiv/store/StoreBlob.h"
 #include "kiv/store/StoreFileForm.h"
 #include "kiv/store/StoreFileReader.h"
@@ -48,11 +49,10 @@ private:
 // A whole walk, which only who asks for progress pays for.
 uint64_t Writer::measure() {
     uint64_t size = internal::storeFileHeader + internal::storeFileTrailer;
-    Item key;
-    for (bool more = m_store.first(key); more; more = m_store.next(key, key)) {
-        if (const Item* value = m_store.get(key))
-            size += uint64_t{key.getPlainSize()} + value->getPlainSize() + 2 * internal::blobHeadSize;
-    }
+    internal::visitEntries(m_store, [&size](const Item& key, const Item& value) {
+        size += uint64_t{key.getPlainSize()} + value.getPlainSize() + 2 * internal::blobHeadSize;
+        return true;
+    });
     return size;
 }
 
@@ -90,12 +90,8 @@ std::string Writer::write() {
     if (m_progress) m_total = measure();
     put(storeFileMark.data(), static_cast<unsigned>(storeFileMark.size()));
     put(&storeFileVersion, sizeof storeFileVersion);
-    Item key;
-    bool more = m_file.getFailure().empty() && m_store.first(key);
-    while (more) {
-        const Item* value = m_store.get(key);
-        more = (!value || writeEntry(key, *value)) && m_store.next(key, key);
-    }
+    if (m_file.getFailure().empty())
+        visitEntries(m_store, [this](const Item& key, const Item& value) { return writeEntry(key, value); });
     if (!m_failure.empty()) return m_failure;
     put(&storeFileEnd, sizeof storeFileEnd);
     put(&m_entries, sizeof m_entries);
