@@ -20,6 +20,10 @@ public:
 
     // Steady, from an arbitrary start; never wraps.
     virtual int64_t getMilliseconds() const;
+    // The same as a 32-bit count, which wraps every 49.7 days: compare two of them by timeDifference() only.
+    uint32_t getTime() const { return static_cast<uint32_t>(getMilliseconds()); }
+    // Milliseconds from `earlier` to `later`, negative when it is the other way round; right up to 24.8 days.
+    static int32_t timeDifference(uint32_t later, uint32_t earlier) { return static_cast<int32_t>(later - earlier); }
     // Microseconds since 1970-01-01T00:00:00Z.
     virtual int64_t getUtcMicroseconds() const;
     // The same, but later than every one this clock gave before: names for records.
