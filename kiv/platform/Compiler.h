@@ -35,3 +35,10 @@
 #else
 #define KIV_PREFETCH(address) __builtin_prefetch(address)
 #endif
+
+// In loops that wait for another processor: leaves it the memory bus and the twin of this core.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KIV_PAUSE() _mm_pause()
+#else
+#define KIV_PAUSE() __builtin_ia32_pause()
+#endif

@@ -1,0 +1,81 @@
+#include "kiv/tasks/Parallel.h"
+
+#include "kiv/logging/MessageStream.h"
+#include "kiv/platform/AddressWait.h"
+#include "kiv/tasks/Dispatcher.h"
+#include "kiv/tasks/HardwareConcurrency.h"
+#include "kiv/tasks/LambdaTask.h"
+
+#include <exception>
+
+namespace kiv {
+namespace {
+
+void executePart(Parallel::Kernel& kernel, unsigned index) {
+    try {
+        kernel.executePart(index);
+    } catch (const std::exception& failure) {
+        logging::MessageStream(3, 2) << "[TASKS] part " << index << " of a kernel has failed: " << failure.what();
+    } catch (...) {
+        logging::MessageStream(3, 2) << "[TASKS] part " << index << " of a kernel has failed";
+    }
+}
+
+// Counts the parts of one call down to zero; one thread waits for that.
+class Countdown {
+public:
+    explicit Countdown(uint32_t parts) : m_left(parts) {}
+
+    bool isOver() const { return (m_left.load(std::memory_order_acquire) & ~sleeping) == 0; }
+    void countDown() {
+        // The waiting thread may be gone with this object behind the subtraction.
+        const std::atomic<uint32_t>* address = &m_left;
+        if (m_left.fetch_sub(1, std::memory_order_acq_rel) == (sleeping | 1)) platform::wakeAllOnAddress(address);
+    }
+    void wait() {
+        for (int i = 0; i < spins; ++i) {
+            if (isOver()) return;
+            KIV_PAUSE();
+        }
+        m_left.fetch_or(sleeping, std::memory_order_acq_rel);
+        while (!isOver()) platform::waitOnAddress(m_left, m_left.load(std::memory_order_acquire));
+    }
+
+private:
+    static constexpr uint32_t sleeping = 0x80000000;
+    static constexpr int spins = 1000;
+
+    std::atomic<uint32_t> m_left;
+};
+
+} // namespace
+
+Parallel::Kernel::~Kernel() = default;
+void Parallel::Kernel::prepare(unsigned&) {}
+void Parallel::Kernel::finish() {}
+
+Parallel::Parallel() : m_queue(makeObject<TaskQueue>(TaskQueue::GlobalParallel)) {}
+
+Parallel::~Parallel() = default;
+
+void Parallel::execute(Kernel& kernel) {
+    unsigned parts = getHardwareConcurrency();
+    kernel.prepare(parts);
+    const std::shared_ptr<internal::Dispatcher>& dispatcher = m_queue->m_dispatcher;
+    if (parts == 1 || !dispatcher || !dispatcher->isRunning()) {
+        while (parts != 0) kiv::executePart(kernel, --parts);
+    } else if (parts != 0) {
+        Countdown countdown(parts);
+        m_queue->pushTaskN(parts, makeTask([&](TaskContext& context) {
+                                      kiv::executePart(kernel, context.getIndex());
+                                      countdown.countDown();
+                                  }).get(),
+                           0);
+        // Were all threads of the pool to wait here, nobody would be left to run the parts.
+        if (dispatcher->isWorker()) m_queue->joinIn();
+        countdown.wait();
+    }
+    kernel.finish();
+}
+
+} // namespace kiv

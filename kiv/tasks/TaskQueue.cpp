@@ -1,0 +1,344 @@
+#include "kiv/tasks/TaskQueue.h"
+
+#include "kiv/logging/MessageStream.h"
+#include "kiv/tasks/Dispatcher.h"
+#include "kiv/tasks/HardwareConcurrency.h"
+#include "kiv/tasks/MainPool.h"
+#include "kiv/tasks/TaskContext.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+
+namespace kiv {
+namespace {
+
+constexpr unsigned maximalCount = 0x1FFFFFFF; // of references that one push may add to a task
+constexpr int waitSpins = 500;
+constexpr uint32_t noLimit = std::numeric_limits<uint32_t>::max();
+
+void logFailure(const char* what) {
+    logging::MessageStream(3, 2) << "[TASKS] a task has failed: " << what;
+}
+
+} // namespace
+
+// One call of processTasks, on the stack of its thread; they nest.
+struct TaskQueue::Runner {
+    explicit Runner(TaskQueue* servedQueue) : queue(servedQueue), outer(top) { top = this; }
+    Runner(const Runner&) = delete;
+    Runner& operator=(const Runner&) = delete;
+    ~Runner() { top = outer; }
+
+    TaskQueue* const queue;
+    Runner* const outer;
+    bool isQueueGone = false; // its destructor ran inside this call
+
+    static thread_local Runner* top;
+};
+
+thread_local TaskQueue::Runner* TaskQueue::Runner::top = nullptr;
+
+struct TaskQueue::Run {
+    Task* task;
+    uint32_t index;
+    uint32_t weight;
+};
+
+TaskQueue::SegmentInParts::SegmentInParts(unsigned units)
+    : total(units), parts(std::min(units, 2 * getHardwareConcurrency())) {}
+
+TaskQueue::TaskQueue(Type type, int queueID)
+    : m_type(type), m_queueID(queueID), m_dispatcher(type == Main ? nullptr : internal::Dispatcher::current()),
+      m_mainPool(type == Main ? MainPool::current() : nullptr) {}
+
+TaskQueue::~TaskQueue() {
+    disable();
+    for (Runner* runner = Runner::top; runner; runner = runner->outer) {
+        if (runner->queue == this) runner->isQueueGone = true;
+    }
+    Lock lock(m_mutex);
+    m_isDying = true;
+    while (m_sleepers != 0) {
+        m_idleCondition.notifyAll();
+        m_idleCondition.wait(lock);
+    }
+}
+
+// ---- Pushing.
+
+void TaskQueue::pushTaskN(unsigned count, Task* task, unsigned weight) {
+    assert(task || count == 0);
+    assert(count <= maximalCount);
+    if (count == 0 || !task) return;
+    task->increaseReferenceCountBy(count);
+    Lock lock(m_mutex);
+    if (m_aborting.load(std::memory_order_relaxed)) {
+        lock.unlock();
+        task->decreaseReferenceCountBy(count);
+        return;
+    }
+    const bool isHeldBack = !m_pendingSegments.empty();
+    try {
+        (isHeldBack ? m_pendingSegments.back() : m_currentSegment).push_back({task, count, weight});
+    } catch (...) {
+        lock.unlock();
+        task->decreaseReferenceCountBy(count);
+        throw;
+    }
+    if (weight != 0) m_workload.fetch_add(count * weight, std::memory_order_relaxed);
+    const uint32_t requested = isHeldBack ? 0 : addRunners(count);
+    lock.unlock();
+    if (requested != 0) requestRunners(requested);
+}
+
+// Puts as many runners on the account as are of use for so many more runs. Under the mutex.
+uint32_t TaskQueue::addRunners(uint32_t wanted) {
+    const uint32_t active = m_activeRunners.load(std::memory_order_relaxed);
+    uint32_t limit = 1;
+    if (isParallelQueue()) limit = isIOQueue() || !m_dispatcher ? noLimit : m_dispatcher->getRunnerLimit();
+    const uint32_t added = active < limit ? std::min(wanted, limit - active) : 0;
+    m_activeRunners.store(active + added, std::memory_order_relaxed);
+    return added;
+}
+
+void TaskQueue::requestRunners(uint32_t count) {
+    if (m_mainPool) {
+        m_mainPool->pushMainQueue(this);
+    } else if (m_dispatcher) {
+        m_dispatcher->push(count, this, isHighPriQueue());
+        // Somebody may sleep who would have served the request, had it been there.
+        if (m_helpers.load() != 0) {
+            const Lock lock(m_mutex);
+            m_idleCondition.notifyAll();
+        }
+    } else {
+        logging::MessageStream(3, 2) << "[TASKS] there is no pool to run a task";
+        discharge(count);
+    }
+}
+
+void TaskQueue::pushBarrier() {
+    const Lock lock(m_mutex);
+    const bool isPaused = !m_pendingSegments.empty();
+    if (empty() ? isPaused && !m_pendingSegments.back().empty() : true) m_pendingSegments.emplace_back();
+}
+
+// ---- Running.
+
+TaskQueue::Runner* TaskQueue::findRunner(const TaskQueue* queue) {
+    Runner* runner = Runner::top;
+    while (runner && runner->queue != queue) runner = runner->outer;
+    return runner;
+}
+
+unsigned TaskQueue::getOwnRuns() const {
+    unsigned runs = 0;
+    for (const Runner* runner = Runner::top; runner; runner = runner->outer) runs += runner->queue == this;
+    return runs;
+}
+
+void TaskQueue::processTasks() {
+    Runner runner(this);
+    Lock lock(m_mutex);
+    Run run;
+    do {
+        while (takeRun(lock, run)) {
+            lock.unlock();
+            execute(run, runner);
+            if (runner.isQueueGone) {
+                lock.release();
+                return;
+            }
+            lock.lock();
+        }
+    } while (promote(lock));
+    leave();
+}
+
+bool TaskQueue::takeRun(Lock&, Run& run) {
+    if (m_currentSegment.empty()) return false;
+    Entry& entry = m_currentSegment.front();
+    run = {entry.task, --entry.count, entry.weight};
+    if (entry.count == 0) m_currentSegment.pop_front();
+    return true;
+}
+
+void TaskQueue::execute(const Run& run, const Runner& runner) {
+    TaskContext context(this, run.index, run.weight);
+    if (!isAborting()) {
+        try {
+            run.task->run(context);
+        } catch (const std::exception& failure) {
+            logFailure(failure.what());
+        } catch (...) {
+            logFailure("unknown exception");
+        }
+    }
+    if (!runner.isQueueGone && context.getWorkload() != 0)
+        m_workload.fetch_sub(context.getWorkload(), std::memory_order_relaxed);
+    run.task->decreaseReferenceCount(); // this may destroy the queue as well
+}
+
+// The last runner of a segment goes on with the next one, and asks for help with it.
+bool TaskQueue::promote(Lock& lock) {
+    if (m_activeRunners.load(std::memory_order_relaxed) != 1 || m_pendingSegments.empty()) return false;
+    m_currentSegment = std::move(m_pendingSegments.front());
+    m_pendingSegments.pop_front();
+    uint64_t runs = 0;
+    for (size_t i = 0; i < m_currentSegment.size(); ++i) runs += m_currentSegment[i].count;
+    if (!isParallelQueue() || runs < 2) return true;
+    const uint32_t added = addRunners(static_cast<uint32_t>(std::min<uint64_t>(runs - 1, noLimit)));
+    if (added != 0) {
+        lock.unlock();
+        requestRunners(added);
+        lock.lock();
+    }
+    return true;
+}
+
+// Under the mutex, at the end of a runner: whoever gets the mutex next may destroy the queue.
+void TaskQueue::leave() {
+    runnersEnded(1);
+}
+
+void TaskQueue::runnersEnded(uint32_t runners) {
+    const uint32_t left = m_activeRunners.load(std::memory_order_relaxed) - runners;
+    if (left == 0) ++m_idleEpoch;
+    m_activeRunners.store(left, std::memory_order_release);
+    if (m_type != Main && (left == 0 ? m_sleepers != 0 : m_partialSleepers != 0)) m_idleCondition.notifyAll();
+}
+
+void TaskQueue::discharge(uint32_t runners) {
+    const Lock lock(m_mutex);
+    runnersEnded(runners);
+}
+
+// Serves a parallel queue as one runner more.
+void TaskQueue::joinIn() {
+    {
+        const Lock lock(m_mutex);
+        if (m_currentSegment.empty()) return;
+        m_activeRunners.store(m_activeRunners.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+    processTasks();
+}
+
+// ---- Waiting.
+
+// A thread of the pool that sleeps could be the one that the queue waits for: it serves the queue first.
+template <class IsOver>
+void TaskQueue::sleepUntil(Lock& lock, IsOver isOver) {
+    if (isOver()) return;
+    const bool canHelp = m_dispatcher && m_dispatcher->isWorker();
+    ++m_sleepers;
+    if (canHelp) ++m_helpers;
+    while (!isOver()) {
+        const uint32_t prepared = m_idleCondition.prepare();
+        lock.unlock();
+        if (canHelp && m_dispatcher->claim(this))
+            processTasks();
+        else
+            m_idleCondition.sleep(prepared);
+        lock.lock();
+    }
+    if (canHelp) --m_helpers;
+    if (--m_sleepers == 0 && m_isDying) m_idleCondition.notifyAll();
+}
+
+bool TaskQueue::isRefused(const char* operation) const {
+    const char* why = nullptr;
+    if (findRunner(this))
+        why = " of a task queue from one of its own tasks";
+    else if (isMainQueue() && m_mainPool && m_mainPool->isMainThread())
+        why = " of the main queue on the main thread";
+    if (why) logging::MessageStream(4, 2) << "[TASKS] " << operation << why;
+    return why != nullptr;
+}
+
+void TaskQueue::wait() {
+    if (empty() || isRefused("wait")) return;
+    Lock lock(m_mutex);
+    const uint32_t epoch = m_idleEpoch;
+    lock.unlock();
+    for (int i = 0; i < waitSpins && !empty(); ++i) KIV_PAUSE();
+    lock.lock();
+    sleepUntil(lock, [&] { return empty() || m_idleEpoch != epoch; });
+}
+
+void TaskQueue::pause() {
+    if (isMainQueue()) {
+        logging::MessageStream(4, 2) << "[TASKS] pause of a main queue";
+        return;
+    }
+    if (isRefused("pause")) return;
+    Lock lock(m_mutex);
+    sleepUntil(lock, [&] { return empty(); });
+    if (m_pendingSegments.empty()) m_pendingSegments.emplace_back();
+}
+
+void TaskQueue::resume() {
+    if (isMainQueue()) {
+        logging::MessageStream(4, 2) << "[TASKS] resume of a main queue";
+        return;
+    }
+    {
+        const Lock lock(m_mutex);
+        if (m_pendingSegments.empty() || !empty()) return;
+        m_activeRunners.store(1, std::memory_order_relaxed);
+    }
+    requestRunners(1); // who promotes the segment and asks for the others
+}
+
+// ---- Dropping.
+
+void TaskQueue::abort() {
+    stop(false);
+}
+
+void TaskQueue::stop(bool forGood) {
+    const unsigned ownRuns = getOwnRuns();
+    Lock lock(m_mutex);
+    if (m_hasAborter && ownRuns != 0) return; // the other one waits for this run to return
+    sleepUntil(lock, [this] { return !m_hasAborter; });
+    m_hasAborter = true;
+    m_aborting = true;
+    dropAll(lock);
+    lock.unlock();
+    if (m_mainPool) {
+        assert(m_mainPool->isMainThread());
+        const unsigned removed = m_mainPool->removeMainQueue(this);
+        lock.lock();
+        if (removed != 0) runnersEnded(removed);
+    } else {
+        const uint32_t cancelled = m_dispatcher ? m_dispatcher->cancel(this) : 0;
+        lock.lock();
+        if (cancelled != 0) runnersEnded(cancelled);
+        if (ownRuns != 0) ++m_partialSleepers;
+        sleepUntil(lock, [&] { return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns; });
+        if (ownRuns != 0) --m_partialSleepers;
+    }
+    if (!forGood) m_aborting = false;
+    m_hasAborter = false;
+    if (m_sleepers != 0) m_idleCondition.notifyAll();
+}
+
+void TaskQueue::dropAll(Lock& lock) {
+    std::deque<Segment> pending;
+    pending.swap(m_pendingSegments);
+    for (Segment& segment : pending) dropSegment(lock, segment);
+    dropSegment(lock, m_currentSegment);
+}
+
+// Tasks are released without the lock: their destructors may use the queue.
+void TaskQueue::dropSegment(Lock& lock, Segment& segment) {
+    while (!segment.empty()) {
+        const Entry entry = segment.pop_front();
+        m_workload.fetch_sub(entry.count * entry.weight, std::memory_order_relaxed);
+        lock.unlock();
+        entry.task->decreaseReferenceCountBy(entry.count);
+        lock.lock();
+    }
+}
+
+} // namespace kiv

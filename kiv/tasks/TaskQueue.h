@@ -1,0 +1,174 @@
+#pragma once
+
+#include "kiv/core/Object.h"
+#include "kiv/core/SmartPointer.h"
+#include "kiv/tasks/Fifo.h"
+#include "kiv/tasks/Mutex.h"
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+
+namespace kiv {
+
+class MainPool;
+class Parallel;
+class TaskContext;
+class ThreadPool;
+
+namespace internal {
+class Dispatcher;
+}
+
+// Runs tasks one after the other (serial), many at once (parallel), or on the main thread when it pumps the MainPool.
+// A worker queue has the threads of the ThreadPool that is current when the queue is made; no thread is its own.
+// Ownership: counted; the queue holds a reference to a task for each run it owes. Whoever pushes keeps the queue alive.
+// Threads: any may call anything, but pause(), resume() and abort() of the main queue, see there. A task may use its
+// own queue, even release it for the last time; what would wait for the task itself is refused or does not wait for it.
+// Failures: a task that throws is logged and counts as run. Tasks pushed while the queue aborts are dropped silently.
+class KIV_API TaskQueue : public Object {
+    KIV_OBJECT(TaskQueue, Object)
+public:
+    class Task;
+    struct SegmentInParts;
+
+    // Bits that may be combined. 0 is the main queue; a worker queue has any other value.
+    enum Type : uint32_t {
+        Main = 0,
+        Serial = 0x1, // one run at a time, in the order of pushing
+        IO = 0x200,   // runs are expected to block: the pool adds a thread while it serves such a queue
+        Parallel = 0x400,
+        HighPriority = 0x800, // served before all others
+        GlobalParallel = 0x402,
+        GlobalDeleteIO = 0xA07,
+    };
+    friend constexpr Type operator|(Type a, Type b) {
+        return static_cast<Type>(static_cast<uint32_t>(a) | static_cast<uint32_t>(b));
+    }
+
+    explicit TaskQueue(Type type, int queueID = 0);
+    TaskQueue(const TaskQueue&) = delete;
+    TaskQueue& operator=(const TaskQueue&) = delete;
+    // Drops what is queued and waits for the runs in progress, but for those it is called from.
+    ~TaskQueue() override;
+
+    // Queues `count` runs of the task, each of that weight; they get the indices count - 1 to 0. A task made for the
+    // purpose is destroyed after its last run, which may be before this returns: who needs it longer holds a
+    // SmartPointer. Requires: count <= 0x1FFFFFFF.
+    void pushTaskN(unsigned count, Task* task, unsigned weight = 1);
+    void pushTask(Task* task, unsigned weight = 1) { pushTaskN(1, task, weight); }
+    void pushTask(const SmartPointer<Task>& task, unsigned weight = 1) { pushTaskN(1, task.get(), weight); }
+
+    // Tasks pushed from now on start when every task pushed before has finished. Nothing happens on an idle queue.
+    void pushBarrier();
+    // Returns once the queue is idle, or was since the call. A thread of the pool helps meanwhile. From a run of this
+    // queue, and on the main thread for a busy main queue, it is logged and returns at once; another thread is not
+    // woken when the main queue becomes idle.
+    void wait();
+    // Waits until the queue is idle; tasks pushed from then on are kept until resume(). Calls are not counted. Refused
+    // like wait(), and always for the main queue.
+    void pause();
+    void resume();
+    // Drops what is queued, also what a pause or a barrier holds back, waits for the runs in progress but for those it
+    // is called from, and takes tasks again. The main queue: on the main thread only.
+    void abort();
+
+    // True when no run is in progress or waits for a thread; also while paused.
+    bool empty() const { return m_activeRunners.load(std::memory_order_acquire) == 0; }
+    // Entries before the next barrier; those of several runs count once, and those of a paused queue not at all.
+    unsigned getNumberOfQueuedTasks();
+    // The weights of all runs that are queued or in progress, modulo 2^32.
+    unsigned getWorkload() const { return m_workload.load(std::memory_order_relaxed); }
+    bool isAborting() const { return m_aborting.load(std::memory_order_relaxed); }
+    Type getType() const { return m_type; }
+    bool isMainQueue() const { return m_type == 0; }
+    bool isIOQueue() const { return (m_type & IO) != 0; }
+    bool isParallelQueue() const { return (m_type & Parallel) != 0; }
+    bool isHighPriQueue() const { return (m_type & HighPriority) != 0; }
+    int getQueueID() const { return m_queueID; }
+
+    // The runner's loop, for the pools.
+    void processTasks();
+
+protected:
+    // Like abort(), but for good: the queue takes no tasks any more.
+    void disable() { stop(true); }
+
+private:
+    friend class internal::Dispatcher;
+    friend class kiv::Parallel;
+    friend class TaskContext;
+    friend struct TaskQueuePeek; // of the tests
+
+    struct Entry {
+        Task* task;
+        uint32_t count; // runs still owed
+        uint32_t weight;
+    };
+    using Segment = internal::Fifo<Entry>;
+    using Lock = std::unique_lock<internal::Mutex>;
+    struct Runner;
+    struct Run;
+
+    static Runner* findRunner(const TaskQueue* queue);
+    unsigned getOwnRuns() const;
+    bool isRefused(const char* operation) const;
+
+    uint32_t addRunners(uint32_t wanted);
+    void requestRunners(uint32_t count);
+    bool takeRun(Lock& lock, Run& run);
+    void execute(const Run& run, const Runner& runner);
+    void leave();
+    bool promote(Lock& lock);
+    void joinIn();
+
+    template <class IsOver>
+    void sleepUntil(Lock& lock, IsOver isOver);
+    void stop(bool forGood);
+    void dropAll(Lock& lock);
+    void dropSegment(Lock& lock, Segment& segment);
+    void discharge(uint32_t runners);
+    void runnersEnded(uint32_t runners);
+
+    const Type m_type;
+    const int m_queueID;
+    const std::shared_ptr<internal::Dispatcher> m_dispatcher; // of a worker queue, and
+    const SmartPointer<MainPool> m_mainPool;                  // of the main queue; null when there was none
+
+    internal::Mutex m_mutex;
+    // Written under the mutex.
+    std::atomic<uint32_t> m_activeRunners{0}; // threads that are in processTasks() or are asked to come
+    std::atomic<bool> m_aborting{false};
+    // Free of it.
+    std::atomic<uint32_t> m_workload{0};
+    std::atomic<uint32_t> m_helpers{0}; // sleepers that would serve a request of this queue
+
+    // All guarded by the mutex.
+    Segment m_currentSegment;
+    std::deque<Segment> m_pendingSegments;
+    internal::Condition m_idleCondition;
+    uint32_t m_idleEpoch = 0; // times the queue became idle
+    uint32_t m_sleepers = 0;
+    uint32_t m_partialSleepers = 0; // of these, who wait for fewer runners but not for none
+    bool m_hasAborter = false;
+    bool m_isDying = false;
+};
+
+// What a queue runs: derive, or wrap a callable with makeTask().
+class KIV_API TaskQueue::Task : public Object {
+    KIV_OBJECT(Task, Object)
+public:
+    virtual void run(TaskContext& context) = 0;
+};
+
+// Into how many pieces to cut `total` units of work.
+struct KIV_API TaskQueue::SegmentInParts {
+    explicit SegmentInParts(unsigned units);
+
+    unsigned total;
+    unsigned parts; // twice the number of processors, but not more than there are units
+};
+
+} // namespace kiv
