@@ -49,10 +49,10 @@ bool Dispatcher::isWorker() const {
 }
 
 Dispatcher::Dispatcher()
-    : m_minIdleThreads(getHardwareConcurrency() + 1), m_maxSpinning(static_cast<int>(getHardwareConcurrency() / 2)),
+    : m_minIdleThreads(getHardwareConcurrency() + 1), m_maxLooking(static_cast<int>(getHardwareConcurrency() / 2)),
       m_maxThreads(static_cast<int>(m_minIdleThreads)) {}
 
-void Dispatcher::push(uint32_t runners, TaskQueue* queue, bool highPriority) noexcept {
+void Dispatcher::push(uint32_t runners, TaskQueue* queue, bool highPriority, bool wakesAtOnce) noexcept {
     Lock lock(m_mutex);
     if (!m_running) {
         lock.unlock();
@@ -64,20 +64,49 @@ void Dispatcher::push(uint32_t runners, TaskQueue* queue, bool highPriority) noe
         requests.back().runners += runners;
     else
         requests.push_back({queue, runners});
-    const uint64_t unclaimed = m_unclaimed.load(std::memory_order_relaxed) + runners;
-    m_unclaimed.store(unclaimed, std::memory_order_relaxed);
+    m_unclaimed.fetch_add(runners);
+    balance(lock, wakesAtOnce);
+}
 
-    // A worker that was woken for earlier requests is idle until it has looked: count what is asked for altogether.
-    const int64_t wanted = static_cast<int64_t>(std::min<uint64_t>(unclaimed, INT32_MAX));
-    const auto started =
-        static_cast<int>(std::clamp<int64_t>(wanted - m_idle - m_starting, 0, std::max(0, m_maxThreads - m_threads)));
+// Sees to it that there are threads for what is requested. Releases the lock.
+void Dispatcher::balance(Lock& lock, bool wakesAtOnce) noexcept {
+    const auto wanted = static_cast<int>(std::min<uint64_t>(m_unclaimed.load(), INT32_MAX));
+    const int parked = m_parked.load();
+    // All requests against all idle threads: one that was woken for an earlier request has not taken it yet.
+    const int started = std::clamp(wanted - m_idle - parked - m_starting, 0, std::max(0, m_maxThreads - m_threads));
     m_threads += started;
     m_starting += started;
-    // Who is looking comes by itself.
-    const int64_t woken = std::min<int64_t>({runners, m_sleeping, wanted - (m_idle - m_sleeping)});
+    const int looking = m_idle - m_sleeping + parked; // these come by themselves
+    int woken = std::min(wanted - looking, m_sleeping) - m_notified;
+    if (!wakesAtOnce) woken = looking == 0 ? std::min(woken, 1) : 0;
+    if (woken > 0) m_notified += woken;
     lock.unlock();
-    for (int64_t i = 0; i < woken; ++i) m_workCondition.notifyOne();
+    for (int i = 0; i < woken; ++i) m_workCondition.notifyOne();
     for (int i = 0; i < started; ++i) startThread();
+}
+
+void Dispatcher::wakeForRequests() {
+    Lock lock(m_mutex);
+    balance(lock, true);
+}
+
+bool Dispatcher::park() {
+    if (!startLooking()) return false;
+    m_parked.fetch_add(1);
+    return true;
+}
+
+void Dispatcher::unpark(bool isBusy) {
+    m_parked.fetch_sub(1);
+    m_looking.fetch_sub(1, std::memory_order_relaxed);
+    // Requests that came meanwhile may have counted on this thread.
+    if (isBusy && m_unclaimed.load() != 0) wakeForRequests();
+}
+
+bool Dispatcher::startLooking() {
+    if (m_looking.fetch_add(1, std::memory_order_relaxed) < m_maxLooking) return true;
+    m_looking.fetch_sub(1, std::memory_order_relaxed);
+    return false;
 }
 
 bool Dispatcher::claim(const TaskQueue* queue) {
@@ -177,6 +206,7 @@ void Dispatcher::work(Worker& worker) {
         ++m_idle;
         ++m_sleeping;
         m_workCondition.wait(lock);
+        if (m_notified > 0) --m_notified;
         --m_sleeping;
         --m_idle;
     }
@@ -199,7 +229,7 @@ void Dispatcher::serve(Lock& lock, TaskQueue* queue) {
 
 // True when there may be work now.
 bool Dispatcher::spin(Lock& lock) {
-    if (m_idle - m_sleeping >= m_maxSpinning) return false;
+    if (!startLooking()) return false;
     ++m_idle;
     lock.unlock();
     const auto end = std::chrono::steady_clock::now() + spinTime;
@@ -209,6 +239,7 @@ bool Dispatcher::spin(Lock& lock) {
     do {
         for (int i = 0; i < 16 && !isDue(); ++i) KIV_PAUSE();
     } while (!isDue() && std::chrono::steady_clock::now() < end);
+    m_looking.fetch_sub(1, std::memory_order_relaxed);
     lock.lock();
     --m_idle;
     return isDue();
@@ -218,7 +249,8 @@ void Dispatcher::wakeSurplus() {
     int surplus;
     {
         const Lock lock(m_mutex);
-        surplus = std::min(m_sleeping, m_idle - static_cast<int>(m_minIdleThreads));
+        surplus = std::min(m_sleeping - m_notified, m_idle - static_cast<int>(m_minIdleThreads));
+        if (surplus > 0) m_notified += surplus;
     }
     for (int i = 0; i < surplus; ++i) m_workCondition.notifyOne();
     reap();

@@ -35,12 +35,22 @@ public:
     // False from the shutdown on.
     bool isRunning() const { return m_running.load(std::memory_order_relaxed); }
 
+    // Whether a queue waits for a thread.
+    bool hasRequests() const { return m_unclaimed.load(std::memory_order_relaxed) != 0; }
+
     // Asks for that many runners of the queue; after the shutdown they are taken off the queue's account at once.
-    void push(uint32_t runners, TaskQueue* queue, bool highPriority) noexcept;
+    // With wakesAtOnce false no sleeping thread is woken when another one looks for work: the caller calls
+    // wakeForRequests() soon, should there still be work then.
+    void push(uint32_t runners, TaskQueue* queue, bool highPriority, bool wakesAtOnce = true) noexcept;
+    void wakeForRequests();
     // Takes one request of the queue back, for the caller to serve it.
     bool claim(const TaskQueue* queue);
     // Takes all requests of the queue back and returns how many runners that were.
     uint32_t cancel(const TaskQueue* queue);
+    // A thread of this dispatcher that looks for work on its own account, for a moment; it leaves when somebody
+    // requests a thread. False when enough others look. `isBusy`: it has found some.
+    bool park();
+    void unpark(bool isBusy);
     void startWorker() noexcept;
     void wakeSurplus();
     // Waits for the runs in progress and ends all threads. Requests that nobody serves any more are taken off their
@@ -65,6 +75,8 @@ private:
         bool hasEnded = false;
     };
 
+    void balance(Lock& lock, bool wakesAtOnce) noexcept;
+    bool startLooking();
     void startThread() noexcept;
     void work(Worker& worker);
     void serve(Lock& lock, TaskQueue* queue);
@@ -73,11 +85,13 @@ private:
     void reap();
 
     const uint32_t m_minIdleThreads; // that are never retired
-    const int m_maxSpinning;
+    const int m_maxLooking;
 
     Mutex m_mutex;
     Condition m_workCondition;
     std::atomic<uint64_t> m_unclaimed{0}; // runners in both queues of requests; written under the mutex
+    std::atomic<int> m_looking{0};        // threads that look for work without sleeping
+    std::atomic<int> m_parked{0};         // of these, who do so at a queue
     std::atomic<bool> m_running{true};    // written under the mutex
     // All guarded by the mutex.
     Requests m_normal;
@@ -87,6 +101,7 @@ private:
     int m_starting = 0; // of these, who have not come to life yet
     int m_idle = 0;     // without work: sleeping or looking
     int m_sleeping = 0; // of these, who have to be woken
+    int m_notified = 0; // of these, who were, but have not come yet
 
     std::mutex m_workersMutex;
     // Guarded by m_workersMutex, but hasEnded, which m_mutex guards.

@@ -21,6 +21,9 @@ void executePart(Parallel::Kernel& kernel, unsigned index) {
     }
 }
 
+constexpr int smallKernelSpins = 100;
+constexpr int waitSpins = 1000;
+
 // Counts the parts of one call down to zero; one thread waits for that.
 class Countdown {
 public:
@@ -32,18 +35,21 @@ public:
         const std::atomic<uint32_t>* address = &m_left;
         if (m_left.fetch_sub(1, std::memory_order_acq_rel) == (sleeping | 1)) platform::wakeAllOnAddress(address);
     }
-    void wait() {
+    // True when it is over within some microseconds.
+    bool spin(int spins) const {
         for (int i = 0; i < spins; ++i) {
-            if (isOver()) return;
+            if (isOver()) return true;
             KIV_PAUSE();
         }
+        return isOver();
+    }
+    void sleep() {
         m_left.fetch_or(sleeping, std::memory_order_acq_rel);
         while (!isOver()) platform::waitOnAddress(m_left, m_left.load(std::memory_order_acquire));
     }
 
 private:
     static constexpr uint32_t sleeping = 0x80000000;
-    static constexpr int spins = 1000;
 
     std::atomic<uint32_t> m_left;
 };
@@ -66,14 +72,19 @@ void Parallel::execute(Kernel& kernel) {
         while (parts != 0) kiv::executePart(kernel, --parts);
     } else if (parts != 0) {
         Countdown countdown(parts);
-        m_queue->pushTaskN(parts, makeTask([&](TaskContext& context) {
-                                      kiv::executePart(kernel, context.getIndex());
-                                      countdown.countDown();
-                                  }).get(),
-                           0);
+        const auto task = makeTask([&](TaskContext& context) {
+            kiv::executePart(kernel, context.getIndex());
+            countdown.countDown();
+        });
         // Were all threads of the pool to wait here, nobody would be left to run the parts.
-        if (dispatcher->isWorker()) m_queue->joinIn();
-        countdown.wait();
+        const bool takesPart = dispatcher->isWorker();
+        m_queue->push(parts, task.get(), 0, takesPart);
+        if (takesPart) m_queue->joinIn();
+        // A small kernel is done sooner by the threads that are awake than others wake up.
+        if (!countdown.spin(smallKernelSpins)) {
+            if (!takesPart) dispatcher->wakeForRequests();
+            if (!countdown.spin(waitSpins)) countdown.sleep();
+        }
     }
     kernel.finish();
 }

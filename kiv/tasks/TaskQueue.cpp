@@ -15,6 +15,7 @@ namespace {
 
 constexpr unsigned maximalCount = 0x1FFFFFFF; // of references that one push may add to a task
 constexpr int waitSpins = 500;
+constexpr int parkSpins = 100;
 constexpr uint32_t noLimit = std::numeric_limits<uint32_t>::max();
 
 void logFailure(const char* what) {
@@ -33,17 +34,19 @@ struct TaskQueue::Runner {
     TaskQueue* const queue;
     Runner* const outer;
     bool isQueueGone = false; // its destructor ran inside this call
+    bool hasAborted = false;  // the queue, from inside this call
+    // The task that ran last and the references it is owed: runs of one task give theirs back together.
+    Task* finished = nullptr;
+    uint32_t finishedRuns = 0;
+
+    void release() {
+        if (finished) std::exchange(finished, nullptr)->decreaseReferenceCountBy(std::exchange(finishedRuns, 0u));
+    }
 
     static thread_local Runner* top;
 };
 
 thread_local TaskQueue::Runner* TaskQueue::Runner::top = nullptr;
-
-struct TaskQueue::Run {
-    Task* task;
-    uint32_t index;
-    uint32_t weight;
-};
 
 TaskQueue::SegmentInParts::SegmentInParts(unsigned units)
     : total(units), parts(std::min(units, 2 * getHardwareConcurrency())) {}
@@ -58,8 +61,7 @@ TaskQueue::~TaskQueue() {
         if (runner->queue == this) runner->isQueueGone = true;
     }
     Lock lock(m_mutex);
-    m_isDying = true;
-    while (m_sleepers != 0) {
+    while (m_sleepers != 0 || m_parked != 0) {
         m_idleCondition.notifyAll();
         m_idleCondition.wait(lock);
     }
@@ -67,7 +69,7 @@ TaskQueue::~TaskQueue() {
 
 // ---- Pushing.
 
-void TaskQueue::pushTaskN(unsigned count, Task* task, unsigned weight) {
+void TaskQueue::push(unsigned count, Task* task, unsigned weight, bool wakesAtOnce) {
     assert(task || count == 0);
     assert(count <= maximalCount);
     if (count == 0 || !task) return;
@@ -89,24 +91,28 @@ void TaskQueue::pushTaskN(unsigned count, Task* task, unsigned weight) {
     if (weight != 0) m_workload.fetch_add(count * weight, std::memory_order_relaxed);
     const uint32_t requested = isHeldBack ? 0 : addRunners(count);
     lock.unlock();
-    if (requested != 0) requestRunners(requested);
+    if (requested != 0) requestRunners(requested, wakesAtOnce);
 }
 
-// Puts as many runners on the account as are of use for so many more runs. Under the mutex.
+// Puts as many runners on the account as are of use for so many more runs, and returns how many of these have to be
+// requested. Under the mutex.
 uint32_t TaskQueue::addRunners(uint32_t wanted) {
     const uint32_t active = m_activeRunners.load(std::memory_order_relaxed);
     uint32_t limit = 1;
     if (isParallelQueue()) limit = isIOQueue() || !m_dispatcher ? noLimit : m_dispatcher->getRunnerLimit();
     const uint32_t added = active < limit ? std::min(wanted, limit - active) : 0;
     m_activeRunners.store(active + added, std::memory_order_relaxed);
-    return added;
+    const uint32_t summoned = m_summoned.load(std::memory_order_relaxed);
+    const uint32_t newlySummoned = std::min(added, m_parked - summoned);
+    m_summoned.store(summoned + newlySummoned, std::memory_order_relaxed);
+    return added - newlySummoned;
 }
 
-void TaskQueue::requestRunners(uint32_t count) {
+void TaskQueue::requestRunners(uint32_t count, bool wakesAtOnce) {
     if (m_mainPool) {
         m_mainPool->pushMainQueue(this);
     } else if (m_dispatcher) {
-        m_dispatcher->push(count, this, isHighPriQueue());
+        m_dispatcher->push(count, this, isHighPriQueue(), wakesAtOnce);
         // Somebody may sleep who would have served the request, had it been there.
         if (m_helpers.load() != 0) {
             const Lock lock(m_mutex);
@@ -132,39 +138,92 @@ TaskQueue::Runner* TaskQueue::findRunner(const TaskQueue* queue) {
     return runner;
 }
 
-unsigned TaskQueue::getOwnRuns() const {
-    unsigned runs = 0;
-    for (const Runner* runner = Runner::top; runner; runner = runner->outer) runs += runner->queue == this;
-    return runs;
-}
-
 void TaskQueue::processTasks() {
     Runner runner(this);
-    Lock lock(m_mutex);
-    Run run;
     do {
-        while (takeRun(lock, run)) {
-            lock.unlock();
+        for (Run run; m_block.claim(run);) {
             execute(run, runner);
-            if (runner.isQueueGone) {
-                lock.release();
-                return;
-            }
-            lock.lock();
+            if (runner.isQueueGone) return;
         }
-    } while (promote(lock));
-    leave();
+        runner.release();
+        if (runner.isQueueGone) return;
+    } while (findRuns(runner));
 }
 
-bool TaskQueue::takeRun(Lock&, Run& run) {
-    if (m_currentSegment.empty()) return false;
-    Entry& entry = m_currentSegment.front();
-    run = {entry.task, --entry.count, entry.weight};
-    if (entry.count == 0) m_currentSegment.pop_front();
+// False when there are none, and this runner has left: the queue may be gone.
+bool TaskQueue::findRuns(const Runner& runner) {
+    Lock lock(m_mutex);
+    for (;;) {
+        if (!m_block.empty() || refill() || promote(lock)) return true;
+        if (takeBackRequests(lock)) continue;
+        runnersEnded(1);
+        if (!park(lock, runner)) return false;
+    }
+}
+
+// Moves runs from the current segment to the block. Under the mutex, and only when the block is empty.
+bool TaskQueue::refill() {
+    uint32_t size = 0;
+    while (size < m_block.capacity && !m_currentSegment.empty()) {
+        Entry& entry = m_currentSegment.front();
+        const uint32_t taken = std::min(entry.count, m_block.capacity - size);
+        for (uint32_t i = 0; i < taken; ++i) m_block.set(size++, {entry.task, --entry.count, entry.weight});
+        if (entry.count == 0) m_currentSegment.pop_front();
+    }
+    if (size != 0) m_block.publish(size);
+    return size != 0;
+}
+
+// Threads that are asked for but have not come are of no use to a queue that has run dry: whoever waits for the queue
+// would wait for them. True when there may be runs again.
+bool TaskQueue::takeBackRequests(Lock& lock) {
+    if (!m_dispatcher || m_activeRunners.load(std::memory_order_relaxed) < 2 || !m_dispatcher->hasRequests())
+        return false;
+    lock.unlock();
+    const uint32_t cancelled = m_dispatcher->cancel(this);
+    lock.lock();
+    runnersEnded(cancelled);
+    if (m_currentSegment.empty()) return cancelled != 0;
+    if (const uint32_t requested = addRunners(cancelled)) {
+        lock.unlock();
+        requestRunners(requested);
+        lock.lock();
+    }
     return true;
 }
 
-void TaskQueue::execute(const Run& run, const Runner& runner) {
+// A runner that has left looks for a moment whether it is summoned again: that is cheaper than to wake a thread. When
+// it is not, the queue may be gone. True, and under the mutex again, when it was summoned.
+bool TaskQueue::park(Lock& lock, const Runner& runner) {
+    internal::Dispatcher* const dispatcher = m_dispatcher.get();
+    if (runner.outer || m_isDying || !dispatcher || !dispatcher->park()) return false;
+    ++m_parked;
+    lock.unlock();
+    for (int i = 0; i < parkSpins; ++i) {
+        if (m_summoned.load(std::memory_order_relaxed) != 0 || isAborting() || dispatcher->hasRequests()) break;
+        KIV_PAUSE();
+    }
+    lock.lock();
+    --m_parked;
+    const uint32_t summoned = m_summoned.load(std::memory_order_relaxed);
+    if (summoned != 0)
+        m_summoned.store(summoned - 1, std::memory_order_relaxed);
+    else if (m_isDying)
+        m_idleCondition.notifyAll();
+    lock.unlock();
+    dispatcher->unpark(summoned != 0);
+    if (summoned == 0) return false;
+    lock.lock();
+    return true;
+}
+
+void TaskQueue::execute(const Run& run, Runner& runner) {
+    if (runner.finished && runner.finished != run.task) {
+        runner.hasAborted = false;
+        runner.release();
+        // Destructors have been known to end everything.
+        if (runner.isQueueGone || runner.hasAborted) return drop(run, runner);
+    }
     TaskContext context(this, run.index, run.weight);
     if (!isAborting()) {
         try {
@@ -177,7 +236,14 @@ void TaskQueue::execute(const Run& run, const Runner& runner) {
     }
     if (!runner.isQueueGone && context.getWorkload() != 0)
         m_workload.fetch_sub(context.getWorkload(), std::memory_order_relaxed);
-    run.task->decreaseReferenceCount(); // this may destroy the queue as well
+    runner.finished = run.task;
+    ++runner.finishedRuns;
+    if (run.index == 0) runner.release(); // this may destroy the queue as well
+}
+
+void TaskQueue::drop(const Run& run, const Runner& runner) {
+    if (!runner.isQueueGone) m_workload.fetch_sub(run.weight, std::memory_order_relaxed);
+    run.task->decreaseReferenceCount();
 }
 
 // The last runner of a segment goes on with the next one, and asks for help with it.
@@ -197,14 +263,10 @@ bool TaskQueue::promote(Lock& lock) {
     return true;
 }
 
-// Under the mutex, at the end of a runner: whoever gets the mutex next may destroy the queue.
-void TaskQueue::leave() {
-    runnersEnded(1);
-}
-
+// Under the mutex: whoever gets it next may destroy the queue.
 void TaskQueue::runnersEnded(uint32_t runners) {
     const uint32_t left = m_activeRunners.load(std::memory_order_relaxed) - runners;
-    if (left == 0) ++m_idleEpoch;
+    if (left == 0) m_idleEpoch.fetch_add(1, std::memory_order_release);
     m_activeRunners.store(left, std::memory_order_release);
     if (m_type != Main && (left == 0 ? m_sleepers != 0 : m_partialSleepers != 0)) m_idleCondition.notifyAll();
 }
@@ -218,7 +280,7 @@ void TaskQueue::discharge(uint32_t runners) {
 void TaskQueue::joinIn() {
     {
         const Lock lock(m_mutex);
-        if (m_currentSegment.empty()) return;
+        if (m_currentSegment.empty() && m_block.empty()) return;
         m_activeRunners.store(m_activeRunners.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
     processTasks();
@@ -258,12 +320,11 @@ bool TaskQueue::isRefused(const char* operation) const {
 
 void TaskQueue::wait() {
     if (empty() || isRefused("wait")) return;
+    const uint32_t epoch = m_idleEpoch.load(std::memory_order_acquire);
+    const auto isOver = [&] { return empty() || m_idleEpoch.load(std::memory_order_acquire) != epoch; };
+    for (int i = 0; i < waitSpins && !isOver(); ++i) KIV_PAUSE();
     Lock lock(m_mutex);
-    const uint32_t epoch = m_idleEpoch;
-    lock.unlock();
-    for (int i = 0; i < waitSpins && !empty(); ++i) KIV_PAUSE();
-    lock.lock();
-    sleepUntil(lock, [&] { return empty() || m_idleEpoch != epoch; });
+    sleepUntil(lock, isOver);
 }
 
 void TaskQueue::pause() {
@@ -282,12 +343,13 @@ void TaskQueue::resume() {
         logging::MessageStream(4, 2) << "[TASKS] resume of a main queue";
         return;
     }
+    uint32_t requested;
     {
         const Lock lock(m_mutex);
         if (m_pendingSegments.empty() || !empty()) return;
-        m_activeRunners.store(1, std::memory_order_relaxed);
+        requested = addRunners(1); // who makes the segment the current one, and asks for the others
     }
-    requestRunners(1); // who promotes the segment and asks for the others
+    if (requested != 0) requestRunners(requested);
 }
 
 // ---- Dropping.
@@ -297,7 +359,12 @@ void TaskQueue::abort() {
 }
 
 void TaskQueue::stop(bool forGood) {
-    const unsigned ownRuns = getOwnRuns();
+    unsigned ownRuns = 0;
+    for (Runner* runner = Runner::top; runner; runner = runner->outer) {
+        if (runner->queue != this) continue;
+        runner->hasAborted = true;
+        ++ownRuns;
+    }
     Lock lock(m_mutex);
     if (m_hasAborter && ownRuns != 0) return; // the other one waits for this run to return
     sleepUntil(lock, [this] { return !m_hasAborter; });
@@ -318,27 +385,37 @@ void TaskQueue::stop(bool forGood) {
         sleepUntil(lock, [&] { return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns; });
         if (ownRuns != 0) --m_partialSleepers;
     }
-    if (!forGood) m_aborting = false;
+    if (forGood)
+        m_isDying = true;
+    else
+        m_aborting = false;
     m_hasAborter = false;
     if (m_sleepers != 0) m_idleCondition.notifyAll();
 }
 
 void TaskQueue::dropAll(Lock& lock) {
+    for (Run run; m_block.claim(run);) dropEntry(lock, {run.task, 1, run.weight});
+    dropSegment(lock, m_currentSegment);
     std::deque<Segment> pending;
     pending.swap(m_pendingSegments);
     for (Segment& segment : pending) dropSegment(lock, segment);
-    dropSegment(lock, m_currentSegment);
+}
+
+void TaskQueue::dropSegment(Lock& lock, Segment& segment) {
+    while (!segment.empty()) dropEntry(lock, segment.pop_front());
 }
 
 // Tasks are released without the lock: their destructors may use the queue.
-void TaskQueue::dropSegment(Lock& lock, Segment& segment) {
-    while (!segment.empty()) {
-        const Entry entry = segment.pop_front();
-        m_workload.fetch_sub(entry.count * entry.weight, std::memory_order_relaxed);
-        lock.unlock();
-        entry.task->decreaseReferenceCountBy(entry.count);
-        lock.lock();
-    }
+void TaskQueue::dropEntry(Lock& lock, const Entry& entry) {
+    m_workload.fetch_sub(entry.count * entry.weight, std::memory_order_relaxed);
+    lock.unlock();
+    entry.task->decreaseReferenceCountBy(entry.count);
+    lock.lock();
+}
+
+unsigned TaskQueue::getNumberOfQueuedTasks() {
+    const Lock lock(m_mutex);
+    return static_cast<unsigned>(m_currentSegment.size()) + m_block.countLastRuns();
 }
 
 } // namespace kiv

@@ -4,6 +4,7 @@
 #include "kiv/core/SmartPointer.h"
 #include "kiv/tasks/Fifo.h"
 #include "kiv/tasks/Mutex.h"
+#include "kiv/tasks/RunBlock.h"
 
 #include <atomic>
 #include <cstdint>
@@ -57,7 +58,7 @@ public:
     // Queues `count` runs of the task, each of that weight; they get the indices count - 1 to 0. A task made for the
     // purpose is destroyed after its last run, which may be before this returns: who needs it longer holds a
     // SmartPointer. Requires: count <= 0x1FFFFFFF.
-    void pushTaskN(unsigned count, Task* task, unsigned weight = 1);
+    void pushTaskN(unsigned count, Task* task, unsigned weight = 1) { push(count, task, weight, true); }
     void pushTask(Task* task, unsigned weight = 1) { pushTaskN(1, task, weight); }
     void pushTask(const SmartPointer<Task>& task, unsigned weight = 1) { pushTaskN(1, task.get(), weight); }
 
@@ -109,19 +110,22 @@ private:
     };
     using Segment = internal::Fifo<Entry>;
     using Lock = std::unique_lock<internal::Mutex>;
+    using Run = internal::RunBlock<Task>::Run;
     struct Runner;
-    struct Run;
 
     static Runner* findRunner(const TaskQueue* queue);
-    unsigned getOwnRuns() const;
     bool isRefused(const char* operation) const;
 
+    void push(unsigned count, Task* task, unsigned weight, bool wakesAtOnce);
     uint32_t addRunners(uint32_t wanted);
-    void requestRunners(uint32_t count);
-    bool takeRun(Lock& lock, Run& run);
-    void execute(const Run& run, const Runner& runner);
-    void leave();
+    void requestRunners(uint32_t count, bool wakesAtOnce = true);
+    void execute(const Run& run, Runner& runner);
+    void drop(const Run& run, const Runner& runner);
+    bool findRuns(const Runner& runner);
+    bool refill();
     bool promote(Lock& lock);
+    bool takeBackRequests(Lock& lock);
+    bool park(Lock& lock, const Runner& runner);
     void joinIn();
 
     template <class IsOver>
@@ -129,6 +133,7 @@ private:
     void stop(bool forGood);
     void dropAll(Lock& lock);
     void dropSegment(Lock& lock, Segment& segment);
+    void dropEntry(Lock& lock, const Entry& entry);
     void discharge(uint32_t runners);
     void runnersEnded(uint32_t runners);
 
@@ -140,18 +145,21 @@ private:
     internal::Mutex m_mutex;
     // Written under the mutex.
     std::atomic<uint32_t> m_activeRunners{0}; // threads that are in processTasks() or are asked to come
+    std::atomic<uint32_t> m_idleEpoch{0};     // times the queue became idle
+    std::atomic<uint32_t> m_summoned{0};      // parked runners that are active again, but do not know yet
     std::atomic<bool> m_aborting{false};
     // Free of it.
     std::atomic<uint32_t> m_workload{0};
     std::atomic<uint32_t> m_helpers{0}; // sleepers that would serve a request of this queue
+    internal::RunBlock<Task> m_block;   // the front of the current segment
 
     // All guarded by the mutex.
     Segment m_currentSegment;
     std::deque<Segment> m_pendingSegments;
     internal::Condition m_idleCondition;
-    uint32_t m_idleEpoch = 0; // times the queue became idle
     uint32_t m_sleepers = 0;
     uint32_t m_partialSleepers = 0; // of these, who wait for fewer runners but not for none
+    uint32_t m_parked = 0;          // runners that have left and look whether they are summoned
     bool m_hasAborter = false;
     bool m_isDying = false;
 };
