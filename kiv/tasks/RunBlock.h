@@ -22,6 +22,15 @@ public:
 
     bool empty() const { return isEmpty(m_position.load(std::memory_order_acquire)); }
 
+    // For a queue with one runner, which nobody else claims from.
+    bool claimAlone(Run& run) {
+        const uint64_t position = m_position.load(std::memory_order_relaxed);
+        if (isEmpty(position)) return false;
+        run = m_slots[next(position)].load();
+        m_position.store(position + 1, std::memory_order_release);
+        return true;
+    }
+
     bool claim(Run& run) {
         uint64_t position = m_position.load(std::memory_order_acquire);
         do {

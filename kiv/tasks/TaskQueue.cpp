@@ -138,10 +138,35 @@ TaskQueue::Runner* TaskQueue::findRunner(const TaskQueue* queue) {
     return runner;
 }
 
+inline void TaskQueue::execute(const Run& run, Runner& runner) {
+    if (runner.finished && runner.finished != run.task) {
+        runner.hasAborted = false;
+        runner.release();
+        // Destructors have been known to end everything.
+        if (runner.isQueueGone || runner.hasAborted) return drop(run, runner);
+    }
+    TaskContext context(this, run.index, run.weight);
+    if (!isAborting()) {
+        try {
+            run.task->run(context);
+        } catch (const std::exception& failure) {
+            logFailure(failure.what());
+        } catch (...) {
+            logFailure("unknown exception");
+        }
+    }
+    if (!runner.isQueueGone && context.getWorkload() != 0)
+        m_workload.fetch_sub(context.getWorkload(), std::memory_order_relaxed);
+    runner.finished = run.task;
+    ++runner.finishedRuns;
+    if (run.index == 0) runner.release(); // this may destroy the queue as well
+}
+
 void TaskQueue::processTasks() {
     Runner runner(this);
+    const bool isParallel = isParallelQueue();
     do {
-        for (Run run; m_block.claim(run);) {
+        for (Run run; isParallel ? m_block.claim(run) : m_block.claimAlone(run);) {
             execute(run, runner);
             if (runner.isQueueGone) return;
         }
@@ -215,30 +240,6 @@ bool TaskQueue::park(Lock& lock, const Runner& runner) {
     if (summoned == 0) return false;
     lock.lock();
     return true;
-}
-
-void TaskQueue::execute(const Run& run, Runner& runner) {
-    if (runner.finished && runner.finished != run.task) {
-        runner.hasAborted = false;
-        runner.release();
-        // Destructors have been known to end everything.
-        if (runner.isQueueGone || runner.hasAborted) return drop(run, runner);
-    }
-    TaskContext context(this, run.index, run.weight);
-    if (!isAborting()) {
-        try {
-            run.task->run(context);
-        } catch (const std::exception& failure) {
-            logFailure(failure.what());
-        } catch (...) {
-            logFailure("unknown exception");
-        }
-    }
-    if (!runner.isQueueGone && context.getWorkload() != 0)
-        m_workload.fetch_sub(context.getWorkload(), std::memory_order_relaxed);
-    runner.finished = run.task;
-    ++runner.finishedRuns;
-    if (run.index == 0) runner.release(); // this may destroy the queue as well
 }
 
 void TaskQueue::drop(const Run& run, const Runner& runner) {
@@ -370,6 +371,10 @@ void TaskQueue::stop(bool forGood) {
     sleepUntil(lock, [this] { return !m_hasAborter; });
     m_hasAborter = true;
     m_aborting = true;
+    // What the one runner of a serial queue has at hand it drops itself.
+    if (ownRuns != 0 || isParallelQueue()) {
+        for (Run run; m_block.claim(run);) dropEntry(lock, {run.task, 1, run.weight});
+    }
     dropAll(lock);
     lock.unlock();
     if (m_mainPool) {
@@ -394,7 +399,6 @@ void TaskQueue::stop(bool forGood) {
 }
 
 void TaskQueue::dropAll(Lock& lock) {
-    for (Run run; m_block.claim(run);) dropEntry(lock, {run.task, 1, run.weight});
     dropSegment(lock, m_currentSegment);
     std::deque<Segment> pending;
     pending.swap(m_pendingSegments);
