@@ -42,3 +42,12 @@
 #else
 #define KIV_PAUSE() __builtin_ia32_pause()
 #endif
+
+// Whether a sanitizer watches the program's memory or threads: caches of memory would hide mistakes from it.
+#if defined(__has_feature)
+#define KIV_IS_SANITIZED ((__has_feature(address_sanitizer) || __has_feature(thread_sanitizer)))
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KIV_IS_SANITIZED 1
+#else
+#define KIV_IS_SANITIZED 0
+#endif

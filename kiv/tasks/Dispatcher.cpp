@@ -112,13 +112,12 @@ bool Dispatcher::startLooking() {
 bool Dispatcher::claim(const TaskQueue* queue) {
     const Lock lock(m_mutex);
     for (Requests* requests : {&m_highPriority, &m_normal}) {
-        for (size_t i = 0; i < requests->size(); ++i) {
-            Request& request = (*requests)[i];
-            if (request.queue != queue) continue;
-            m_unclaimed.fetch_sub(1, std::memory_order_relaxed);
-            if (--request.runners == 0) requests->removeIf([](const Request& other) { return other.runners == 0; });
-            return true;
-        }
+        const auto request =
+            std::find_if(requests->begin(), requests->end(), [&](const Request& r) { return r.queue == queue; });
+        if (request == requests->end()) continue;
+        m_unclaimed.fetch_sub(1, std::memory_order_relaxed);
+        if (--request->runners == 0) requests->erase(request);
+        return true;
     }
     return false;
 }
@@ -127,7 +126,7 @@ uint32_t Dispatcher::cancel(const TaskQueue* queue) {
     const Lock lock(m_mutex);
     uint32_t runners = 0;
     for (Requests* requests : {&m_highPriority, &m_normal}) {
-        requests->removeIf([&](const Request& request) {
+        std::erase_if(*requests, [&](const Request& request) {
             if (request.queue != queue) return false;
             runners += request.runners;
             return true;
@@ -266,11 +265,8 @@ void Dispatcher::shutdown() {
         std::swap(unserved[1], m_normal);
         m_unclaimed = 0;
     }
-    for (Requests& requests : unserved) {
-        while (!requests.empty()) {
-            const Request request = requests.pop_front();
-            request.queue->discharge(request.runners);
-        }
+    for (const Requests& requests : unserved) {
+        for (const Request& request : requests) request.queue->discharge(request.runners);
     }
     m_workCondition.notifyAll();
     std::list<Worker> workers;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "kiv/tasks/Fifo.h"
 #include "kiv/tasks/Mutex.h"
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -68,7 +68,7 @@ private:
         TaskQueue* queue;
         uint32_t runners;
     };
-    using Requests = Fifo<Request>;
+    using Requests = std::deque<Request>;
     using Lock = std::unique_lock<Mutex>;
     struct Worker {
         std::thread thread;

@@ -2,69 +2,86 @@
 
 #include <cassert>
 #include <cstddef>
-#include <cstring>
 #include <memory>
 #include <type_traits>
+#include <utility>
 
 namespace kiv::internal {
 
-// A queue of plain values in one ring that doubles when it is full. Adding throws std::bad_alloc, and changes nothing
-// then.
+// A queue of plain values in a chain of blocks. Adding takes the same short time however long the queue is; it throws
+// std::bad_alloc, and changes nothing then. One block more than needed is kept.
 template <class T>
 class Fifo {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:
+    Fifo() = default;
+    Fifo(const Fifo&) = delete;
+    Fifo& operator=(const Fifo&) = delete;
+    ~Fifo() {
+        while (m_first) m_first = std::move(m_first->next); // not as deep as the chain is long
+    }
+
     bool empty() const { return m_size == 0; }
     size_t size() const { return m_size; }
 
     T& front() {
         assert(m_size != 0);
-        return m_ring[m_begin];
+        return m_first->values[m_begin];
     }
     T& back() {
         assert(m_size != 0);
-        return m_ring[(m_begin + m_size - 1) & (m_capacity - 1)];
+        return m_last->values[m_end - 1];
     }
-    // By position from the front.
-    T& operator[](size_t i) { return m_ring[(m_begin + i) & (m_capacity - 1)]; }
 
     void push_back(const T& value) {
-        if (m_size == m_capacity) grow();
-        m_ring[(m_begin + m_size) & (m_capacity - 1)] = value;
+        if (!m_last || m_end == valuesInBlock) addBlock();
+        m_last->values[m_end++] = value;
         ++m_size;
     }
-    T pop_front() {
-        const T value = front();
-        m_begin = (m_begin + 1) & (m_capacity - 1);
-        if (--m_size == 0 && m_capacity > keptCapacity) *this = Fifo();
-        return value;
+    void pop_front() {
+        assert(m_size != 0);
+        --m_size;
+        if (++m_begin == valuesInBlock)
+            removeBlock();
+        else if (m_size == 0)
+            m_begin = m_end = 0; // the only block
     }
-    // Removes what `isGone` is true for; the others keep their order.
-    template <class Predicate>
-    void removeIf(Predicate isGone) {
-        size_t kept = 0;
-        for (size_t i = 0; i < m_size; ++i) {
-            if (!isGone((*this)[i])) (*this)[kept++] = (*this)[i];
-        }
-        m_size = kept;
+    void swap(Fifo& other) noexcept {
+        std::swap(m_first, other.m_first);
+        std::swap(m_last, other.m_last);
+        std::swap(m_spare, other.m_spare);
+        std::swap(m_begin, other.m_begin);
+        std::swap(m_end, other.m_end);
+        std::swap(m_size, other.m_size);
     }
 
 private:
-    static constexpr size_t keptCapacity = 4096; // a larger ring is freed when it has run empty
+    static constexpr size_t valuesInBlock = 4080 / sizeof(T);
 
-    void grow() {
-        const size_t capacity = m_capacity == 0 ? 8 : 2 * m_capacity;
-        std::unique_ptr<T[]> ring(new T[capacity]);
-        for (size_t i = 0; i < m_size; ++i) ring[i] = (*this)[i];
-        m_ring = std::move(ring);
-        m_capacity = capacity;
+    struct Block {
+        std::unique_ptr<Block> next;
+        T values[valuesInBlock];
+    };
+
+    void addBlock() {
+        std::unique_ptr<Block> block = m_spare ? std::move(m_spare) : std::unique_ptr<Block>(new Block);
+        Block* const added = block.get();
+        (m_last ? m_last->next : m_first) = std::move(block);
+        m_last = added;
+        m_end = 0;
+    }
+    void removeBlock() {
+        m_spare = std::exchange(m_first, std::move(m_first->next));
         m_begin = 0;
+        if (!m_first) m_last = nullptr;
     }
 
-    std::unique_ptr<T[]> m_ring;
-    size_t m_capacity = 0;
-    size_t m_begin = 0;
+    std::unique_ptr<Block> m_first;
+    std::unique_ptr<Block> m_spare;
+    Block* m_last = nullptr;
+    size_t m_begin = 0; // in the first block
+    size_t m_end = 0;   // in the last
     size_t m_size = 0;
 };
 

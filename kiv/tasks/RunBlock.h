@@ -77,7 +77,7 @@ private:
         }
     };
 
-    alignas(64) std::atomic<uint64_t> m_position{0};
+    std::atomic<uint64_t> m_position{0};
     alignas(64) Slot m_slots[capacity];
 };
 

@@ -22,7 +22,7 @@ public:
     // Gives the run another weight, so that the queue's workload changes before the run ends.
     void changeWorkload(uint32_t workload) {
         if (workload == m_workload) return;
-        m_queue->m_workload.fetch_add(workload - m_workload, std::memory_order_relaxed);
+        m_queue->finishWeight(m_workload - workload);
         m_workload = workload;
     }
 

@@ -5,6 +5,7 @@
 #include "kiv/tasks/HardwareConcurrency.h"
 #include "kiv/tasks/MainPool.h"
 #include "kiv/tasks/TaskContext.h"
+#include "kiv/tasks/TaskMemory.h"
 
 #include <algorithm>
 #include <exception>
@@ -51,6 +52,14 @@ thread_local TaskQueue::Runner* TaskQueue::Runner::top = nullptr;
 TaskQueue::SegmentInParts::SegmentInParts(unsigned units)
     : total(units), parts(std::min(units, 2 * getHardwareConcurrency())) {}
 
+void* TaskQueue::Task::operator new(size_t size) {
+    return internal::allocateTask(size);
+}
+
+void TaskQueue::Task::operator delete(void* task, size_t size) noexcept {
+    internal::freeTask(task, size);
+}
+
 TaskQueue::TaskQueue(Type type, int queueID)
     : m_type(type), m_queueID(queueID), m_dispatcher(type == Main ? nullptr : internal::Dispatcher::current()),
       m_mainPool(type == Main ? MainPool::current() : nullptr) {}
@@ -82,13 +91,14 @@ void TaskQueue::push(unsigned count, Task* task, unsigned weight, bool wakesAtOn
     }
     const bool isHeldBack = !m_pendingSegments.empty();
     try {
-        (isHeldBack ? m_pendingSegments.back() : m_currentSegment).push_back({task, count, weight});
+        (isHeldBack ? m_pendingSegments.back().entries : m_currentSegment).push_back({task, count, weight});
     } catch (...) {
         lock.unlock();
         task->decreaseReferenceCountBy(count);
         throw;
     }
-    if (weight != 0) m_workload.fetch_add(count * weight, std::memory_order_relaxed);
+    if (isHeldBack) m_pendingSegments.back().runs += count;
+    keepWeight(count * weight);
     const uint32_t requested = isHeldBack ? 0 : addRunners(count);
     lock.unlock();
     if (requested != 0) requestRunners(requested, wakesAtOnce);
@@ -127,7 +137,7 @@ void TaskQueue::requestRunners(uint32_t count, bool wakesAtOnce) {
 void TaskQueue::pushBarrier() {
     const Lock lock(m_mutex);
     const bool isPaused = !m_pendingSegments.empty();
-    if (empty() ? isPaused && !m_pendingSegments.back().empty() : true) m_pendingSegments.emplace_back();
+    if (empty() ? isPaused && !m_pendingSegments.back().entries.empty() : true) m_pendingSegments.emplace_back();
 }
 
 // ---- Running.
@@ -155,8 +165,7 @@ inline void TaskQueue::execute(const Run& run, Runner& runner) {
             logFailure("unknown exception");
         }
     }
-    if (!runner.isQueueGone && context.getWorkload() != 0)
-        m_workload.fetch_sub(context.getWorkload(), std::memory_order_relaxed);
+    if (!runner.isQueueGone) finishWeight(context.getWorkload());
     runner.finished = run.task;
     ++runner.finishedRuns;
     if (run.index == 0) runner.release(); // this may destroy the queue as well
@@ -191,6 +200,7 @@ bool TaskQueue::refill() {
     uint32_t size = 0;
     while (size < m_block.capacity && !m_currentSegment.empty()) {
         Entry& entry = m_currentSegment.front();
+        KIV_PREFETCH(entry.task); // another processor has it
         const uint32_t taken = std::min(entry.count, m_block.capacity - size);
         for (uint32_t i = 0; i < taken; ++i) m_block.set(size++, {entry.task, --entry.count, entry.weight});
         if (entry.count == 0) m_currentSegment.pop_front();
@@ -243,17 +253,16 @@ bool TaskQueue::park(Lock& lock, const Runner& runner) {
 }
 
 void TaskQueue::drop(const Run& run, const Runner& runner) {
-    if (!runner.isQueueGone) m_workload.fetch_sub(run.weight, std::memory_order_relaxed);
+    if (!runner.isQueueGone) finishWeight(run.weight);
     run.task->decreaseReferenceCount();
 }
 
 // The last runner of a segment goes on with the next one, and asks for help with it.
 bool TaskQueue::promote(Lock& lock) {
     if (m_activeRunners.load(std::memory_order_relaxed) != 1 || m_pendingSegments.empty()) return false;
-    m_currentSegment = std::move(m_pendingSegments.front());
+    m_currentSegment.swap(m_pendingSegments.front().entries);
+    const uint64_t runs = m_pendingSegments.front().runs;
     m_pendingSegments.pop_front();
-    uint64_t runs = 0;
-    for (size_t i = 0; i < m_currentSegment.size(); ++i) runs += m_currentSegment[i].count;
     if (!isParallelQueue() || runs < 2) return true;
     const uint32_t added = addRunners(static_cast<uint32_t>(std::min<uint64_t>(runs - 1, noLimit)));
     if (added != 0) {
@@ -399,19 +408,23 @@ void TaskQueue::stop(bool forGood) {
 }
 
 void TaskQueue::dropAll(Lock& lock) {
-    dropSegment(lock, m_currentSegment);
+    dropEntries(lock, m_currentSegment);
     std::deque<Segment> pending;
     pending.swap(m_pendingSegments);
-    for (Segment& segment : pending) dropSegment(lock, segment);
+    for (Segment& segment : pending) dropEntries(lock, segment.entries);
 }
 
-void TaskQueue::dropSegment(Lock& lock, Segment& segment) {
-    while (!segment.empty()) dropEntry(lock, segment.pop_front());
+void TaskQueue::dropEntries(Lock& lock, internal::Fifo<Entry>& entries) {
+    while (!entries.empty()) {
+        const Entry entry = entries.front();
+        entries.pop_front();
+        dropEntry(lock, entry);
+    }
 }
 
 // Tasks are released without the lock: their destructors may use the queue.
 void TaskQueue::dropEntry(Lock& lock, const Entry& entry) {
-    m_workload.fetch_sub(entry.count * entry.weight, std::memory_order_relaxed);
+    keepWeight(0 - entry.count * entry.weight);
     lock.unlock();
     entry.task->decreaseReferenceCountBy(entry.count);
     lock.lock();

@@ -81,7 +81,9 @@ public:
     // Entries before the next barrier; those of several runs count once, and those of a paused queue not at all.
     unsigned getNumberOfQueuedTasks();
     // The weights of all runs that are queued or in progress, modulo 2^32.
-    unsigned getWorkload() const { return m_workload.load(std::memory_order_relaxed); }
+    unsigned getWorkload() const {
+        return m_keptWeight.load(std::memory_order_relaxed) - m_finishedWeight.load(std::memory_order_relaxed);
+    }
     bool isAborting() const { return m_aborting.load(std::memory_order_relaxed); }
     Type getType() const { return m_type; }
     bool isMainQueue() const { return m_type == 0; }
@@ -108,7 +110,10 @@ private:
         uint32_t count; // runs still owed
         uint32_t weight;
     };
-    using Segment = internal::Fifo<Entry>;
+    struct Segment {
+        internal::Fifo<Entry> entries;
+        uint64_t runs = 0; // ever pushed to it
+    };
     using Lock = std::unique_lock<internal::Mutex>;
     using Run = internal::RunBlock<Task>::Run;
     struct Runner;
@@ -132,29 +137,40 @@ private:
     void sleepUntil(Lock& lock, IsOver isOver);
     void stop(bool forGood);
     void dropAll(Lock& lock);
-    void dropSegment(Lock& lock, Segment& segment);
+    void dropEntries(Lock& lock, internal::Fifo<Entry>& entries);
     void dropEntry(Lock& lock, const Entry& entry);
     void discharge(uint32_t runners);
     void runnersEnded(uint32_t runners);
+    // Under the mutex.
+    void keepWeight(uint32_t weight) {
+        m_keptWeight.store(m_keptWeight.load(std::memory_order_relaxed) + weight, std::memory_order_relaxed);
+    }
+    // By a run. Those of a serial queue have it for themselves.
+    void finishWeight(uint32_t weight) {
+        if (isParallelQueue())
+            m_finishedWeight.fetch_add(weight, std::memory_order_relaxed);
+        else
+            m_finishedWeight.store(m_finishedWeight.load(std::memory_order_relaxed) + weight,
+                                   std::memory_order_relaxed);
+    }
 
+    // What runners and pushers only read has cache lines of its own, and so has what either of them writes.
     const Type m_type;
     const int m_queueID;
     const std::shared_ptr<internal::Dispatcher> m_dispatcher; // of a worker queue, and
     const SmartPointer<MainPool> m_mainPool;                  // of the main queue; null when there was none
+    std::atomic<bool> m_aborting{false};                      // written under the mutex
 
-    internal::Mutex m_mutex;
+    alignas(64) internal::Mutex m_mutex;
     // Written under the mutex.
     std::atomic<uint32_t> m_activeRunners{0}; // threads that are in processTasks() or are asked to come
     std::atomic<uint32_t> m_idleEpoch{0};     // times the queue became idle
     std::atomic<uint32_t> m_summoned{0};      // parked runners that are active again, but do not know yet
-    std::atomic<bool> m_aborting{false};
+    std::atomic<uint32_t> m_keptWeight{0};    // of all that was pushed and not dropped
     // Free of it.
-    std::atomic<uint32_t> m_workload{0};
     std::atomic<uint32_t> m_helpers{0}; // sleepers that would serve a request of this queue
-    internal::RunBlock<Task> m_block;   // the front of the current segment
-
     // All guarded by the mutex.
-    Segment m_currentSegment;
+    internal::Fifo<Entry> m_currentSegment;
     std::deque<Segment> m_pendingSegments;
     internal::Condition m_idleCondition;
     uint32_t m_sleepers = 0;
@@ -162,6 +178,9 @@ private:
     uint32_t m_parked = 0;          // runners that have left and look whether they are summoned
     bool m_hasAborter = false;
     bool m_isDying = false;
+
+    alignas(64) std::atomic<uint32_t> m_finishedWeight{0};
+    internal::RunBlock<Task> m_block; // the front of the current segment
 };
 
 // What a queue runs: derive, or wrap a callable with makeTask().
@@ -169,6 +188,9 @@ class KIV_API TaskQueue::Task : public Object {
     KIV_OBJECT(Task, Object)
 public:
     virtual void run(TaskContext& context) = 0;
+
+    static void* operator new(size_t size);
+    static void operator delete(void* task, size_t size) noexcept;
 };
 
 // Into how many pieces to cut `total` units of work.
