@@ -36,6 +36,13 @@
 #define KIV_PREFETCH(address) __builtin_prefetch(address)
 #endif
 
+// The same for memory that will be written soon; processors that do not know the instruction ignore it.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KIV_PREFETCH_TO_WRITE(address) _m_prefetchw(address)
+#else
+#define KIV_PREFETCH_TO_WRITE(address) __asm__ volatile("prefetchw %0" : : "m"(*static_cast<const char*>(address)))
+#endif
+
 // In loops that wait for another processor: leaves it the memory bus and the twin of this core.
 #if defined(_MSC_VER) && !defined(__clang__)
 #define KIV_PAUSE() _mm_pause()

@@ -14,40 +14,61 @@ constexpr size_t blockSize = 56; // larger tasks are left to the general allocat
 constexpr unsigned batchSize = 32;
 constexpr unsigned keptBatches = 1024; // two megabytes
 
-struct Block {
-    Block* next;
-    Block* nextBatch; // of the first block of a batch
+// Free blocks. They are listed apart from their memory, which another processor has: asking for it can begin before it
+// is needed.
+struct Batch {
+    void* blocks[batchSize];
+    Batch* next = nullptr;
+
+    void free() {
+        for (void* block : blocks) ::operator delete(block, blockSize);
+    }
 };
 
-// What threads have freed and others may use: whole batches.
+// What threads have freed and others may use: full batches, and empty ones.
 class Depot {
 public:
-    // Null when there is none.
-    Block* take() {
-        const std::lock_guard lock(m_mutex);
-        if (!m_batches) return nullptr;
-        --m_count;
-        return std::exchange(m_batches, m_batches->nextBatch);
+    // Both give null when there is none.
+    Batch* takeFull() { return take(m_full); }
+    Batch* takeEmpty() {
+        Batch* batch = take(m_empty);
+        return batch ? batch : new (std::nothrow) Batch;
     }
-    void give(Block* batch) {
-        {
-            const std::lock_guard lock(m_mutex);
-            if (m_count < keptBatches) {
-                ++m_count;
-                batch->nextBatch = std::exchange(m_batches, batch);
-                return;
-            }
+    void giveFull(Batch* batch) {
+        if (!give(m_full, batch)) {
+            batch->free();
+            delete batch;
         }
-        free(batch);
     }
-    static void free(Block* blocks) {
-        while (blocks) ::operator delete(std::exchange(blocks, blocks->next), blockSize);
+    void giveEmpty(Batch* batch) {
+        if (!give(m_empty, batch)) delete batch;
     }
 
 private:
+    struct Batches {
+        Batch* first = nullptr;
+        unsigned count = 0;
+    };
+
+    Batch* take(Batches& batches) {
+        const std::lock_guard lock(m_mutex);
+        Batch* batch = batches.first;
+        if (!batch) return nullptr;
+        batches.first = batch->next;
+        --batches.count;
+        return batch;
+    }
+    bool give(Batches& batches, Batch* batch) {
+        const std::lock_guard lock(m_mutex);
+        if (batches.count == keptBatches) return false;
+        ++batches.count;
+        batch->next = std::exchange(batches.first, batch);
+        return true;
+    }
+
     Mutex m_mutex;
-    Block* m_batches = nullptr;
-    unsigned m_count = 0;
+    Batches m_full;
+    Batches m_empty;
 };
 
 // Never destroyed: threads that end give back to it.
@@ -56,38 +77,59 @@ Depot& depot() {
     return instance;
 }
 
-// The blocks of one thread: up to a batch that is being used up or filled, and a whole one in reserve.
+// The free blocks of one thread: a batch that is being used up or filled, and a full one in reserve.
 class Cache {
 public:
     ~Cache() {
-        Depot::free(m_blocks);
-        if (m_reserve) depot().give(m_reserve);
-        m_blocks = m_reserve = nullptr; // destructors of other objects of the thread may still come
+        while (m_count != 0) ::operator delete(m_batch->blocks[--m_count], blockSize);
+        if (m_reserve) depot().giveFull(m_reserve);
+        delete m_batch;
+        // The destructors of other objects of the thread may still come here.
+        m_batch = m_reserve = nullptr;
+        m_isOver = true;
     }
 
     void* allocate() {
-        if (!m_blocks) {
-            m_blocks = m_reserve ? std::exchange(m_reserve, nullptr) : depot().take();
-            if (!m_blocks) return ::operator new(blockSize);
-            m_count = batchSize;
-        }
-        --m_count;
-        return std::exchange(m_blocks, m_blocks->next);
+        if (m_count == 0 && !refill()) return ::operator new(blockSize);
+        void* block = m_batch->blocks[--m_count];
+        if (m_count >= prefetched) KIV_PREFETCH_TO_WRITE(m_batch->blocks[m_count - prefetched]);
+        return block;
     }
-    void free(void* memory) {
-        if (m_count == batchSize) {
-            if (m_reserve) depot().give(m_reserve);
-            m_reserve = std::exchange(m_blocks, nullptr);
-            m_count = 0;
+    void free(void* block) {
+        if (!m_batch || m_count == batchSize) {
+            if (!makeRoom()) return ::operator delete(block, blockSize);
         }
-        m_blocks = new (memory) Block{m_blocks, nullptr};
-        ++m_count;
+        m_batch->blocks[m_count++] = block;
     }
 
 private:
-    Block* m_blocks = nullptr;
-    Block* m_reserve = nullptr;
+    static constexpr unsigned prefetched = 4; // so many blocks before they are used
+
+    bool refill() {
+        Batch* full = m_reserve ? std::exchange(m_reserve, nullptr) : depot().takeFull();
+        if (!full) return false;
+        if (m_batch) depot().giveEmpty(m_batch);
+        m_batch = full;
+        m_count = batchSize;
+        for (unsigned i = 0; i < prefetched; ++i) KIV_PREFETCH_TO_WRITE(full->blocks[batchSize - 1 - i]);
+        return true;
+    }
+    bool makeRoom() {
+        Batch* const empty = m_isOver ? nullptr : depot().takeEmpty();
+        if (!empty) return false;
+        if (m_batch) {
+            if (m_reserve) depot().giveFull(m_reserve);
+            m_reserve = m_batch;
+        }
+        m_batch = empty;
+        m_count = 0;
+        return true;
+    }
+
+    Batch* m_batch = nullptr;
+    Batch* m_reserve = nullptr;
     unsigned m_count = 0;
+    bool m_isOver = false;
 };
 
 thread_local Cache t_cache;
