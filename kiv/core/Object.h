@@ -19,6 +19,7 @@ class System;
 class WeakPointerExtension;
 
 namespace internal {
+struct QueueReferences;
 struct TimedReferenceAccess;
 }
 
@@ -116,6 +117,7 @@ protected:
 private:
     friend class WeakPointerBase;
     friend struct internal::TimedReferenceAccess;
+    friend struct internal::QueueReferences;
 
     // Added to the count before the destructor runs, so that references taken and dropped by a destructor can't bring
     // the count to zero a second time.

@@ -25,6 +25,25 @@ void logFailure(const char* what) {
 
 } // namespace
 
+// The references of a queue, without a locked instruction where nobody else has the object: who pushes an object
+// without references is alone with it, and so is who holds all there are.
+struct internal::QueueReferences {
+    static void take(Object* object, uint32_t count) {
+        if (object->m_referenceCount.load(std::memory_order_relaxed) != 0)
+            object->increaseReferenceCountBy(count);
+        else
+            object->m_referenceCount.store(static_cast<int32_t>(count), std::memory_order_relaxed);
+    }
+    static void release(Object* object, uint32_t count) {
+        if (object->m_referenceCount.load(std::memory_order_acquire) != static_cast<int32_t>(count))
+            object->decreaseReferenceCountBy(count);
+        else
+            object->deleteSelf();
+    }
+};
+
+using internal::QueueReferences;
+
 // One call of processTasks, on the stack of its thread; they nest.
 struct TaskQueue::Runner {
     explicit Runner(TaskQueue* servedQueue) : queue(servedQueue), outer(top) { top = this; }
@@ -41,7 +60,7 @@ struct TaskQueue::Runner {
     uint32_t finishedRuns = 0;
 
     void release() {
-        if (finished) std::exchange(finished, nullptr)->decreaseReferenceCountBy(std::exchange(finishedRuns, 0u));
+        if (finished) QueueReferences::release(std::exchange(finished, nullptr), std::exchange(finishedRuns, 0u));
     }
 
     static thread_local Runner* top;
@@ -82,7 +101,7 @@ void TaskQueue::push(unsigned count, Task* task, unsigned weight, bool wakesAtOn
     assert(task || count == 0);
     assert(count <= maximalCount);
     if (count == 0 || !task) return;
-    task->increaseReferenceCountBy(count);
+    QueueReferences::take(task, count);
     Lock lock(m_mutex);
     if (m_aborting.load(std::memory_order_relaxed)) {
         lock.unlock();
