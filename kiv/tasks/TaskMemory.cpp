@@ -21,7 +21,7 @@ struct Batch {
     Batch* next = nullptr;
 
     void free() {
-        for (void* block : blocks) ::operator delete(block, blockSize);
+        for (void* block : blocks) ::operator delete(block);
     }
 };
 
@@ -81,7 +81,7 @@ Depot& depot() {
 class Cache {
 public:
     ~Cache() {
-        while (m_count != 0) ::operator delete(m_batch->blocks[--m_count], blockSize);
+        while (m_count != 0) ::operator delete(m_batch->blocks[--m_count]);
         if (m_reserve) depot().giveFull(m_reserve);
         delete m_batch;
         // The destructors of other objects of the thread may still come here.
@@ -97,7 +97,7 @@ public:
     }
     void free(void* block) {
         if (!m_batch || m_count == batchSize) {
-            if (!makeRoom()) return ::operator delete(block, blockSize);
+            if (!makeRoom()) return ::operator delete(block);
         }
         m_batch->blocks[m_count++] = block;
     }
@@ -143,7 +143,7 @@ void* allocateTask(size_t size) {
 
 void freeTask(void* block, size_t size) noexcept {
     if (size > blockSize || KIV_IS_SANITIZED)
-        ::operator delete(block, size);
+        ::operator delete(block);
     else
         t_cache.free(block);
 }
