@@ -1,0 +1,10 @@
+pkg_check_modules(libuv QUIET IMPORTED_TARGET libuv)
+kiv_bench_peer(libuv.cpp PkgConfig::libuv)
+
+find_path(ASIO_INCLUDE_DIR asio.hpp)
+mark_as_advanced(ASIO_INCLUDE_DIR)
+if(ASIO_INCLUDE_DIR AND NOT TARGET asio::asio)
+    add_library(asio::asio INTERFACE IMPORTED)
+    set_target_properties(asio::asio PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${ASIO_INCLUDE_DIR}")
+endif()
+kiv_bench_peer(asio.cpp asio::asio)
