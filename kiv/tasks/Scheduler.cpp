@@ -117,6 +117,10 @@ void Scheduler::cancelAll() {
     while (m_alarms.size() > 0) cancel(m_alarms.first());
 }
 
+std::vector<Alarm*> Scheduler::getAlarms() const {
+    return m_alarms.inOrder();
+}
+
 void Scheduler::tick() {
     assert(isOwnThread());
     const int64_t now = updateNow();

@@ -46,7 +46,7 @@ public:
 
     size_t getNumberOfAlarms() const { return m_alarms.size(); }
     // In the order in which they will fire.
-    std::vector<Alarm*> getAlarms() const { return m_alarms.inOrder(); }
+    std::vector<Alarm*> getAlarms() const;
 
 private:
     friend class Alarm;
