@@ -2,13 +2,13 @@
 
 #include "Workload.h"
 #include <benchmark/benchmark.h>
-#include <chrono>
+#include <ctime>
 #include <string>
 
 namespace bench {
 
-// Runs one phase of a contestant's work with the time taken, the others without. A Contestant has schedule(i, delay),
-// cancel(i), fireAll(), which returns how many have fired, and reset(), which leaves no timer scheduled.
+// Runs one phase of a contestant's work with the processor time taken, the others without. A Contestant has schedule(i,
+// delay), cancel(i), fireAll(), which returns how many have fired, and reset(), which leaves no timer scheduled.
 enum class Phase { Schedule, Cancel, Fire };
 
 template <class Contestant>
@@ -16,10 +16,10 @@ void runTimers(benchmark::State& state, Phase phase) {
     const TimerWorkload& work = TimerWorkload::get();
     Contestant contestant;
     const auto timed = [&](Phase which, auto action) {
-        const auto begin = std::chrono::steady_clock::now();
+        const std::clock_t begin = std::clock();
         action();
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-        if (which == phase) state.SetIterationTime(taken.count() / timerCount);
+        const auto taken = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+        if (which == phase) state.SetIterationTime(taken / timerCount);
     };
     for (auto _ : state) {
         timed(Phase::Schedule, [&] {

@@ -8,7 +8,8 @@
 #include <random>
 #include <vector>
 
-// The work of the race: 100,000 timers at random times within ten minutes, all cancelled in another order, or all fired.
+// The work of the race: 100,000 timers at random times within ten minutes, all cancelled in another order, or all
+// fired.
 namespace bench {
 
 constexpr size_t timerCount = 100000;

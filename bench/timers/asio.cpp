@@ -12,7 +12,8 @@ public:
         for (size_t i = 0; i < bench::timerCount; ++i) m_timers.push_back(std::make_unique<asio::steady_timer>(m_io));
     }
     void schedule(size_t i, uint32_t delay) {
-        if (i == 0) m_start = asio::steady_timer::clock_type::now() - std::chrono::milliseconds(bench::longestDelay + 1);
+        if (i == 0)
+            m_start = asio::steady_timer::clock_type::now() - std::chrono::milliseconds(bench::longestDelay + 1);
         m_timers[i]->expires_at(m_start + std::chrono::milliseconds(delay));
         m_timers[i]->async_wait([this](const asio::error_code& error) { m_fired += !error; });
     }

@@ -5,16 +5,27 @@
 #include <algorithm>
 #include <bit>
 #include <cassert>
+#include <utility>
 
 namespace kiv::internal {
 
 void AlarmList::Mask::setFirst(unsigned count) {
-    words[0] = count >= 64 ? ~uint64_t{0} : (uint64_t{1} << count) - 1;
-    words[1] = count >= 128 ? ~uint64_t{0} : count > 64 ? (uint64_t{1} << (count - 64)) - 1 : 0;
+    for (uint64_t& word : words) {
+        word = count >= 64 ? ~uint64_t{0} : (uint64_t{1} << count) - 1;
+        count -= std::min(count, 64u);
+    }
+}
+
+bool AlarmList::Mask::isEmpty() const {
+    uint64_t all = 0;
+    for (uint64_t word : words) all |= word;
+    return all == 0;
 }
 
 unsigned AlarmList::Mask::count() const {
-    return static_cast<unsigned>(std::popcount(words[0]) + std::popcount(words[1]));
+    int count = 0;
+    for (uint64_t word : words) count += std::popcount(word);
+    return static_cast<unsigned>(count);
 }
 
 unsigned AlarmList::Mask::next(unsigned index) const {
@@ -35,22 +46,27 @@ unsigned AlarmList::Mask::previous(unsigned index) const {
     return npos;
 }
 
-void AlarmList::insert(Alarm* alarm, int64_t due, bool isLast) {
+AlarmList::Place AlarmList::makePlace(int64_t due, bool isLast) {
     reserveBlock();
     const Position position{due, isLast ? ++m_lastRank : --m_firstRank};
     // Ranks are the outermost yet, so that due times alone tell the block.
     size_t at = 0;
-    if (m_order.empty()) insertBlock(0, position);
-    else at = findBlock(isLast ? due : due - 1);
+    if (m_order.empty())
+        insertBlock(0, position);
+    else
+        at = findBlock(isLast ? due : due - 1);
     if (m_blocks[m_order[at]].count == blockSize) at = makeRoom(at, position);
+    return {position, m_order[at]};
+}
 
-    const uint32_t id = m_order[at];
-    Block& block = m_blocks[id];
+void AlarmList::insert(const Place& place, Alarm* alarm) {
+    Block& block = m_blocks[place.block];
     const unsigned index = block.count++;
-    block.entries[index] = {position, alarm};
+    block.entries[index] = {place.position, alarm};
     block.live.set(index);
-    alarm->m_place = id * blockSize + index;
+    alarm->m_place = place.block * blockSize + index;
 
+    const int64_t due = place.position.due;
     if (m_size++ == 0) m_isFirstKnown = m_isLastKnown = true, m_firstDue = m_lastDue = due;
     m_firstDue = std::min(m_firstDue, due);
     m_lastDue = std::max(m_lastDue, due);
@@ -75,7 +91,7 @@ void AlarmList::remove(Alarm* alarm) {
 void AlarmList::move(Alarm* alarm, int64_t due, bool isLast) {
     reserveBlock(); // nothing fails once the alarm is out
     remove(alarm);
-    insert(alarm, due, isLast);
+    insert(makePlace(due, isLast), alarm);
 }
 
 int64_t AlarmList::dueTimeOf(const Alarm* alarm) const {
@@ -138,15 +154,35 @@ std::vector<Alarm*> AlarmList::inOrder() const {
     return alarms;
 }
 
-// Without a branch that depends on the times, which nobody could predict.
+// Where times are spread evenly, the block is near the place that interpolation gives; elsewhere it is searched among
+// all. Without a branch that depends on the time, which nobody could predict.
 size_t AlarmList::findBlock(int64_t due) const {
-    const int64_t* begin = m_beginDue.data();
-    for (size_t count = m_beginDue.size(); count > 1;) {
+    const int64_t *all = m_beginDue.data(), *begin = all;
+    size_t count = m_beginDue.size();
+    constexpr size_t reach = 8;
+    if (count > 4 * reach) {
+        const double guess = static_cast<double>(due - all[1]) * m_blocksPerTime;
+        const double limit = static_cast<double>(count - 1 - reach);
+        const auto at = static_cast<size_t>(std::clamp(guess, static_cast<double>(reach), limit));
+        if (all[at - reach] <= due && due < all[at + reach]) {
+            begin = all + (at - reach);
+            count = 2 * reach;
+        }
+    }
+    while (count > 1) {
         const size_t half = count / 2;
         begin += begin[half] <= due ? half : 0;
         count -= half;
     }
-    return static_cast<size_t>(begin - m_beginDue.data());
+    return static_cast<size_t>(begin - all);
+}
+
+void AlarmList::updateDirectory() {
+    if (m_order.empty()) return;
+    m_beginDue[0] = INT64_MIN;
+    const size_t count = m_beginDue.size();
+    if (count > 2)
+        m_blocksPerTime = static_cast<double>(count - 2) / static_cast<double>(m_beginDue.back() - m_beginDue[1] + 1);
 }
 
 size_t AlarmList::findBlock(const Position& position) const {
@@ -177,10 +213,11 @@ void AlarmList::reserveBlock() {
 
 AlarmList::Block& AlarmList::insertBlock(size_t at, const Position& begin) {
     const auto offset = static_cast<ptrdiff_t>(at);
-    m_beginDue.insert(m_beginDue.begin() + offset, at == 0 ? INT64_MIN : begin.due);
+    m_beginDue.insert(m_beginDue.begin() + offset, begin.due);
     m_beginRank.insert(m_beginRank.begin() + offset, begin.rank);
     m_order.insert(m_order.begin() + offset, m_free.back());
     m_free.pop_back();
+    updateDirectory();
     Block& block = m_blocks[m_order[at]];
     block.count = block.sorted = 0;
     return block;
@@ -192,7 +229,7 @@ void AlarmList::eraseBlock(size_t at) {
     m_beginDue.erase(m_beginDue.begin() + offset);
     m_beginRank.erase(m_beginRank.begin() + offset);
     m_order.erase(m_order.begin() + offset);
-    if (at == 0 && !m_order.empty()) m_beginDue[0] = INT64_MIN;
+    updateDirectory();
     // A few are kept, so that memory is not taken and given back all the time.
     if (m_free.size() > m_order.size() + 16) m_blocks[id].entries.reset();
     m_free.push_back(id);
@@ -226,6 +263,8 @@ void AlarmList::split(size_t at) {
 
     Block& upper = insertBlock(at + 1, pivot);
     Entry *from = lower.entries.get(), *low = from, *high = upper.entries.get();
+    unsigned unchanged = 0;
+    while (from[unchanged] < pivot) ++unchanged;
     for (unsigned i = 0; i < count; ++i) {
         if (i == sorted) {
             lower.sorted = static_cast<unsigned>(low - lower.entries.get());
@@ -242,12 +281,13 @@ void AlarmList::split(size_t at) {
     if (sorted == count) lower.sorted = lower.count, upper.sorted = upper.count;
     lower.live.setFirst(lower.count);
     upper.live.setFirst(upper.count);
-    setPlaces(id, 0);
+    setPlaces(id, unchanged);
     setPlaces(m_order[at + 1], 0);
 }
 
 void AlarmList::compact(uint32_t id) {
     Block& block = m_blocks[id];
+    if (block.live.count() == block.count) return;
     unsigned count = 0, sorted = 0;
     for (unsigned i = block.live.next(0); i != Mask::npos; i = block.live.next(i + 1)) {
         sorted += i < block.sorted;
@@ -262,12 +302,34 @@ void AlarmList::compact(uint32_t id) {
     block.live.setFirst(count);
 }
 
+// Most blocks are spread evenly: then distributing the entries by time nearly sorts them.
+void AlarmList::sortEntries(Entry* begin, Entry* end) {
+    const auto [low, high] = std::minmax_element(begin, end, [](auto& a, auto& b) { return a.due < b.due; });
+    const int64_t lowest = low->due;
+    const auto span = static_cast<uint64_t>(high->due - lowest);
+    if (span > UINT32_MAX) return std::sort(begin, end);
+    const uint64_t scale = (uint64_t{blockSize} << 32) / (span + 1);
+    const auto slotOf = [&](const Entry& entry) { return static_cast<uint64_t>(entry.due - lowest) * scale >> 32; };
+
+    uint16_t counts[blockSize] = {}, *next = counts;
+    for (const Entry* entry = begin; entry != end; ++entry) ++counts[slotOf(*entry)];
+    if (*std::max_element(counts, counts + blockSize) > 16) return std::sort(begin, end);
+    for (unsigned sum = 0; next != counts + blockSize; ++next) sum += std::exchange(*next, static_cast<uint16_t>(sum));
+    Entry spread[blockSize];
+    for (const Entry* entry = begin; entry != end; ++entry) spread[counts[slotOf(*entry)]++] = *entry;
+    for (Entry *from = spread, *to = begin; to != end; ++from, ++to) {
+        Entry* at = to;
+        for (; at != begin && *from < at[-1]; --at) *at = at[-1];
+        *at = *from;
+    }
+}
+
 void AlarmList::sort(uint32_t id) {
     if (m_blocks[id].count - m_blocks[id].sorted <= maximalTail) return;
     compact(id);
     Block& block = m_blocks[id];
     Entry *begin = block.entries.get(), *middle = begin + block.sorted, *end = begin + block.count;
-    std::sort(middle, end);
+    sortEntries(middle, end);
     if (block.sorted > 0) {
         Entry merged[blockSize];
         std::copy(merged, std::merge(begin, middle, middle, end, merged), begin);

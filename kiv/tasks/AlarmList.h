@@ -11,18 +11,31 @@ class Alarm;
 
 namespace internal {
 
-// Alarms in the order of their due times, and among equal ones in that of a rank which insert() gives. The order is cut
-// into blocks, found by binary search; within a block it is made only when somebody asks, which is at the front of the
-// list. Inserting appends to a block; removing clears a bit and touches no other alarm.
-// Takes no references. Threads: one. insert() and move() throw std::bad_alloc and change nothing then.
+// Alarms in the order of their due times, and among equal ones in that of a rank which makePlace() gives. The order is
+// cut into blocks, found by binary search; within a block it is made only when somebody asks, which is at the front of
+// the list. Inserting appends to a block; removing clears a bit and touches no other alarm. Takes no references.
+// Threads: one. makePlace() and move() throw std::bad_alloc and change nothing then.
 class AlarmList {
+    struct Position {
+        int64_t due;
+        int64_t rank; // unique
+        bool operator<(const Position& other) const {
+            return (due < other.due) | ((due == other.due) & (rank < other.rank));
+        }
+    };
+
 public:
     AlarmList() = default;
     AlarmList(const AlarmList&) = delete;
     AlarmList& operator=(const AlarmList&) = delete;
 
-    // Behind or before all that are due at the same time.
-    void insert(Alarm* alarm, int64_t due, bool isLast);
+    // Where an alarm goes, behind or before all that are due at the same time. It must be inserted next.
+    struct Place {
+        Position position;
+        uint32_t block;
+    };
+    Place makePlace(int64_t due, bool isLast);
+    void insert(const Place& place, Alarm* alarm);
     void remove(Alarm* alarm);
     void move(Alarm* alarm, int64_t due, bool isLast);
 
@@ -38,16 +51,9 @@ public:
     std::vector<Alarm*> inOrder() const;
 
 private:
-    static constexpr unsigned blockSize = 128;
+    static constexpr unsigned blockSize = 256;
     static constexpr unsigned maximalTail = 8;
 
-    struct Position {
-        int64_t due;
-        int64_t rank; // unique
-        bool operator<(const Position& other) const {
-            return (due < other.due) | ((due == other.due) & (rank < other.rank));
-        }
-    };
     struct Entry : Position {
         Alarm* alarm;
     };
@@ -60,7 +66,7 @@ private:
         void set(unsigned index) { words[index / 64] |= uint64_t{1} << index % 64; }
         void clear(unsigned index) { words[index / 64] &= ~(uint64_t{1} << index % 64); }
         void setFirst(unsigned count);
-        bool isEmpty() const { return (words[0] | words[1]) == 0; }
+        bool isEmpty() const;
         unsigned count() const;
         // The next one that is set at `index` or behind, resp. before `index`; npos when there is none.
         unsigned next(unsigned index) const;
@@ -80,6 +86,7 @@ private:
     void reserveBlock();
     Block& insertBlock(size_t at, const Position& begin);
     void eraseBlock(size_t at);
+    void updateDirectory();
     // Makes room in the full block at `at`; the place of the block that a new alarm goes to.
     size_t makeRoom(size_t at, const Position& position);
     void split(size_t at);
@@ -87,6 +94,7 @@ private:
     void compact(uint32_t id);
     // Leaves a short tail at most, lest single insertions sort again and again.
     void sort(uint32_t id);
+    static void sortEntries(Entry* begin, Entry* end);
     void setPlaces(uint32_t id, unsigned from);
     unsigned findFirst(uint32_t id);
     unsigned findLast(uint32_t id);
@@ -97,6 +105,7 @@ private:
     std::vector<int64_t> m_beginDue;
     std::vector<int64_t> m_beginRank;
     std::vector<uint32_t> m_order;
+    double m_blocksPerTime = 0; // on average, but for the first block
 
     size_t m_size = 0;
     int64_t m_firstRank = 0; // the lowest and the highest given so far

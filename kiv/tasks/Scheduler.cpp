@@ -78,17 +78,15 @@ void Scheduler::scheduleIn(Alarm* alarm, int minDelay, int maxDelay) {
 void Scheduler::put(Alarm* alarm, int64_t due) {
     assert(isOwnThread());
     if (alarm->m_scheduler == this) return move(alarm, due);
-    // Released at the end, lest the alarm die between two schedulers.
-    Scheduler* previous = alarm->m_scheduler;
-    if (previous) previous->unlink(alarm);
-    add(alarm, due);
-    if (!previous) alarm->increaseReferenceCount();
-}
-
-void Scheduler::add(Alarm* alarm, int64_t due) {
     const bool isLast =
         m_alarms.size() > 0 && distance(due, m_alarms.firstDueTime()) > distance(due, m_alarms.lastDueTime());
-    m_alarms.insert(alarm, due, isLast);
+    const internal::AlarmList::Place place = m_alarms.makePlace(due, isLast);
+    // Here rather than at the end: an atomic increment waits for what was written before.
+    if (alarm->m_scheduler)
+        alarm->m_scheduler->unlink(alarm);
+    else
+        alarm->increaseReferenceCount();
+    m_alarms.insert(place, alarm);
     alarm->m_dueTime = static_cast<uint32_t>(due);
     alarm->m_scheduler = this;
 }
@@ -131,8 +129,8 @@ void Scheduler::tick() {
     }
 }
 
-// The delegate runs a copy of itself, so the alarm may change or die meanwhile. Only one without smart pointers can die:
-// then there is no reference to release either.
+// The delegate runs a copy of itself, so the alarm may change or die meanwhile. Only one without smart pointers can
+// die: then there is no reference to release either.
 void Scheduler::fire(Alarm* alarm) {
     unlink(alarm);
     Alarm::Firing firing{alarm->m_firing};

@@ -28,10 +28,10 @@ public:
     Scheduler& operator=(const Scheduler&) = delete;
     ~Scheduler() override;
 
-    // Makes the alarm due at `time`, and takes a reference unless it is scheduled. Among alarms that are due at the same
-    // time a new one comes last when it is nearer to the last alarm than to the first, else first. One that is scheduled
-    // already comes first among them when it is put off, last when it is brought forward, and stays when nothing
-    // changes.
+    // Makes the alarm due at `time`, and takes a reference unless it is scheduled. Among alarms that are due at the
+    // same time a new one comes last when it is nearer to the last alarm than to the first, else first. One that is
+    // scheduled already comes first among them when it is put off, last when it is brought forward, and stays when
+    // nothing changes.
     void scheduleAt(Alarm* alarm, unsigned time);
     // Makes the alarm due in `maxDelay` milliseconds, or earlier, but not before `minDelay`, if that spares it from
     // changing places with the alarm behind. Scheduled ones that are due later than `maxDelay` are brought forward.
@@ -57,7 +57,6 @@ private:
     int64_t unwrapped(unsigned time);
     // Scheduled here or not.
     void put(Alarm* alarm, int64_t due);
-    void add(Alarm* alarm, int64_t due);
     void move(Alarm* alarm, int64_t due);
     void unlink(Alarm* alarm);
     void fire(Alarm* alarm);

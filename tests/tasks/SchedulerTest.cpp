@@ -1,10 +1,10 @@
 // Hunts: alarms out of order or lost, equal due times in another order than prescribed, a clock that wraps, alarms that
 // die, move or return while they fire, references that are lost or released twice.
+#include "kiv/tasks/Scheduler.h"
 #include "kiv/core/Clock.h"
 #include "kiv/core/SmartPointer.h"
 #include "kiv/core/WeakPointer.h"
 #include "kiv/tasks/Alarm.h"
-#include "kiv/tasks/Scheduler.h"
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/LogLines.h"
 
@@ -140,7 +140,9 @@ TEST_P(SchedulerOrder, IsThatOfTheListThatIsSearched) {
             model.scheduleAt(alarm, time);
             break;
         }
-        case 1: b = a; [[fallthrough]];
+        case 1:
+            b = a;
+            [[fallthrough]];
         default: // now and then the wrong way round
             if (a > b && below(8) != 0) std::swap(a, b);
             scheduler.scheduleIn(alarm, a, b);
