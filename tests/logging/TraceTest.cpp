@@ -68,8 +68,9 @@ TEST_F(TraceTest, ThreadsHaveNamesAndAsynchronousSpansCrossThem) {
         Trace::setThreadName("worker \"1\"");
         Trace::endAsync("test", "life", identifier);
     }).join();
+    const json trace = written();
     json begin, end, name;
-    for (const json& event : written().at("traceEvents")) {
+    for (const json& event : trace.at("traceEvents")) {
         if (event.at("ph") == "b") begin = event;
         if (event.at("ph") == "e") end = event;
         if (event.at("ph") == "M" && event.at("args").at("name") == "worker \"1\"") name = event;
