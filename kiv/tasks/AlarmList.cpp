@@ -199,7 +199,7 @@ void AlarmList::reserveBlock() {
     if (!m_free.empty() && m_blocks[m_free.back()].entries) return;
     auto entries = std::make_unique_for_overwrite<Entry[]>(blockSize);
     if (m_free.empty()) {
-        m_blocks.reserve(m_blocks.size() + 1);
+        if (m_blocks.size() == m_blocks.capacity()) m_blocks.reserve(2 * m_blocks.size() + 8);
         const size_t capacity = m_blocks.capacity();
         m_free.reserve(capacity);
         m_beginDue.reserve(capacity);
