@@ -1,0 +1,10 @@
+find_package(TBB QUIET)
+kiv_bench_peer(onetbb.cpp TBB::tbb)
+
+find_path(asio_headers asio.hpp)
+mark_as_advanced(asio_headers)
+if(asio_headers AND NOT TARGET asioHeaders)
+    add_library(asioHeaders INTERFACE)
+    target_include_directories(asioHeaders SYSTEM INTERFACE "${asio_headers}")
+endif()
+kiv_bench_peer(asio.cpp asioHeaders)
