@@ -89,6 +89,7 @@ TaskQueue::~TaskQueue() {
         if (runner->queue == this) runner->isQueueGone = true;
     }
     Lock lock(m_mutex);
+    m_isDestroyed = true;
     while (m_sleepers != 0 || m_parked != 0) {
         m_idleCondition.notifyAll();
         m_idleCondition.wait(lock);
@@ -324,7 +325,7 @@ void TaskQueue::sleepUntil(Lock& lock, IsOver isOver) {
     const bool canHelp = m_dispatcher && m_dispatcher->isWorker();
     ++m_sleepers;
     if (canHelp) ++m_helpers;
-    while (!isOver()) {
+    while (!isOver() && !m_isDestroyed) {
         const uint32_t prepared = m_idleCondition.prepare();
         lock.unlock();
         if (canHelp && m_dispatcher->claim(this))

@@ -178,6 +178,7 @@ private:
     uint32_t m_parked = 0;          // runners that have left and look whether they are summoned
     bool m_hasAborter = false;
     bool m_isDying = false;
+    bool m_isDestroyed = false; // who sleeps is to leave, also when it is one of the queue's runs that destroys it
 
     alignas(64) std::atomic<uint32_t> m_finishedWeight{0};
     internal::RunBlock<Task> m_block; // the front of the current segment
