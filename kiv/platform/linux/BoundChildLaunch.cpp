@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <mutex>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -42,6 +43,7 @@ bool enterChild(const LaunchPlan& plan, pid_t parent) {
     if (::getppid() != parent) ::_exit(127); // it has ended before the signal was asked for
     for (int i = 0; i < 3; ++i)
         if (::dup2(plan.streams[i], i) < 0) return false;
+    if (::close_range(3, ~0u, CLOSE_RANGE_CLOEXEC) != 0 && errno != ENOSYS) return false;
     if (plan.workingDirectory && ::chdir(plan.workingDirectory) != 0) return false;
     sigset_t none;
     ::sigemptyset(&none);

@@ -76,6 +76,8 @@ int launchChild(const LaunchPlan& plan, pid_t& child) {
     int error = 0;
     for (int i = 0; i < 3 && error == 0; ++i)
         error = ::posix_spawn_file_actions_adddup2(actions.get(), plan.streams[i], i);
+    // Not all that a program opens is closed by itself in those that it starts.
+    if (error == 0) error = ::posix_spawn_file_actions_addclosefrom_np(actions.get(), 3);
     if (plan.workingDirectory && error == 0)
         error = ::posix_spawn_file_actions_addchdir_np(actions.get(), plan.workingDirectory);
     if (error != 0) return error;

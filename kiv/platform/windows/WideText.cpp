@@ -15,4 +15,14 @@ bool wideText(const std::string& text, std::wstring& out) {
     return count != 0;
 }
 
+std::string narrowText(std::wstring_view text) {
+    if (text.empty()) return {};
+    const int size = static_cast<int>(text.size());
+    std::string utf8(text.size() * 3, '\0');
+    const int room = static_cast<int>(utf8.size());
+    utf8.resize(
+        static_cast<size_t>(::WideCharToMultiByte(CP_UTF8, 0, text.data(), size, utf8.data(), room, nullptr, nullptr)));
+    return utf8;
+}
+
 } // namespace kiv::platform
