@@ -1,0 +1,423 @@
+// Hunts: children that keep a caller waiting, output that is lost at a child's end, errors that close too much, and
+// what stays open or alive behind them.
+
+#include "tests/process/Children.h"
+#include "tests/support/LogLines.h"
+#include "tests/support/ProgramState.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include "kiv/platform/ProcessList.h"
+#include "kiv/process/ProcessLockFile.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+
+using kiv::List;
+using kiv::Process;
+using kiv::String;
+using support::Child;
+using support::childProgram;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+} // namespace
+
+TEST(Process, WithoutAChildDoesNothing) {
+    Child child;
+    EXPECT_EQ(child.exit_status(), -1);
+    EXPECT_FALSE(child.tick());
+    EXPECT_FALSE(child.terminate(true));
+    EXPECT_FALSE(child.sendBreak());
+    EXPECT_FALSE(child.writeLine("x"));
+    EXPECT_TRUE(child.isEOF() && child.isErrEOF());
+    EXPECT_EQ(child.getProcessId(), 0);
+}
+
+TEST(Process, TellsTheExitCodeAndStartsAgain) {
+    Child child;
+    support::LogLines log;
+    for (const int32_t code : {0, 7, 255}) {
+        ASSERT_TRUE(child.start({"exit", std::to_string(code)}));
+        EXPECT_EQ(child.exit_status(), Process::stillActive);
+        EXPECT_EQ(child.finish(), code);
+        EXPECT_FALSE(child.tick());
+        EXPECT_TRUE(child.isEOF() && child.isErrEOF());
+    }
+    EXPECT_FALSE(child.terminate(false)); // there is none any more
+    EXPECT_EQ(child.exit_status(), 255);
+    EXPECT_EQ(log.take()[1], "[VERBOSE] executing '" + childProgram + " exit 7'");
+}
+
+TEST(Process, StartsAProgramByItsPathAlone) {
+    Child child;
+    ASSERT_TRUE(child.spawn(childProgram));
+    EXPECT_EQ(child.finish(), 0);
+    ASSERT_TRUE(child.spawn(childProgram, {}, nullptr, false));
+    EXPECT_EQ(child.finish(), 0);
+}
+
+TEST(Process, TerminateEndsARunningChildOnce) {
+    for (const bool wait : {false, true}) {
+        Child child;
+        ASSERT_TRUE(child.start({"stay"}));
+        const int64_t id = child.getProcessId();
+        EXPECT_TRUE(Process::processExists(id));
+        EXPECT_TRUE(child.terminate(wait));
+        EXPECT_FALSE(wait && Process::processExists(id));
+        EXPECT_EQ(child.exit_status(), -1);
+        EXPECT_FALSE(child.terminate(wait));
+        EXPECT_FALSE(child.tick());
+        EXPECT_EQ(child.exit_status(), -1);
+        EXPECT_TRUE(child.tickUntil([&] { return !Process::processExists(id); }));
+    }
+}
+
+TEST(Process, RefusesASecondChildWhileOneRuns) {
+    Child child;
+    ASSERT_TRUE(child.start({"wait"}));
+    support::LogLines log;
+    EXPECT_FALSE(child.start({"exit", "0"}));
+    EXPECT_NE(child.error(), 0);
+    EXPECT_THAT(log.takeOne(), StartsWith("can not start subprocess " + childProgram + " error: "));
+    child.close_stdin();
+    EXPECT_EQ(child.finish(), 0); // it did not notice
+}
+
+TEST(Process, WhatCannotBeStartedIsLogged) {
+    support::TemporaryFolder folder;
+    folder.write("text.txt", "no program");
+    folder.write("script.bat", "exit 0");
+    const auto refuses = [](const std::string& path, const char* workingDirectory = nullptr) {
+        support::LogLines log;
+        Child child;
+        EXPECT_FALSE(child.spawn(path, {path}, workingDirectory, false)) << path;
+        EXPECT_NE(child.error(), 0);
+        const Texts lines = log.take();
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[1], "can not start subprocess " + path + " error: " + child.error_text().to_std_string());
+        EXPECT_FALSE(child.error_text().empty());
+        EXPECT_EQ(child.exit_status(), -1);
+        EXPECT_FALSE(child.tick());
+    };
+    refuses(folder.utf8("missing"));
+    refuses(folder.utf8("text.txt"));
+    refuses(folder.utf8("script.bat"));
+    refuses(folder.utf8("script.bat") + ". "); // Windows drops such an end
+    refuses(folder.utf8(""));
+    refuses("");
+    refuses(std::string("a\0b", 3));
+    refuses(childProgram, folder.utf8("missing").c_str());
+}
+
+TEST(Process, ArgumentsArriveAsTheyWereGiven) {
+    const Texts arguments = {
+        "plain",     "a b", "",          "\t",           "say \"hi\"",           "inner\"quote",
+        "C:\\dir\\", "\\",  "C:\\d d\\", "a\\\"b c\\\\", "\xC3\xA4\xE4\xB8\x96", "-x=*?%PATH%$HOME;&|"};
+    for (const bool isBound : {false, true}) {
+        Child child;
+        Texts given = arguments, expected;
+        given.insert(given.begin(), "report");
+        given.push_back("\"kept as it is\"");
+        for (const std::string& argument : arguments) expected.push_back("<" + argument + ">");
+        expected.push_back("<kept as it is>");
+        ASSERT_TRUE(child.start(given, isBound));
+        EXPECT_EQ(child.finish(), 0);
+        Texts lines = child.lines();
+        ASSERT_FALSE(lines.empty());
+        lines.pop_back();
+        EXPECT_EQ(lines, expected);
+    }
+}
+
+TEST(Process, ArgumentsAreJoinedForTheLog) {
+    const auto joins = [](const List<String>& arguments, const std::string& text) {
+        support::LogLines log;
+        Child child;
+        child.spawn("/no/program", arguments, nullptr, false);
+        EXPECT_EQ(log.take().front(), "[VERBOSE] executing '" + text + "'");
+    };
+    joins({}, "/no/program");
+    joins({"x", "a b", "c"}, "x \"a b\" c");
+    joins({"x", "\"a b\"", "\"a\"b c"}, "x \"a b\" \"a\"b c");
+    joins({"x", "", "a\tb", "C:\\a b\\", "a \"b\" c"}, "x \"\" \"a\tb\" \"C:\\a b\\\\\" \"a \\\"b\\\" c\"");
+}
+
+// The program's name, its folder and the folder it works in are outside of ASCII, its name longer than what some
+// systems keep.
+TEST(Process, NamesOutsideOfAsciiAndLongOnesAreFound) {
+    support::TemporaryFolder folder;
+    const std::filesystem::path program = childProgram;
+    const std::string name = "ein recht langes Pr\xC3\xB6gramm" + program.extension().string();
+    std::filesystem::copy_file(program, folder.path(reinterpret_cast<const char*>(u8"x")).parent_path() /
+                                            std::filesystem::path(std::u8string(name.begin(), name.end())));
+    for (const auto& entry : std::filesystem::directory_iterator(program.parent_path()))
+        if (entry.path().extension() == ".dll")
+            std::filesystem::copy_file(entry.path(), folder.path(entry.path().filename().string()));
+    const std::string path = folder.utf8("") + name;
+    std::filesystem::create_directory(folder.path("work"));
+    Child reporting, first, second;
+    EXPECT_FALSE(Process::processExists(name.c_str()));
+    ASSERT_TRUE(reporting.spawn(path, {path, "report"}, folder.utf8("work").c_str(), false));
+    EXPECT_EQ(reporting.finish(), 0);
+    EXPECT_THAT(reporting.lines(), ElementsAre(folder.utf8("work")));
+
+    ASSERT_TRUE(first.spawn(path, {path, "stay"}, nullptr, false));
+    ASSERT_TRUE(second.spawn(path, {path, "wait"}, nullptr, true));
+    EXPECT_TRUE(Process::processExists(name.c_str()));
+    EXPECT_FALSE(Process::waitForProcessesToTerminate({"other", name}, 0));
+    EXPECT_TRUE(Process::terminateProcessesByName(name.c_str(), second.getProcessId()));
+    EXPECT_EQ(first.finish(), support::isWindows ? 0 : 137);
+    EXPECT_TRUE(second.tick());
+    second.close_stdin();
+    EXPECT_EQ(second.finish(), 0);
+    EXPECT_TRUE(Process::waitForProcessesToTerminate({"other", name}, 60000));
+}
+
+TEST(Process, KnowsProcesses) {
+    const int64_t self = Process::getCurrentProcessId();
+    EXPECT_TRUE(Process::processExists(self));
+    for (const int64_t none : {int64_t{-1}, int64_t{0}, self + (int64_t{1} << 32)})
+        EXPECT_FALSE(Process::processExists(none));
+    EXPECT_FALSE(Process::processExists(nullptr) || Process::processExists("") ||
+                 Process::processExists("no such name"));
+    std::string own;
+    for (const kiv::platform::RunningProcess& process : kiv::platform::listProcesses())
+        if (process.id == self) own = process.name;
+    EXPECT_TRUE(Process::processExists(own.c_str()));
+    own[0] = 'K'; // kivProcessTests
+    EXPECT_EQ(Process::processExists(own.c_str()), support::isWindows);
+    EXPECT_TRUE(Process::terminateProcessesByName(own.c_str(), -1)); // not this one
+    EXPECT_TRUE(Process::waitForProcessesToTerminate({own}, -1));    // nor for this one
+}
+
+TEST(ProcessPipes, CarryLinesBothWays) {
+    Child child;
+    ASSERT_TRUE(child.start({"copy"}));
+    for (const char* line : {"one", "", "\xC3\xA4\xE4\xB8\x96 \t"}) EXPECT_TRUE(child.writeLine(line));
+    EXPECT_TRUE(child.tickUntil([&] { return child.popReadAction() || !child.tick(); }));
+    child.close_stdin();
+    EXPECT_EQ(child.finish(), 0);
+    EXPECT_THAT(child.lines(), ElementsAre("one", "", "\xC3\xA4\xE4\xB8\x96 \t"));
+    child.popReadAction();
+    EXPECT_FALSE(child.popReadAction());
+}
+
+TEST(ProcessPipes, HalfALineIsALineAtTheEnd) {
+    Child child;
+    ASSERT_TRUE(child.start({"half"}));
+    EXPECT_EQ(child.finish(), 3);
+    EXPECT_FALSE(child.isEOF());
+    EXPECT_THAT(child.lines(), ElementsAre("whole", "half"));
+    EXPECT_TRUE(child.isEOF());
+}
+
+// Each write must fit, so much is written only when the child's output is read meanwhile.
+TEST(ProcessPipes, BothDirectionsMayBeFull) {
+    Child child;
+    ASSERT_TRUE(child.start({"copy"}));
+    std::string line(300000, 'x');
+    size_t written = 0, read = 0;
+    for (; written < 40; ++written) {
+        line[0] = static_cast<char>('A' + written);
+        EXPECT_TRUE(child.writeLine(line));
+    }
+    EXPECT_TRUE(child.tickUntil([&] {
+        for (String back; child.readLine(back); ++read) {
+            line[0] = static_cast<char>('A' + read);
+            EXPECT_TRUE(back == line);
+        }
+        return read == written;
+    }));
+}
+
+TEST(ProcessPipes, InputThatNobodyReadsIsBounded) {
+    Child child;
+    ASSERT_TRUE(child.start({"stay"}));
+    support::LogLines log;
+    const String line(1 << 20, 'x');
+    int taken = 0;
+    for (; taken < 70 && child.writeLine(line); ++taken) child.tick();
+    EXPECT_GE(taken, 63);
+    EXPECT_LE(taken, 66);
+    EXPECT_FALSE(child.writeLine(line));
+    EXPECT_THAT(log.takeOne(), StartsWith("[PROCESS] " + childProgram + " does not read its input"));
+    EXPECT_TRUE(child.writeLine("a short one"));
+}
+
+// What comes without line ends is handed out by the buffer, and the child is never left waiting.
+TEST(ProcessPipes, AFloodWithoutLineEndsComesThrough) {
+    Child child;
+    ASSERT_TRUE(child.start({"flood", "40"}));
+    size_t total = 0;
+    EXPECT_TRUE(child.tickUntil([&] {
+        for (String line; child.readLine(line);) total += line.size();
+        return child.isEOF() && !child.tick();
+    }));
+    EXPECT_EQ(total, size_t{40} << 20);
+    EXPECT_EQ(child.exit_status(), 0);
+}
+
+// More than the buffer holds is left in the pipe when the child is seen to have ended.
+TEST(ProcessPipes, OutputIsReadOnAfterTheEnd) {
+    Child child;
+    ASSERT_TRUE(child.start({"flood", "1"}));
+    size_t total = 0;
+    const auto drain = [&] {
+        for (String line; child.readLine(line);) total += line.size();
+    };
+    EXPECT_EQ(child.finish(), 0);
+    drain();
+    EXPECT_EQ(total, size_t{1} << 20);
+    EXPECT_TRUE(child.isEOF());
+}
+
+TEST(ProcessPipes, OfErrorsThatNobodyReadsTheLatestAreKept) {
+    Child child;
+    support::LogLines log;
+    constexpr int count = 400000;
+    ASSERT_TRUE(child.start({"errors", std::to_string(count)}));
+    EXPECT_EQ(child.finish(), 0);
+    const Texts lines = log.take();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1],
+              "[PROCESS] nobody reads the error output of " + childProgram + ", its oldest lines are dropped");
+    int next = -1, last = -1;
+    for (String line; child.readErrLine(line); ++next) {
+        last = std::atoi(line.c_str() + 5);
+        if (next < 0) next = last;
+        ASSERT_EQ(line, "line " + std::to_string(next));
+    }
+    EXPECT_GT(next, 0);
+    EXPECT_EQ(last, count - 1);
+    EXPECT_TRUE(child.isErrEOF());
+}
+
+TEST(ProcessPipes, AClosedInputClosesNothingElse) {
+    Child child;
+    ASSERT_TRUE(child.start({"deaf"}));
+    EXPECT_EQ(child.nextLine(), "deaf");
+    EXPECT_TRUE(child.tickUntil([&] { return !child.writeLine("anybody there?"); }));
+    EXPECT_NE(child.error(), 0);
+    EXPECT_TRUE(child.tick());
+    EXPECT_FALSE(child.isEOF());
+    EXPECT_TRUE(child.terminate(true));
+}
+
+TEST(ProcessPipes, AreForgottenByTheNextChild) {
+    Child child;
+    ASSERT_TRUE(child.start({"half"}));
+    EXPECT_EQ(child.finish(), 3);
+    ASSERT_TRUE(child.start({"wait"}));
+    EXPECT_FALSE(child.popReadAction());
+    child.close_stdin();
+    EXPECT_EQ(child.finish(), 0);
+    EXPECT_EQ(child.error(), 0);
+    EXPECT_THAT(child.lines(), ElementsAre());
+}
+
+// A child that holds another one's pipe would keep that from seeing the end of its input.
+TEST(ProcessHandles, OfThirtyChildrenAtOnceGoToNoOtherOne) {
+    std::vector<Child> children(30);
+    std::atomic<size_t> next{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back([&] {
+            for (size_t at; (at = next++) < children.size();) EXPECT_TRUE(children[at].start({"wait"}, at % 2 == 0));
+        });
+    for (std::thread& thread : threads) thread.join();
+    for (Child& child : children) {
+        EXPECT_TRUE(child.tick());
+        child.close_stdin();
+        EXPECT_EQ(child.finish(), 0);
+    }
+}
+
+TEST(ProcessHandles, OfTheParentAreNotInherited) {
+    support::TemporaryFolder folder;
+    for (const bool isBound : {false, true}) {
+        std::ofstream open(folder.path("open")); // inheritable
+        Child child;
+        ASSERT_TRUE(child.start({"handles"}, isBound));
+        const std::string count = child.nextLine();
+        EXPECT_TRUE(support::isWindows || count == "3") << count;
+        open.close();
+        EXPECT_TRUE(kiv::ProcessLockFile(folder.utf8("open")).tryLock()); // on Windows not while it is open elsewhere
+    }
+}
+
+TEST(ProcessHandles, AreAllGivenBack) {
+    const auto startAll = [](int times) {
+        for (int i = 0; i < times; ++i) {
+            Child child, left;
+            EXPECT_TRUE(child.start({"exit", "1"}, i % 2 == 0));
+            EXPECT_EQ(child.finish(), 1);
+            EXPECT_FALSE(child.spawn("/no/program"));
+            EXPECT_TRUE(child.start({"stay"}));
+            EXPECT_TRUE(child.terminate(i % 3 == 0));
+        }
+    };
+    startAll(2); // what is made once
+    const size_t before = support::countOpenHandles();
+    startAll(20);
+    EXPECT_EQ(support::countOpenHandles(), before);
+}
+
+TEST(ProcessSignals, AreNotInherited) {
+    support::setBrokenPipeIgnored(true);
+    for (const bool isBound : {false, true}) {
+        Child child;
+        EXPECT_TRUE(child.start({"signal"}, isBound));
+        EXPECT_EQ(child.nextLine(), "default");
+    }
+    support::setBrokenPipeIgnored(false);
+}
+
+TEST(ProcessSignals, BreakEndsAChild) {
+    Child child;
+    ASSERT_TRUE(child.start({"handles"}));
+    child.nextLine(); // it runs
+    if (!child.sendBreak() || (support::isWindows && child.tick())) GTEST_SKIP() << "no console to share";
+    EXPECT_NE(child.finish(), 0);
+}
+
+TEST(ProcessParents, TakeBoundChildrenWithThem) {
+    Child parent;
+    ASSERT_TRUE(parent.start({"parent", childProgram}));
+    const int64_t id = std::stoll(parent.nextLine());
+    EXPECT_TRUE(Process::processExists(id));
+    EXPECT_TRUE(parent.terminate(true));
+    EXPECT_TRUE(parent.tickUntil([&] { return !Process::processExists(id); }));
+}
+
+// The thread that starts a bound child may end before it.
+TEST(ProcessParents, AreProgramsNotThreads) {
+    Child child;
+    std::thread([&] { EXPECT_TRUE(child.start({"wait"}, true)); }).join();
+    child.close_stdin();
+    EXPECT_EQ(child.finish(), 0);
+}
+
+TEST(ProcessLockFile, IsHeldByOneProgram) {
+    support::TemporaryFolder folder;
+    const String path = folder.utf8("lock");
+    kiv::ProcessLockFile lock(path), other(path), impossible(folder.utf8("missing/lock"));
+    Child child;
+    ASSERT_TRUE(child.start({"lock", path}));
+    EXPECT_EQ(child.nextLine(), "locked");
+    EXPECT_FALSE(lock.tryLock());
+    child.terminate(true); // the system unlocks
+    EXPECT_TRUE(child.tickUntil([&] { return lock.tryLock(); }));
+    EXPECT_TRUE(lock.tryLock());
+    EXPECT_FALSE(other.tryLock());
+    ASSERT_TRUE(child.start({"lock", path}));
+    EXPECT_EQ(child.nextLine(), "refused");
+    lock.unlock();
+    lock.unlock();
+    EXPECT_TRUE(other.tryLock());
+    EXPECT_FALSE(impossible.tryLock());
+    EXPECT_TRUE(std::filesystem::exists(folder.path("lock")));
+}

@@ -1,0 +1,103 @@
+// The program that the tests of processes start: its first argument says how it behaves.
+
+#include "kiv/logging/MessageStream.h"
+#include "kiv/platform/CommandLine.h"
+#include "kiv/platform/StandardInput.h"
+#include "kiv/process/Process.h"
+#include "kiv/process/ProcessLockFile.h"
+#include "tests/support/ProgramState.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+void say(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
+}
+
+// As long as the parent holds the other end.
+int waitForEndOfInput() {
+    while (std::getchar() != EOF) {
+    }
+    return 0;
+}
+
+// Until somebody ends it; not for ever should a test be stopped.
+int stay() {
+    std::this_thread::sleep_for(std::chrono::minutes(2));
+    return 1;
+}
+
+int writeMany(std::FILE* stream, size_t count, const std::string& text) {
+    for (size_t i = 0; i < count; ++i)
+        if (std::fwrite(text.data(), 1, text.size(), stream) != text.size()) return 1;
+    return std::fflush(stream);
+}
+
+// Each piece at once.
+int copyInput() {
+    std::vector<char> bytes(1 << 16);
+    while (const size_t count = kiv::internal::readStandardInput(bytes.data(), bytes.size()))
+        if (std::fwrite(bytes.data(), 1, count, stdout) != count || std::fflush(stdout) != 0) return 1;
+    return 0;
+}
+
+int report(const Arguments& arguments) {
+    for (const std::string& argument : arguments) say("<" + argument + ">\n");
+    const std::u8string folder = std::filesystem::current_path().u8string();
+    say(std::string(folder.begin(), folder.end()) + "\n");
+    return 0;
+}
+
+int numberLines(int count) {
+    for (int i = 0; i < count; ++i) std::fprintf(stderr, "line %d\n", i);
+    return 0;
+}
+
+int holdLock(const std::string& path) {
+    kiv::ProcessLockFile lock(path.c_str());
+    say(lock.tryLock() ? "locked\n" : "refused\n");
+    return waitForEndOfInput();
+}
+
+// Its child must be ended by nothing but its own end.
+int startBoundChild(const std::string& program) {
+    kiv::logging::g_hideVerboseOutputInConsole = true;
+    kiv::Process child;
+    if (!child.spawn(program, {program, "stay"}, nullptr, true)) return 1;
+    say(std::to_string(child.getProcessId()) + "\n");
+    return stay();
+}
+
+} // namespace
+
+int main(int count, char** values) {
+    support::useBinaryStreams();
+    Arguments arguments = kiv::platform::commandLineArguments(count, values);
+    if (arguments.empty()) return 0;
+    const std::string command = arguments.front();
+    arguments.erase(arguments.begin());
+    if (command == "exit") return std::stoi(arguments.at(0));
+    if (command == "wait") return waitForEndOfInput();
+    if (command == "stay") return stay();
+    if (command == "deaf") return support::closeStandardInput(), say("deaf\n"), stay();
+    if (command == "flood") return writeMany(stdout, std::stoul(arguments.at(0)), std::string(1 << 20, 'x'));
+    if (command == "errors") return numberLines(std::stoi(arguments.at(0)));
+    if (command == "half") return say("whole\r\nhalf"), std::_Exit(3), 0;
+    if (command == "copy") return copyInput();
+    if (command == "report") return report(arguments);
+    if (command == "handles") return say(std::to_string(support::countOpenHandles()) + "\n"), waitForEndOfInput();
+    if (command == "signal") return say(support::isBrokenPipeIgnored() ? "ignored\n" : "default\n"), 0;
+    if (command == "lock") return holdLock(arguments.at(0));
+    if (command == "parent") return startBoundChild(arguments.at(0));
+    return 99;
+}

@@ -1,0 +1,62 @@
+#include "tests/support/ProgramState.h"
+
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+#else
+#include <csignal>
+#include <filesystem>
+#include <iterator>
+#include <unistd.h>
+#endif
+
+namespace support {
+
+#if defined(_WIN32)
+
+size_t countOpenHandles() {
+    DWORD count = 0;
+    ::GetProcessHandleCount(::GetCurrentProcess(), &count);
+    return count;
+}
+
+bool isBrokenPipeIgnored() {
+    return false;
+}
+void setBrokenPipeIgnored(bool) {}
+
+void useBinaryStreams() {
+    for (int stream = 0; stream < 3; ++stream) ::_setmode(stream, _O_BINARY);
+}
+
+void closeStandardInput() {
+    ::_close(0);
+}
+
+#else
+
+// One is open for the listing itself.
+size_t countOpenHandles() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(all), end(all))) - 1;
+}
+
+bool isBrokenPipeIgnored() {
+    struct sigaction action {};
+    ::sigaction(SIGPIPE, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+void setBrokenPipeIgnored(bool isIgnored) {
+    std::signal(SIGPIPE, isIgnored ? SIG_IGN : SIG_DFL);
+}
+
+void useBinaryStreams() {}
+
+void closeStandardInput() {
+    ::close(0);
+}
+
+#endif
+
+} // namespace support

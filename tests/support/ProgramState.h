@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+
+// What a test or a program started by one asks the system about itself.
+namespace support {
+
+// Open handles, resp. descriptors, of this process.
+size_t countOpenHandles();
+
+// Whether a write to a pipe that nobody reads ends this program. Systems without such a signal: never.
+bool isBrokenPipeIgnored();
+void setBrokenPipeIgnored(bool isIgnored);
+
+// Standard streams without conversion of line ends.
+void useBinaryStreams();
+
+void closeStandardInput();
+
+} // namespace support
