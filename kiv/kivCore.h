@@ -36,6 +36,8 @@
 #include "kiv/logging/LogMessage.h"
 #include "kiv/logging/LogOStream.h"
 #include "kiv/logging/MessageStream.h"
+#include "kiv/process/Process.h"
+#include "kiv/process/ProcessLockFile.h"
 #include "kiv/store/CacheStore.h"
 #include "kiv/store/GUIDDomain.h"
 #include "kiv/store/GUIDDomainDB.h"

@@ -21,7 +21,7 @@ KIV_API bool isSameProgram(const std::string& name, const std::string& other);
 KIV_API int64_t getCurrentProcessId();
 // False for one that has ended and is only waited for.
 KIV_API bool isProcessRunning(int64_t id);
-// Ends the process if it still is the one that was listed. True when it does not run any more.
+// Ends the process if it still is the one that was listed. Does not wait for its end; false when the system refuses.
 KIV_API bool killProcess(const RunningProcess& process);
 
 } // namespace kiv::platform

@@ -53,7 +53,7 @@ public:
     // that is not enough.
     char* reserve(size_t count, size_t limit) {
         if (count > limit - std::min(size(), limit)) return nullptr;
-        if (writable().size() < count) rebuild(size() + count);
+        if (writable().size() < count) rearrange(size() + count);
         return writable().data();
     }
     // Requires: not more than writable() has, resp. was reserved.
@@ -102,6 +102,12 @@ private:
         m_mask = capacity - 1;
     }
     // Puts the contents to the start of a buffer of at least this size.
+    void rearrange(size_t needed) {
+        if (needed > m_capacity || readable().size() < size()) return rebuild(needed);
+        std::memmove(m_bytes.get(), readable().data(), size());
+        m_written = size();
+        m_read = 0;
+    }
     void rebuild(size_t needed) {
         size_t capacity = m_capacity;
         while (capacity < needed) capacity *= 2;

@@ -26,6 +26,10 @@ bool isBrokenPipeIgnored() {
 }
 void setBrokenPipeIgnored(bool) {}
 
+bool isWine() {
+    return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 void useBinaryStreams() {
     for (int stream = 0; stream < 3; ++stream) ::_setmode(stream, _O_BINARY);
 }
@@ -49,6 +53,10 @@ bool isBrokenPipeIgnored() {
 }
 void setBrokenPipeIgnored(bool isIgnored) {
     std::signal(SIGPIPE, isIgnored ? SIG_IGN : SIG_DFL);
+}
+
+bool isWine() {
+    return false;
 }
 
 void useBinaryStreams() {}

@@ -12,6 +12,9 @@ size_t countOpenHandles();
 bool isBrokenPipeIgnored();
 void setBrokenPipeIgnored(bool isIgnored);
 
+// Whether Windows is not the real one.
+bool isWine();
+
 // Standard streams without conversion of line ends.
 void useBinaryStreams();
 

@@ -9,8 +9,6 @@ namespace kiv::platform {
 
 namespace {
 
-constexpr DWORD millisecondsToEnd = 5000;
-
 OwnedHandle openProcess(int64_t id, DWORD access) {
     return OwnedHandle(id > 0 && id <= MAXDWORD ? ::OpenProcess(access, FALSE, static_cast<DWORD>(id)) : nullptr);
 }
@@ -59,8 +57,7 @@ bool killProcess(const RunningProcess& process) {
         openProcess(process.id, SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION);
     if (!handle) return ::GetLastError() == ERROR_INVALID_PARAMETER;
     if (!isSameProgram(programName(handle.get()), process.name)) return true;
-    ::TerminateProcess(handle.get(), 0);
-    return ::WaitForSingleObject(handle.get(), millisecondsToEnd) == WAIT_OBJECT_0;
+    return ::TerminateProcess(handle.get(), 0) || ::WaitForSingleObject(handle.get(), 0) == WAIT_OBJECT_0;
 }
 
 } // namespace kiv::platform

@@ -59,6 +59,7 @@ int report(const Arguments& arguments) {
 }
 
 int numberLines(int count) {
+    std::setvbuf(stderr, nullptr, _IOFBF, 1 << 16);
     for (int i = 0; i < count; ++i) std::fprintf(stderr, "line %d\n", i);
     return 0;
 }
@@ -76,6 +77,22 @@ int startBoundChild(const std::string& program) {
     if (!child.spawn(program, {program, "stay"}, nullptr, true)) return 1;
     say(std::to_string(child.getProcessId()) + "\n");
     return stay();
+}
+
+// From a program without a standard input of its own, whose number the pipes may get.
+int startFromClosed(const std::string& program) {
+    support::closeStandardInput();
+    kiv::logging::g_hideVerboseOutputInConsole = true;
+    for (const bool isBound : {false, true}) {
+        kiv::Process child;
+        if (!child.spawn(program, {program, "copy"}, nullptr, isBound) || !child.writeLine("passed on")) return 1;
+        kiv::String line;
+        while (child.tick() && !child.readLine(line)) {
+        }
+        say(line + "\n");
+        child.terminate(true);
+    }
+    return 0;
 }
 
 } // namespace
@@ -99,5 +116,6 @@ int main(int count, char** values) {
     if (command == "signal") return say(support::isBrokenPipeIgnored() ? "ignored\n" : "default\n"), 0;
     if (command == "lock") return holdLock(arguments.at(0));
     if (command == "parent") return startBoundChild(arguments.at(0));
+    if (command == "closed") return startFromClosed(arguments.at(0));
     return 99;
 }
