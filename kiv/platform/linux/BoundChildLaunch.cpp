@@ -7,7 +7,6 @@
 #include <condition_variable>
 #include <csignal>
 #include <fcntl.h>
-#include <linux/close_range.h>
 #include <mutex>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -34,7 +33,7 @@ private:
     sigset_t m_before;
 };
 
-bool enterChild(const LaunchPlan& plan, pid_t parent) {
+bool enterChild(const LaunchPlan& plan, pid_t parent, int failures) {
     // Handlers are functions of the parent, whose memory this still is; ignored signals would stay ignored.
     struct sigaction byDefault {};
     byDefault.sa_handler = SIG_DFL;
@@ -43,7 +42,9 @@ bool enterChild(const LaunchPlan& plan, pid_t parent) {
     if (::getppid() != parent) ::_exit(127); // it has ended before the signal was asked for
     for (int i = 0; i < 3; ++i)
         if (::dup2(plan.streams[i], i) < 0) return false;
-    if (::close_range(3, ~0u, CLOSE_RANGE_CLOEXEC) != 0 && errno != ENOSYS) return false;
+    // What is open above, but for the pipe that failures go to. Old systems can't, and keep what does not close itself.
+    ::close_range(3, static_cast<unsigned>(failures) - 1, 0);
+    ::close_range(static_cast<unsigned>(failures) + 1, ~0u, 0);
     if (plan.workingDirectory && ::chdir(plan.workingDirectory) != 0) return false;
     sigset_t none;
     ::sigemptyset(&none);
@@ -51,7 +52,7 @@ bool enterChild(const LaunchPlan& plan, pid_t parent) {
 }
 
 [[noreturn]] void runChild(const LaunchPlan& plan, pid_t parent, int failures) {
-    if (enterChild(plan, parent)) ::execve(plan.path.c_str(), plan.arguments.data(), environ);
+    if (enterChild(plan, parent, failures)) ::execve(plan.path.c_str(), plan.arguments.data(), environ);
     const int error = errno;
     [[maybe_unused]] const ssize_t ignored = ::write(failures, &error, sizeof(error));
     ::_exit(127);

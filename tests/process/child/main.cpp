@@ -59,9 +59,9 @@ int report(const Arguments& arguments) {
 }
 
 int numberLines(int count) {
-    std::setvbuf(stderr, nullptr, _IOFBF, 1 << 16);
-    for (int i = 0; i < count; ++i) std::fprintf(stderr, "line %d\n", i);
-    return 0;
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "line " + std::to_string(i) + "\n";
+    return writeMany(stderr, 1, text);
 }
 
 int holdLock(const std::string& path) {
