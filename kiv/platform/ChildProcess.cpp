@@ -40,6 +40,7 @@ bool ChildStart::isValid() const {
 ChildProcess::~ChildProcess() {
     for (const Pipe pipe : {Input, Output, Error}) close(pipe);
     if (isStarted()) release();
+    collectReleased();
 }
 
 } // namespace kiv::platform

@@ -73,6 +73,9 @@ public:
     // 0 without a child.
     int64_t getId() const;
 
+    // Children that were released while they ran leave something behind at their end, on some systems; this removes it.
+    // start(), kill() and the destructor do so, too. Any thread.
+    static void collectReleased();
     // What start() of a second child fails with.
     static int32_t getBusyError();
 

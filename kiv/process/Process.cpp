@@ -112,6 +112,7 @@ bool Process::sendBreak() {
 
 bool Process::tick() {
     processIO();
+    platform::ChildProcess::collectReleased();
     if (!m_child.isStarted()) return false;
     if (updateStatus()) return true;
     // What it has written between the reading above and its end.

@@ -87,6 +87,17 @@ TEST(Process, RefusesASecondChildWhileOneRuns) {
     EXPECT_EQ(child.finish(), 0); // it did not notice
 }
 
+TEST(Process, AnEndThatSomebodyElseWasToldIsUnknown) {
+    if (support::isWindows) GTEST_SKIP() << "everybody is told";
+    Child child;
+    ASSERT_TRUE(child.start({"exit", "7"}));
+    while (!support::takeEndedChild()) std::this_thread::yield();
+    EXPECT_FALSE(child.tick());
+    EXPECT_EQ(child.exit_status(), -1);
+    EXPECT_NE(child.error(), 0);
+    EXPECT_FALSE(child.terminate(true));
+}
+
 TEST(Process, WhatCannotBeStartedIsLogged) {
     support::TemporaryFolder folder;
     folder.write("text.txt", "no program");
@@ -377,6 +388,8 @@ TEST(ProcessHandles, AreAllGivenBack) {
     const size_t before = support::countOpenHandles();
     startAll(20);
     EXPECT_EQ(support::countOpenHandles(), before);
+    Child other;
+    EXPECT_TRUE(other.tickUntil([] { return !support::hasChildren(); }));
 }
 
 TEST(ProcessSignals, AreNotInherited) {

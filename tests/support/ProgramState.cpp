@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -19,6 +20,13 @@ size_t countOpenHandles() {
     DWORD count = 0;
     ::GetProcessHandleCount(::GetCurrentProcess(), &count);
     return count;
+}
+
+bool hasChildren() {
+    return false;
+}
+bool takeEndedChild() {
+    return false;
 }
 
 bool isBrokenPipeIgnored() {
@@ -44,6 +52,14 @@ void closeStandardInput() {
 size_t countOpenHandles() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(all), end(all))) - 1;
+}
+
+bool hasChildren() {
+    siginfo_t ignored;
+    return ::waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+bool takeEndedChild() {
+    return ::waitpid(-1, nullptr, WNOHANG) > 0;
 }
 
 bool isBrokenPipeIgnored() {

@@ -8,6 +8,11 @@ namespace support {
 // Open handles, resp. descriptors, of this process.
 size_t countOpenHandles();
 
+// Whether there are child processes that nobody has waited for; takes one that has ended from whoever waits for it.
+// Never on systems where several may do that.
+bool hasChildren();
+bool takeEndedChild();
+
 // Whether a write to a pipe that nobody reads ends this program. Systems without such a signal: never.
 bool isBrokenPipeIgnored();
 void setBrokenPipeIgnored(bool isIgnored);

@@ -133,7 +133,7 @@ intptr_t takeUnblocked(int& end) {
 } // namespace
 
 int32_t ChildProcess::start(const ChildStart& start) {
-    Orphans::instance().reap();
+    collectReleased();
     if (!start.isValid()) return EINVAL;
     PipePair input, output, error;
     if (!input.open() || !output.open() || !error.open()) return errno;
@@ -175,7 +175,6 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
 }
 
 ExitStatus ChildProcess::getExitStatus() {
-    Orphans::instance().reap();
     int status = 0;
     const pid_t result = waitFor(static_cast<pid_t>(m_process), &status, WNOHANG);
     if (result == 0) return {ExitStatus::Running, 0, 0};
@@ -197,7 +196,7 @@ int32_t ChildProcess::kill(bool wait) {
     } else {
         release();
     }
-    Orphans::instance().reap();
+    collectReleased();
     return error;
 }
 
@@ -207,6 +206,10 @@ int32_t ChildProcess::interrupt() {
 
 int64_t ChildProcess::getId() const {
     return isStarted() ? m_process : 0;
+}
+
+void ChildProcess::collectReleased() {
+    Orphans::instance().reap();
 }
 
 int32_t ChildProcess::getBusyError() {

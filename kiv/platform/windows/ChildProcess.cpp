@@ -202,6 +202,8 @@ int64_t ChildProcess::getId() const {
     return isStarted() ? ::GetProcessId(handleOf(m_process)) : 0;
 }
 
+void ChildProcess::collectReleased() {}
+
 int32_t ChildProcess::getBusyError() {
     return ERROR_BUSY;
 }
