@@ -237,7 +237,7 @@ bool Process::takeLine(Pipe pipe, Incoming& from, String& line) {
         end = from.ring.find('\n', from.scanned);
     }
     const bool isWhole = end != internal::ByteRing::npos;
-    from.scanned = isWhole ? 0 : from.ring.size();
+    from.scanned = from.ring.size();
     if (!isWhole && (from.ring.empty() || (!from.ring.full() && m_child.isOpen(pipe)))) return false;
     std::string text;
     from.ring.take(isWhole ? end + 1 : from.ring.size(), text);

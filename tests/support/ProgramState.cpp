@@ -25,7 +25,7 @@ size_t countOpenHandles() {
 bool hasChildren() {
     return false;
 }
-bool takeEndedChild() {
+bool takeEndedChild(int64_t) {
     return false;
 }
 
@@ -58,8 +58,8 @@ bool hasChildren() {
     siginfo_t ignored;
     return ::waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
-bool takeEndedChild() {
-    return ::waitpid(-1, nullptr, WNOHANG) > 0;
+bool takeEndedChild(int64_t id) {
+    return ::waitpid(static_cast<pid_t>(id), nullptr, WNOHANG) > 0;
 }
 
 bool isBrokenPipeIgnored() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // What a test or a program started by one asks the system about itself.
 namespace support {
@@ -8,10 +9,10 @@ namespace support {
 // Open handles, resp. descriptors, of this process.
 size_t countOpenHandles();
 
-// Whether there are child processes that nobody has waited for; takes one that has ended from whoever waits for it.
-// Never on systems where several may do that.
+// Whether there are child processes that nobody has waited for; takes one, when it has ended, from whoever waits for
+// it. Never on systems where several may do that.
 bool hasChildren();
-bool takeEndedChild();
+bool takeEndedChild(int64_t id);
 
 // Whether a write to a pipe that nobody reads ends this program. Systems without such a signal: never.
 bool isBrokenPipeIgnored();

@@ -110,6 +110,7 @@ int main(int count, char** values) {
     if (command == "flood") return writeMany(stdout, std::stoul(arguments.at(0)), std::string(1 << 20, 'x'));
     if (command == "errors") return numberLines(std::stoi(arguments.at(0)));
     if (command == "half") return say("whole\r\nhalf"), std::_Exit(3), 0;
+    if (command == "prompt") return say("what is your name? "), waitForEndOfInput();
     if (command == "copy") return copyInput();
     if (command == "report") return report(arguments);
     if (command == "handles") return say(std::to_string(support::countOpenHandles()) + "\n"), waitForEndOfInput();
