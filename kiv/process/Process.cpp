@@ -159,7 +159,8 @@ void Process::read_stdout() {
 }
 
 void Process::read_stderr() {
-    if (m_errors.ring.full()) dropOldErrors();
+    // One that has ended is stopped by nothing any more.
+    if (m_errors.ring.full() && m_child.isStarted()) dropOldErrors();
     readPipe(Pipe::Error, m_errors.ring);
 }
 
