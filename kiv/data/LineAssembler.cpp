@@ -4,50 +4,57 @@
 
 namespace kiv::internal {
 
-void LineAssembler::append(std::string_view bytes) {
-    m_bytes.erase(0, m_begin);
-    m_scanned -= m_begin;
-    m_begin = 0;
-    if (m_isDropping) {
-        const size_t end = bytes.find('\n');
-        if (end == bytes.npos) return;
+bool LineAssembler::next(std::string_view& bytes, std::string_view& line, Rest rest) {
+    if (std::exchange(m_isGiven, false)) m_begun.clear();
+    for (size_t end; (end = bytes.find('\n', std::exchange(m_scanned, 0))) != bytes.npos;) {
+        line = bytes.substr(0, end);
         bytes.remove_prefix(end + 1);
-        m_isDropping = false;
+        if (std::exchange(m_isDropping, false)) continue;
+        if (!m_begun.empty()) {
+            m_begun += line;
+            line = m_begun;
+            m_isGiven = true;
+        }
+        if (trim(line)) return true;
+        m_begun.clear();
+        m_isGiven = false;
     }
-    m_bytes += bytes;
-}
-
-bool LineAssembler::next(std::string_view& line) {
-    for (;;) {
-        const size_t end = m_bytes.find('\n', m_scanned);
-        if (end == m_bytes.npos) break;
-        if (take(end, end + 1, line)) return true;
+    if (rest == Rest::Left && m_begun.empty() && !m_isDropping) {
+        m_scanned = bytes.size();
+        return false;
     }
-    m_scanned = m_bytes.size();
+    if (!m_isDropping) m_begun += bytes;
+    bytes = {};
     // One more for a CR whose LF is still to come.
-    if (m_bytes.size() - m_begin > m_limit + 1) {
+    if (m_begun.size() > m_limit + 1) {
         m_isDropping = true;
         ++m_dropped;
-        m_begin = m_bytes.size();
+        m_begun = std::string();
     }
     return false;
 }
 
 bool LineAssembler::finish(std::string_view& line) {
-    return m_begin < m_bytes.size() && take(m_bytes.size(), m_bytes.size(), line);
+    if (std::exchange(m_isGiven, false)) m_begun.clear();
+    if (m_begun.empty()) return false;
+    line = m_begun;
+    m_isGiven = true;
+    return trim(line);
+}
+
+void LineAssembler::clear() {
+    m_begun.clear();
+    m_scanned = 0;
+    m_isGiven = m_isDropping = false;
+    m_dropped = 0;
 }
 
 // False when the line is dropped.
-bool LineAssembler::take(size_t end, size_t behind, std::string_view& line) {
-    std::string_view taken(m_bytes.data() + m_begin, end - m_begin);
-    m_begin = m_scanned = behind;
-    if (taken.ends_with('\r')) taken.remove_suffix(1);
-    if (taken.size() > m_limit) {
-        ++m_dropped;
-        return false;
-    }
-    line = taken;
-    return true;
+bool LineAssembler::trim(std::string_view& line) {
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    if (line.size() <= m_limit) return true;
+    ++m_dropped;
+    return false;
 }
 
 unsigned LineAssembler::takeDropped() {

@@ -183,6 +183,9 @@ public:
     String convertToBase16String() const;
     // The same at the end of `text`.
     void appendBase16To(std::string& text) const;
+    // The same in pieces for writers with memory of their own: the length, and the text with another header.
+    size_t getBase16Size() const;
+    void writeBase16To(char* to, const RawHeader& header) const;
 
 private:
     // Where an attachment's bytes are: a view shows bytes of the received payload, of the defaults, or the caller's.

@@ -37,6 +37,7 @@ public:
         internal::encodeBase16(bytes, size, m_to);
         m_to += internal::encodedBase16Size(size);
     }
+    char* getEnd() const { return m_to; }
 
 private:
     char* m_to;
@@ -147,14 +148,21 @@ String Packet::convertToBase16String() const {
 
 void Packet::appendBase16To(std::string& text) const {
     const size_t begin = text.size();
+    text.resize(begin + getBase16Size());
+    writeBase16To(text.data() + begin, m_header);
+}
+
+size_t Packet::getBase16Size() const {
     const uint64_t digits = internal::encodedBase16Size(sizeof m_header + uint64_t{getPayloadSize()});
-    text.resize(begin + base16Prefix.size() + digits + base16Suffix.size());
-    char* to = text.data() + begin;
+    return base16Prefix.size() + digits + base16Suffix.size();
+}
+
+void Packet::writeBase16To(char* to, const RawHeader& header) const {
     to += base16Prefix.copy(to, base16Prefix.size());
     Base16Encoder encoder(to);
-    encoder.consume(reinterpret_cast<const uint8_t*>(&m_header), sizeof m_header);
+    encoder.consume(reinterpret_cast<const uint8_t*>(&header), sizeof header);
     getPayloadConsumed(&encoder);
-    base16Suffix.copy(to + digits, base16Suffix.size());
+    base16Suffix.copy(encoder.getEnd(), base16Suffix.size());
 }
 
 namespace {

@@ -22,24 +22,21 @@ SmartPointer<Packet> StdInPacketReader::read() {
 
 bool StdInPacketReader::nextLine(std::string_view& line) {
     for (;;) {
-        const bool hasLine = m_hasEnded ? m_lines.finish(line) : m_lines.next(line);
+        const bool hasLine = m_lines.next(m_unread, line) || (m_hasEnded && m_lines.finish(line));
         // At the end, too: what is left there may be one character too long.
         if (m_lines.takeDropped() != 0) logging::MessageStream(3, 2) << "[STDINPACKET]line too long, dropped";
         if (hasLine || m_hasEnded) return hasLine;
         const size_t size = internal::readStandardInput(m_piece.data(), m_piece.size());
         m_hasEnded = size == 0;
-        m_lines.append({m_piece.data(), size});
+        m_unread = {m_piece.data(), size};
     }
 }
 
 SmartPointer<Packet> StdInPacketReader::takeLine(std::string_view line) {
     if (line.empty()) return nullptr;
-    // Only what claims to be a packet is tried, for a refusal is logged.
-    if (line.starts_with("PKTB16[")) {
-        if (SmartPointer<Packet> packet = Packet::createFromBase16String(line)) return packet;
-    }
-    logging::MessageStream(1, 2) << "[STDINPACKET]" << String(line).utf8_escape_controlcode();
-    return nullptr;
+    SmartPointer<Packet> packet = internal::packetOfLine(line);
+    if (!packet) logging::MessageStream(1, 2) << "[STDINPACKET]" << internal::loggedLine(line);
+    return packet;
 }
 
 } // namespace kiv

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kiv/data/LineAssembler.h"
+#include "kiv/data/PacketLine.h"
 #include "kiv/data/PacketReader.h"
 
 #include <string_view>
@@ -14,7 +15,7 @@ class KIV_API StdInPacketReader : public PacketReader {
     KIV_OBJECT(StdInPacketReader, PacketReader)
 public:
     // The longest line that can be a packet: 16777215 payload bytes.
-    static const size_t maximumLine = 7 + 2 * (sizeof(Packet::RawHeader) + Packet::maximumStreamedPayload) + 1;
+    static const size_t maximumLine = internal::maximumPacketLine;
 
     StdInPacketReader();
 
@@ -31,6 +32,7 @@ private:
 
     internal::LineAssembler m_lines{maximumLine};
     std::vector<char> m_piece;
+    std::string_view m_unread; // of the piece
     bool m_hasEnded = false;
 };
 

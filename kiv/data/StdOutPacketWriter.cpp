@@ -13,10 +13,11 @@ void StdOutPacketWriter::write(Packet* packet) {
     if (!packet || m_hasFailed || !isStreamable(*packet)) return;
     if (m_port) packet->setPort(*m_port);
     // A line feed first: other output may have left a line unfinished.
-    m_line.assign(1, '\n');
-    packet->appendBase16To(m_line);
-    m_line += '\n';
-    m_hasFailed = !internal::writeStandardOutput(m_line);
+    const size_t size = packet->getBase16Size();
+    if (m_line.size() < size + 2) m_line.assign(size + 2, '\n');
+    packet->writeBase16To(m_line.data() + 1, packet->rawHeader());
+    m_line[size + 1] = '\n';
+    m_hasFailed = !internal::writeStandardOutput({m_line.data(), size + 2});
     if (m_hasFailed) logging::MessageStream(3, 2) << "failed writing packet";
 }
 

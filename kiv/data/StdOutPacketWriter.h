@@ -22,7 +22,7 @@ public:
 
 private:
     std::optional<short> m_port;
-    std::string m_line;
+    std::string m_line; // of the longest packet so far, the first LF included
     bool m_hasFailed = false;
 };
 
