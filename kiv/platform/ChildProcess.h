@@ -62,6 +62,10 @@ public:
     // To the child's standard input.
     PipeResult write(const void* from, size_t size);
 
+    // Waits until a pipe has something to read, or has room while `isWriting`, or the system shows the child's end; at
+    // most so long, which may be sooner.
+    void wait(unsigned milliseconds, bool isWriting);
+
     // Whether there is a child that neither getExitStatus() nor kill() has released.
     bool isStarted() const { return m_process != none; }
     // Asks once; a child that does not run any more is released. Requires: isStarted().

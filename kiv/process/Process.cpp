@@ -219,6 +219,10 @@ void Process::consumeOutput(size_t size) {
     m_output.scanned = 0;
 }
 
+bool Process::canOutputGrow() const {
+    return m_child.isOpen(Pipe::Output) && !m_output.ring.full() && getOutput().size() == m_output.ring.size();
+}
+
 // ---- Lines.
 
 bool Process::readLine(String& line) {

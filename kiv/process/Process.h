@@ -140,6 +140,10 @@ private:
     // the buffer's end comes between: the rest is the first run once this one is consumed.
     std::string_view getOutput() const { return m_output.ring.readable(); }
     void consumeOutput(size_t size);
+    // Whether the bytes to come will continue the run of getOutput().
+    bool canOutputGrow() const;
+    // Waits until tick() has something to move or to tell, at most so many milliseconds.
+    void waitForBytes(unsigned milliseconds) { m_child.wait(milliseconds, !m_input.empty()); }
 
     void reset();
     bool failSpawn(const String& path, int32_t code);

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -172,6 +173,14 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
     const int error = errno;
     if (error == EPIPE) guard.dropSignal();
     return {0, error == EPIPE ? PipeResult::Closed : PipeResult::Failed, error};
+}
+
+void ChildProcess::wait(unsigned milliseconds, bool isWriting) {
+    // Those of closed pipes are negative and passed over.
+    pollfd pipes[] = {{static_cast<int>(m_pipes[Output]), POLLIN, 0},
+                      {static_cast<int>(m_pipes[Error]), POLLIN, 0},
+                      {static_cast<int>(isWriting ? m_pipes[Input] : none), POLLOUT, 0}};
+    ::poll(pipes, 3, static_cast<int>(std::min(milliseconds, 0x7FFFFFFFu)));
 }
 
 ExitStatus ChildProcess::getExitStatus() {
