@@ -1,13 +1,17 @@
 #include "kiv/data/StdInPacketReader.h"
 
+#include "kiv/data/BackgroundInput.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/StandardInput.h"
+#include "kiv/tasks/ThreadPool.h"
 
 namespace kiv {
 
 const size_t StdInPacketReader::maximumLine;
 
 StdInPacketReader::StdInPacketReader() : m_piece(65536) {}
+
+StdInPacketReader::~StdInPacketReader() = default;
 
 bool StdInPacketReader::valid() {
     return !m_hasEnded;
@@ -21,14 +25,34 @@ SmartPointer<Packet> StdInPacketReader::read() {
 }
 
 bool StdInPacketReader::nextLine(std::string_view& line) {
-    for (;;) {
+    do {
         const bool hasLine = m_lines.next(m_unread, line) || (m_hasEnded && m_lines.finish(line));
         // At the end, too: what is left there may be one character too long.
         if (m_lines.takeDropped() != 0) logging::MessageStream(3, 2) << "[STDINPACKET]line too long, dropped";
         if (hasLine || m_hasEnded) return hasLine;
+    } while (fetch());
+    return false;
+}
+
+// False when nothing has come and more may.
+bool StdInPacketReader::fetch() {
+    if (m_background) {
+        m_hasEnded = !m_background->take(m_taken);
+        m_unread = m_taken;
+    } else {
         const size_t size = internal::readStandardInput(m_piece.data(), m_piece.size());
         m_hasEnded = size == 0;
         m_unread = {m_piece.data(), size};
+    }
+    return m_hasEnded || !m_unread.empty();
+}
+
+void StdInPacketReader::disableBlocking() {
+    if (m_background || m_hasEnded) return;
+    if (ThreadPool::current()) {
+        m_background = std::make_unique<internal::BackgroundInput>();
+    } else {
+        logging::MessageStream(4, 2) << "[STDINPACKET]can't read in the background without a ThreadPool";
     }
 }
 

@@ -16,6 +16,16 @@ size_t readStandardInput(char* to, size_t size) {
     return g_source ? g_source->read(to, size) : readFromStandardInput(to, size);
 }
 
+bool InputWait::wait() {
+    if (m_isCancelled) return false;
+    return g_source || waitForSystem();
+}
+
+void InputWait::cancel() {
+    m_isCancelled = true;
+    wakeUp();
+}
+
 InputSource* setStandardInputSource(InputSource* source) {
     return std::exchange(g_source, source);
 }

@@ -2,7 +2,9 @@
 
 #include "kiv/platform/Compiler.h"
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 namespace kiv::internal {
 
@@ -10,6 +12,28 @@ namespace kiv::internal {
 // converted. 0 at the end. What the program has read by std::cin or stdin is not seen here any more. One thread at a
 // time.
 KIV_API size_t readStandardInput(char* to, size_t size);
+
+// Lets one thread wait for standard input until another one ends the waiting.
+class KIV_API InputWait {
+public:
+    InputWait();
+    InputWait(const InputWait&) = delete;
+    InputWait& operator=(const InputWait&) = delete;
+    ~InputWait();
+
+    // Waits until readStandardInput() finds something, or the end; false once cancel() was called. An InputSource
+    // counts as ready at any time.
+    bool wait();
+    // For good. What is read from a Windows console stays until the line is complete.
+    void cancel();
+
+private:
+    bool waitForSystem();
+    void wakeUp();
+
+    std::atomic<bool> m_isCancelled{false};
+    const intptr_t m_signal; // of the system; wakes up who waits
+};
 
 // What stands in for standard input; like readStandardInput.
 class KIV_API InputSource {
