@@ -25,6 +25,14 @@ int32_t lastError() {
     return static_cast<int32_t>(::GetLastError());
 }
 
+constexpr unsigned looksWithoutPause = 50;
+
+// Or the end.
+bool isWorthReading(intptr_t pipe) {
+    DWORD available = 0;
+    return pipe != -1 && (!::PeekNamedPipe(handleOf(pipe), nullptr, 0, nullptr, &available, nullptr) || available > 0);
+}
+
 // The parent's end and the child's, of which only the second can be inherited.
 struct PipePair {
     OwnedHandle parent;
@@ -175,6 +183,22 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
         if (count < asked) piece /= 2;
     }
     return result;
+}
+
+// These pipes can't be waited for: they are looked at again and again, at first without a pause.
+void ChildProcess::wait(unsigned milliseconds, bool isWriting) {
+    const ULONGLONG start = ::GetTickCount64();
+    for (unsigned looks = 0;; ++looks) {
+        if (isWorthReading(m_pipes[Output]) || isWorthReading(m_pipes[Error])) return;
+        if (looks < looksWithoutPause) {
+            ::SwitchToThread();
+        } else if (!isStarted()) {
+            ::Sleep(1);
+        } else if (::WaitForSingleObject(handleOf(m_process), 1) == WAIT_OBJECT_0) {
+            return;
+        }
+        if ((isWriting && looks >= looksWithoutPause) || ::GetTickCount64() - start >= milliseconds) return;
+    }
 }
 
 ExitStatus ChildProcess::getExitStatus() {
