@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <poll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@ namespace kiv::platform {
 namespace {
 
 constexpr int pipeSize = 1 << 20;
+constexpr unsigned timeBetweenLooks = 10; // where the system tells nothing
 
 pid_t waitFor(pid_t child, int* status, int options) {
     pid_t result;
@@ -176,11 +178,17 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
 }
 
 void ChildProcess::wait(unsigned milliseconds, bool isWriting) {
+    // The end of the child shows at its pipes, unless it has closed them.
+    const bool isMute = isStarted() && !isOpen(Output) && !isOpen(Error);
+    int process = isMute ? static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(m_process), 0)) : -1;
+    if (isMute && process < 0) milliseconds = std::min(milliseconds, timeBetweenLooks);
     // Those of closed pipes are negative and passed over.
-    pollfd pipes[] = {{static_cast<int>(m_pipes[Output]), POLLIN, 0},
+    pollfd ready[] = {{static_cast<int>(m_pipes[Output]), POLLIN, 0},
                       {static_cast<int>(m_pipes[Error]), POLLIN, 0},
-                      {static_cast<int>(isWriting ? m_pipes[Input] : none), POLLOUT, 0}};
-    ::poll(pipes, 3, static_cast<int>(std::min(milliseconds, 0x7FFFFFFFu)));
+                      {static_cast<int>(isWriting ? m_pipes[Input] : none), POLLOUT, 0},
+                      {process, POLLIN, 0}};
+    ::poll(ready, 4, static_cast<int>(std::min(milliseconds, 0x7FFFFFFFu)));
+    PipePair::close(process);
 }
 
 ExitStatus ChildProcess::getExitStatus() {

@@ -5,6 +5,7 @@
 #include "kiv/platform/StandardInput.h"
 #include "kiv/process/Process.h"
 #include "kiv/process/ProcessLockFile.h"
+#include "tests/process/child/PacketCommands.h"
 #include "tests/support/ProgramState.h"
 
 #include <chrono>
@@ -118,5 +119,5 @@ int main(int count, char** values) {
     if (command == "lock") return holdLock(arguments.at(0));
     if (command == "parent") return startBoundChild(arguments.at(0));
     if (command == "closed") return startFromClosed(arguments.at(0));
-    return 99;
+    return runPacketCommand(command, arguments).value_or(99);
 }
