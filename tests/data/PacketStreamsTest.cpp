@@ -7,8 +7,14 @@
 #include "kiv/data/StdInPacketReader.h"
 #include "kiv/data/StdOutPacketWriter.h"
 #include "kiv/platform/StandardInput.h"
+#include "kiv/tasks/ThreadPool.h"
 #include "tests/data/Packets.h"
 #include "tests/support/TemporaryFolder.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 using namespace std::string_literals;
 
@@ -217,6 +223,127 @@ TEST(StdInPacketReader, TheLargestPacketPassesAndALongerLineIsDroppedOnce) {
     EXPECT_EQ(last->getPort(), 2);
     EXPECT_FALSE(reader.read());
     EXPECT_EQ(log.take(), (std::vector<std::string>(3, "[STDINPACKET]line too long, dropped")));
+}
+
+// Standard input that waits for the test to give something.
+class Feed : public internal::InputSource {
+public:
+    Feed() : m_previous(internal::setStandardInputSource(this)) {}
+    ~Feed() override { internal::setStandardInputSource(m_previous); }
+
+    void give(std::string_view bytes) {
+        change([&] { m_bytes += bytes; });
+    }
+    void end() {
+        change([&] { m_hasEnded = true; });
+    }
+    // Waits until so many bytes were read since the beginning.
+    bool waitForRead(size_t size) {
+        std::unique_lock lock(m_mutex);
+        return m_condition.wait_for(lock, std::chrono::seconds(60), [&] { return m_read >= size; });
+    }
+    size_t countRead() {
+        const std::lock_guard lock(m_mutex);
+        return m_read;
+    }
+
+    size_t read(char* to, size_t size) override {
+        std::unique_lock lock(m_mutex);
+        m_condition.wait(lock, [&] { return m_read < m_bytes.size() || m_hasEnded; });
+        const size_t count = m_bytes.copy(to, size, m_read);
+        m_read += count;
+        m_condition.notify_all();
+        return count;
+    }
+
+private:
+    template <class Change>
+    void change(Change change) {
+        const std::lock_guard lock(m_mutex);
+        change();
+        m_condition.notify_all();
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
+    std::string m_bytes;
+    size_t m_read = 0;
+    bool m_hasEnded = false;
+    internal::InputSource* m_previous;
+};
+
+class StdInPacketReaderAhead : public testing::Test {
+protected:
+    ~StdInPacketReaderAhead() override { feed.end(); }
+
+    // The port of the next packet; -1 when the input ends before.
+    int nextPort() {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (reader.valid() && std::chrono::steady_clock::now() < end) {
+            if (const auto packet = reader.read()) return packet->getPort();
+            std::this_thread::yield();
+        }
+        return -1;
+    }
+
+    const SmartPointer<ThreadPool> m_pool = makeObject<ThreadPool>();
+    Feed feed;
+    StdInPacketReader reader;
+};
+
+TEST_F(StdInPacketReaderAhead, GivesPacketsAsTheyComeAndNeverWaits) {
+    LogLines log;
+    feed.give("PKTB16[0100000000000000]\r\nPKTB16[0200000000000000]\n");
+    EXPECT_EQ(nextPort(), 1); // still waiting for input
+    reader.disableBlocking();
+    reader.disableBlocking();
+    EXPECT_EQ(nextPort(), 2);
+    EXPECT_TRUE(reader.valid() && !reader.read());
+    feed.give("text\n\nPKTB16[03000000");
+    ASSERT_TRUE(feed.waitForRead(72));
+    EXPECT_TRUE(reader.valid() && !reader.read());
+    feed.give("00000000]\nPKTB16[0400000000000000]");
+    EXPECT_EQ(nextPort(), 3);
+    EXPECT_TRUE(reader.valid() && !reader.read());
+    feed.end();
+    EXPECT_EQ(nextPort(), 4);
+    EXPECT_EQ(nextPort(), -1);
+    EXPECT_FALSE(reader.valid() || reader.read());
+    EXPECT_EQ(log.takeOne(), "[STDINPACKET]text");
+}
+
+TEST_F(StdInPacketReaderAhead, ReadsNoMoreThanAMegabyteAhead) {
+    constexpr size_t most = (1 << 20) + 65536;
+    std::string packets;
+    constexpr int count = 30000; // of 103 bytes
+    for (int i = 0; i < count; ++i) {
+        Packet packet(39u);
+        packet.setPort(static_cast<short>(i));
+        std::memset(packet.getPayloadPointer(), i, 39);
+        packet.appendBase16To(packets);
+        packets += '\n';
+    }
+    feed.give(packets);
+    reader.disableBlocking();
+    ASSERT_TRUE(feed.waitForRead(1 << 20));
+    for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(nextPort(), i);
+        // What was taken out, what waits, and what was taken in beyond the packet.
+        if (i % 64 == 0) ASSERT_LE(feed.countRead(), static_cast<size_t>(i + 1) * 103 + 2 * most);
+    }
+    // It is destroyed while it waits for room.
+    feed.give(packets);
+    ASSERT_TRUE(feed.waitForRead(packets.size() + (1 << 20)));
+    EXPECT_LE(feed.countRead(), packets.size() + most);
+}
+
+TEST(StdInPacketReader, WithoutAPoolItBlocksOn) {
+    LogLines log;
+    Input input("PKTB16[0100000000000000]\n", 5);
+    StdInPacketReader reader;
+    reader.disableBlocking();
+    EXPECT_EQ(log.takeOne(), "[ASSERT] [STDINPACKET]can't read in the background without a ThreadPool");
+    EXPECT_TRUE(reader.read());
 }
 
 } // namespace
