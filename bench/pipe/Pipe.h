@@ -1,9 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <unistd.h>
@@ -22,7 +22,8 @@ struct Writer {
     Writer(const char* name, void (*write)(size_t payloadSize, size_t count));
 };
 
-// A contestant in one direction, "from-child" or "to-child": starts the child and returns how many packets have arrived.
+// A contestant in one direction, "from-child" or "to-child": starts the child and returns how many packets have
+// arrived.
 struct Contestant {
     Contestant(const char* direction, const char* name, size_t (*run)(size_t payloadSize));
 };

@@ -26,13 +26,17 @@ Writer::Writer(const char* name, Write write) {
 Contestant::Contestant(const char* direction, const char* name, size_t (*run)(size_t payloadSize)) {
     for (const size_t kibibytes : {1, 64}) {
         const std::string title = std::to_string(kibibytes) + "-KiB-" + direction + "/" + name;
-        benchmark::RegisterBenchmark(title.c_str(), [run, kibibytes](benchmark::State& state) {
-            const size_t size = kibibytes * 1024;
-            for (auto _ : state) {
-                if (run(size) != bytesARun / size) state.SkipWithError("packets were lost");
-            }
-            state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytesARun));
-        })->UseRealTime()->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(title.c_str(),
+                                     [run, kibibytes](benchmark::State& state) {
+                                         const size_t size = kibibytes * 1024;
+                                         for (auto _ : state) {
+                                             if (run(size) != bytesARun / size)
+                                                 state.SkipWithError("packets were lost");
+                                         }
+                                         state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytesARun));
+                                     })
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
     }
 }
 

@@ -1,0 +1,2 @@
+find_package(Boost QUIET)
+kiv_bench_peer(boost.cpp Boost::headers)
