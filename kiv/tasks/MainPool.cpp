@@ -17,6 +17,10 @@ MainPool::MainPool() {
 }
 
 MainPool::~MainPool() {
+    uninstall();
+}
+
+void MainPool::uninstall() {
     MainPool* self = this;
     g_current.compare_exchange_strong(self, nullptr);
 }

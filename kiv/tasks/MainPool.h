@@ -23,6 +23,8 @@ public:
 
     // Null when there is none.
     static MainPool* current();
+    // Lets another pool be the current one, while queues still hold references to this.
+    void uninstall();
     bool isMainThread() const { return std::this_thread::get_id() == m_mainThread; }
 
     // Has the queue run in the next pump; wakes nobody. For TaskQueue.

@@ -19,6 +19,10 @@ ThreadPool::ThreadPool()
 }
 
 ThreadPool::~ThreadPool() {
+    shutdown();
+}
+
+void ThreadPool::shutdown() {
     ThreadPool* self = this;
     if (g_current.compare_exchange_strong(self, nullptr)) internal::Dispatcher::uninstall(m_dispatcher);
     m_dispatcher->shutdown();

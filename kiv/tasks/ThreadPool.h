@@ -30,6 +30,8 @@ public:
 
     // Null when there is none.
     static ThreadPool* current();
+    // What the destructor does, while others may still hold references; tasks pushed from then on are not run.
+    void shutdown();
 
     // Asks for threads that call the queue's processTasks(); for TaskQueue.
     void pushQueue(unsigned count, TaskQueue* queue, bool highPriority);
