@@ -3,9 +3,13 @@
 #if defined(_WIN32)
 #include <fcntl.h>
 #include <io.h>
+#include <stdlib.h>
 #include <windows.h>
+
+#include <tlhelp32.h>
 #else
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <sys/wait.h>
@@ -29,6 +33,25 @@ bool takeEndedChild(int64_t) {
     return false;
 }
 
+size_t countThreads() {
+    size_t count = 0;
+    const HANDLE all = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 thread{};
+    thread.dwSize = sizeof thread;
+    for (BOOL isOne = ::Thread32First(all, &thread); isOne; isOne = ::Thread32Next(all, &thread))
+        count += thread.th32OwnerProcessID == ::GetCurrentProcessId();
+    ::CloseHandle(all);
+    return count;
+}
+
+bool raiseInterrupt() {
+    return false;
+}
+
+void setEnvironment(const char* name, const char* value) {
+    ::_putenv_s(name, value);
+}
+
 bool isBrokenPipeIgnored() {
     return false;
 }
@@ -48,10 +71,30 @@ void closeStandardInput() {
 
 #else
 
+namespace {
+
+size_t countEntries(const char* folder) {
+    const std::filesystem::directory_iterator all(folder);
+    return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+} // namespace
+
 // One is open for the listing itself.
 size_t countOpenHandles() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<size_t>(std::distance(begin(all), end(all))) - 1;
+    return countEntries("/proc/self/fd") - 1;
+}
+
+size_t countThreads() {
+    return countEntries("/proc/self/task");
+}
+
+bool raiseInterrupt() {
+    return std::raise(SIGINT) == 0;
+}
+
+void setEnvironment(const char* name, const char* value) {
+    ::setenv(name, value, 1);
 }
 
 bool hasChildren() {

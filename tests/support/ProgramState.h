@@ -8,6 +8,7 @@ namespace support {
 
 // Open handles, resp. descriptors, of this process.
 size_t countOpenHandles();
+size_t countThreads();
 
 // Whether there are child processes that nobody has waited for; takes one, when it has ended, from whoever waits for
 // it. Never on systems where several may do that.
@@ -17,6 +18,13 @@ bool takeEndedChild(int64_t id);
 // Whether a write to a pipe that nobody reads ends this program. Systems without such a signal: never.
 bool isBrokenPipeIgnored();
 void setBrokenPipeIgnored(bool isIgnored);
+
+// Sends an interrupt to this thread, as from the terminal. False, and nothing sent, where it would reach other
+// programs.
+bool raiseInterrupt();
+
+// What programs started from here on find under this name.
+void setEnvironment(const char* name, const char* value);
 
 // Whether Windows is not the real one.
 bool isWine();

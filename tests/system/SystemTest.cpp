@@ -1,0 +1,359 @@
+// Hunts: a start or stop that is taken twice or halfway, phases out of order, references, tasks and alarms that outlive
+// the end or are lost in it, threads and handles left behind.
+#include "kiv/system/System.h"
+
+#include "kiv/core/Buffer.h"
+#include "kiv/core/Clock.h"
+#include "kiv/files/ResourceLocator.h"
+#include "kiv/store/GUIDDomainDB.h"
+#include "kiv/store/MemoryStore.h"
+#include "kiv/system/Application.h"
+#include "kiv/tasks/Alarm.h"
+#include "kiv/tasks/LambdaTask.h"
+#include "kiv/tasks/MainPool.h"
+#include "kiv/tasks/Scheduler.h"
+#include "kiv/tasks/ThreadPool.h"
+#include "tests/support/LogLines.h"
+#include "tests/support/ProgramState.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <future>
+#include <gmock/gmock.h>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+namespace kiv {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr char reinitialized[] = "trying to reinitialize kiv::System";
+constexpr char nonExistent[] = "trying to deinitialize non-existant kiv::System";
+constexpr char openReferences[] = "trying to deinitialize kiv::System, but there are still open references";
+
+struct SystemTest : testing::Test {
+    SystemTest() { EXPECT_TRUE(System::initialize()); }
+    ~SystemTest() override {
+        if (Object::system()) EXPECT_TRUE(System::deinitialize());
+    }
+};
+
+struct Mortal : Object {
+    explicit Mortal(std::function<void()> f) : atDeath(std::move(f)) {}
+    ~Mortal() override { atDeath(); }
+    const std::function<void()> atDeath;
+};
+
+struct Hooks : Application {
+    void onTick() override {
+        if (tick) tick();
+    }
+    void onShutdown() override {
+        if (shutdown) shutdown();
+    }
+    std::function<void()> tick, shutdown;
+};
+
+class CountingKernel : public Parallel::Kernel {
+public:
+    void prepare(unsigned& parts) override { m_parts = parts = 7; }
+    void executePart(unsigned index) override { m_sum += index; }
+    void finish() override { isRight = m_sum == m_parts * (m_parts - 1) / 2; }
+    bool isRight = false;
+
+private:
+    unsigned m_parts = 0;
+    std::atomic<unsigned> m_sum{0};
+};
+
+// ---- Start and stop.
+
+TEST(SystemLife, BeginsAndEndsOnceAndMayBeginAgain) {
+    support::LogLines log;
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(Object::system(), nullptr);
+        EXPECT_EQ(System::getMainPool(), nullptr);
+        EXPECT_FALSE(System::isMainThread());
+        EXPECT_FALSE(System::deinitialize());
+        EXPECT_EQ(log.takeOne(), nonExistent);
+
+        EXPECT_TRUE(System::initialize());
+        System* const system = Object::system();
+        EXPECT_FALSE(System::initialize());
+        EXPECT_EQ(log.takeOne(), reinitialized);
+        ASSERT_EQ(Object::system(), system);
+        EXPECT_EQ(system->getReferenceCount(), 1);
+        EXPECT_EQ(System::getGlobalMainQueue().getType(), 0u);
+        EXPECT_EQ(System::getGlobalParallelQueue().getType(), 0x402u);
+        EXPECT_EQ(System::getGlobalDeleteIOQueue().getType(), 0xA07u);
+        EXPECT_EQ(System::getMainPool(), MainPool::current());
+        EXPECT_EQ(System::getThreadPool(), ThreadPool::current());
+        EXPECT_EQ(System::getScheduler(), Scheduler::current());
+        EXPECT_TRUE(System::isMainThread());
+
+        EXPECT_TRUE(System::deinitialize());
+        EXPECT_TRUE(log.take().empty());
+    }
+}
+
+TEST_F(SystemTest, AnOpenReferenceRefusesTheEndAndChangesNothing) {
+    support::LogLines log;
+    Hooks application;
+    application.shutdown = [] { FAIL() << "told of an end that does not come"; };
+    const auto expectRefusal = [&] {
+        EXPECT_FALSE(System::deinitialize());
+        EXPECT_EQ(log.takeOne(), openReferences);
+    };
+    {
+        const SmartPointer<System> reference = Object::system();
+        expectRefusal();
+    }
+    bool hasRun = false;
+    System::getGlobalMainQueue().pushTask(makeTask(expectRefusal)); // from within a pump
+    System::getGlobalMainQueue().pushTask(makeTask([&] { hasRun = true; }));
+    System::processEvents();
+    EXPECT_TRUE(hasRun);
+    std::thread([&] { EXPECT_FALSE(System::deinitialize()); }).join();
+    EXPECT_NE(log.takeOne(), openReferences);
+    application.shutdown = nullptr;
+    EXPECT_TRUE(System::deinitialize());
+}
+
+TEST(SystemLife, RoundsLeaveNoThreadsAndHandlesBehind) {
+    const auto round = [] {
+        EXPECT_TRUE(System::initialize());
+        CountingKernel kernel;
+        System::execute(kernel);
+        EXPECT_TRUE(kernel.isRight);
+        System::getGlobalDeleteIOQueue().pushTask(makeTask([] {}));
+        System::catchInterrupts();
+        System::processEvents();
+        EXPECT_TRUE(System::deinitialize());
+    };
+    round();
+    round();
+    const size_t handles = support::countOpenHandles(), threads = support::countThreads();
+    for (int i = 0; i < 20; ++i) round();
+    EXPECT_LE(support::countOpenHandles(), handles);
+    EXPECT_LE(support::countThreads(), threads);
+}
+
+// ---- The pump.
+
+TEST_F(SystemTest, APumpRunsItsPhasesInOrder) {
+    ManualClock clock(0xFFFFFFFF); // alarms are due across the wrap
+    std::vector<std::string> steps;
+    const auto step = [&steps](const char* name) { return [&steps, name] { steps.push_back(name); }; };
+    Hooks application;
+    application.tick = step("application");
+    EXPECT_EQ(Object::application(), &application);
+    Connection listener = System::connectTick(step("listener"));
+    System::setScriptPass(Delegate<void()>(step("scripts")));
+    const auto alarm = makeObject<Alarm>(std::function<void()>(step("alarm")));
+    alarm->scheduleIn(0);
+    clock.advance(1);
+    makeObject<Mortal>(step("release"))->takeTimedReference();
+    System::getGlobalMainQueue().pushTask(makeTask(step("task")));
+    System::processEvents();
+    EXPECT_THAT(steps, ElementsAre("application", "listener", "scripts", "task", "alarm", "release"));
+    for (const char* phase : {"Tick", "VM", "Queue", "Scheduler"})
+        EXPECT_EQ(System::getPerfMon()->find(phase)->count, 1u) << phase;
+
+    // What fails does not keep the rest from running.
+    support::LogLines log;
+    application.tick = [] { throw std::runtime_error("tired"); };
+    System::setScriptPass(Delegate<void()>([] { throw 1; }));
+    listener.disconnect();
+    steps.clear();
+    System::getGlobalMainQueue().pushTask(makeTask([] { throw std::runtime_error("tired, too"); }));
+    System::getGlobalMainQueue().pushTask(makeTask(step("task")));
+    System::processEvents();
+    EXPECT_THAT(steps, ElementsAre("task"));
+    EXPECT_EQ(log.take().size(), 3u);
+}
+
+TEST_F(SystemTest, ATaskMayPumpInALoopOfItsOwn) {
+    std::vector<int> steps;
+    TaskQueue second(TaskQueue::Main);
+    System::getGlobalMainQueue().pushTask(makeTask([&] {
+        second.pushTask(makeTask([&] { steps.push_back(2); }));
+        makeObject<Mortal>([&] { steps.push_back(3); })->takeTimedReference();
+        steps.push_back(1);
+        System::processEvents();
+        steps.push_back(4);
+    }));
+    System::processEvents();
+    EXPECT_THAT(steps, ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(SystemTest, KernelsAreExecutedFromAnyThreadAndWithinTasks) {
+    std::atomic<int> right{0};
+    const auto work = [&] {
+        for (int i = 0; i < 50; ++i) {
+            CountingKernel kernel;
+            System::execute(kernel);
+            right += kernel.isRight;
+        }
+    };
+    System::getGlobalParallelQueue().pushTaskN(4, makeTask(work).get());
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) threads.emplace_back(work);
+    work();
+    for (std::thread& thread : threads) thread.join();
+    System::getGlobalParallelQueue().wait();
+    EXPECT_EQ(right, 8 * 50);
+}
+
+// ---- The end with work left.
+
+std::atomic<int> g_chained{0};
+
+// Each leaves another when it dies, by one of the ways there are, until the depth is 0.
+class Chained : public Object {
+public:
+    explicit Chained(unsigned depth) : m_depth(depth) { ++g_chained; }
+    ~Chained() override {
+        if (m_depth > 0) leave(m_depth, makeObject<Chained>(m_depth - 1));
+        --g_chained;
+    }
+    static void leave(unsigned way, SmartPointer<Chained> next) {
+        const auto push = [&next](TaskQueue& queue) { queue.pushTask(makeTask([held = std::move(next)] {})); };
+        switch (way % 6) {
+        case 0:
+            return next->takeTimedReference();
+        case 1:
+            next->increaseReferenceCount();
+            return next->decreaseReferenceCountAsyncOnParallel();
+        case 2:
+            return push(System::getGlobalMainQueue());
+        case 3:
+            return push(System::getGlobalParallelQueue());
+        case 4:
+            return push(System::getGlobalDeleteIOQueue());
+        default:
+            if (!System::isMainThread()) return next->takeTimedReference();
+            makeObject<Alarm>(std::function<void()>([next] {}))->scheduleIn(1 << 20);
+        }
+    }
+
+private:
+    const unsigned m_depth;
+};
+
+TEST(SystemLife, TheEndReleasesEverythingThatIsLeftInAnyOrder) {
+    for (unsigned round = 0; round < 60; ++round) {
+        ASSERT_TRUE(System::initialize());
+        // A queue of the application's own is still at work when the end begins, and leaves as much.
+        const auto own = makeObject<TaskQueue>(TaskQueue::IO);
+        std::promise<void> end;
+        own->pushTask(makeTask([&] {
+            end.get_future().wait();
+            for (unsigned way = 0; way < 6; ++way) Chained::leave(way + round, makeObject<Chained>(13 + way));
+        }));
+        Hooks application;
+        int pushed = 0;
+        application.shutdown = [&] {
+            System::getGlobalParallelQueue().pushTask(makeTask([&] { ++pushed; }));
+            System::getGlobalParallelQueue().wait();
+            end.set_value();
+        };
+        for (unsigned way = 0; way < 24; ++way) Chained::leave(way, makeObject<Chained>(round + way));
+        if (round % 3 == 0) System::processEvents();
+        EXPECT_TRUE(System::deinitialize());
+        EXPECT_EQ(pushed, 1);
+        EXPECT_EQ(g_chained, 0) << "round " << round;
+    }
+}
+
+TEST(SystemLife, ServicesThatAreStillHeldDoNotDisturbTheNextSystem) {
+    EXPECT_TRUE(System::initialize());
+    const SmartPointer<ThreadPool> pool = System::getThreadPool();
+    const SmartPointer<TaskQueue> queue = &System::getGlobalParallelQueue();
+    const auto own = makeObject<TaskQueue>(TaskQueue::Main);
+    EXPECT_TRUE(System::deinitialize());
+    EXPECT_EQ(pool->getThreadCount(), 0);
+    bool hasRun = false;
+    queue->pushTask(makeTask([&] { hasRun = true; }));
+    own->pushTask(makeTask([&] { hasRun = true; }));
+    EXPECT_TRUE(System::initialize());
+    EXPECT_EQ(System::getThreadPool(), ThreadPool::current());
+    EXPECT_EQ(System::getMainPool(), MainPool::current());
+    System::processEvents();
+    EXPECT_FALSE(hasRun);
+    EXPECT_TRUE(System::deinitialize());
+}
+
+// ---- What it hands out.
+
+TEST_F(SystemTest, TimesAndNames) {
+    ManualClock clock((int64_t{1} << 32) + 5, 1709211909042000);
+    EXPECT_EQ(System::getTime(), 5u);
+    EXPECT_EQ(System::getTime64(), (int64_t{1} << 32) + 5);
+    EXPECT_EQ(System::getUTCText(System::getUTC()), "2024-02-29T13:05:09.042Z");
+    EXPECT_LT(System::getUniqueUTC(), System::getUniqueUTC());
+    EXPECT_GE(System::getHardwareConcurrency(), 1u);
+
+    const auto tops = [] {
+        std::set<uint64_t> words;
+        for (int i = 0; i < 3; ++i) words.insert(System::createGUID().getWord(0) & 0xFF);
+        return words;
+    };
+    MemoryStore store(true);
+    Item root(&store);
+    root.addString("domain");
+    GUIDDomainDB domain(root);
+    domain.initializeDomain(GUIDDomain(GUID(0x5A, 0, 0, 0), 8), 8, 16);
+    System::setGUIDDomainDB(&domain);
+    EXPECT_EQ(tops(), std::set<uint64_t>{0x5A});
+    EXPECT_TRUE(System::deinitialize());
+    EXPECT_EQ(GUIDDomainDB::current(), nullptr);
+    std::set<GUID> names;
+    for (int i = 0; i < 100; ++i) names.insert(System::createGUID());
+    EXPECT_EQ(names.size(), 100u);
+}
+
+TEST_F(SystemTest, BuffersAreLoadedFromItsResources) {
+    const support::TemporaryFolder folder;
+    folder.write("picture", "bytes");
+    support::LogLines log;
+    Buffer bytes;
+    EXPECT_FALSE(bytes.loadFromResource("picture", true));
+    EXPECT_FALSE(bytes.loadFromResource("picture", false));
+    EXPECT_EQ(log.takeOne(), "cant fetch resource 'picture'");
+    EXPECT_TRUE(System::addResourceDirectory(folder.utf8("").c_str()));
+    EXPECT_TRUE(bytes.loadFromResource("picture", false));
+    EXPECT_EQ(bytes.getSize(), 5u);
+    EXPECT_TRUE(System::deinitialize());
+    EXPECT_FALSE(bytes.loadFromResource("picture", true));
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_FALSE(bytes.loadFromResource(nullptr, false));
+    EXPECT_EQ(log.takeOne(), "cant fetch resource ''");
+}
+
+TEST_F(SystemTest, ACaughtInterruptIsSeenAndASecondOneEndsTheProcess) {
+    System::setHitSIGINT(true);
+    EXPECT_TRUE(System::getHitSIGINT());
+    System::setHitSIGINT(false);
+    System::catchInterrupts();
+    if (!support::raiseInterrupt()) GTEST_SKIP() << "an interrupt would reach other processes, too";
+    EXPECT_TRUE(System::getHitSIGINT());
+    const auto isFailure = [](int status) { return status != 0; };
+    EXPECT_EXIT(
+        {
+            support::raiseInterrupt();
+            std::exit(0);
+        },
+        isFailure, "");
+    System::setHitSIGINT(false);
+    EXPECT_TRUE(System::deinitialize());
+    EXPECT_EXIT(
+        {
+            support::raiseInterrupt();
+            std::exit(0);
+        },
+        isFailure, "");
+}
+
+} // namespace
+} // namespace kiv
