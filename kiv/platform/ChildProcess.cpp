@@ -2,9 +2,17 @@
 
 #include "kiv/platform/ChildProcess.h"
 
+#include "kiv/platform/Waker.h"
+
 #include <algorithm>
 
 namespace kiv::platform {
+
+void ChildProcess::wait(unsigned milliseconds, bool isWriting, Waker* waker) {
+    if (waker && !waker->beginWait()) return;
+    waitForPipes(milliseconds, isWriting, waker);
+    if (waker) waker->endWait();
+}
 
 namespace {
 

@@ -9,6 +9,8 @@
 
 namespace kiv::platform {
 
+class Waker;
+
 // What ends every call on a pipe. `error` is the system's number, 0 when there was none.
 struct PipeResult {
     enum Status {
@@ -63,8 +65,8 @@ public:
     PipeResult write(const void* from, size_t size);
 
     // Waits until a pipe has something to read, or has room while `isWriting`, or the system shows the child's end; at
-    // most so long, which may be sooner.
-    void wait(unsigned milliseconds, bool isWriting);
+    // most so long, which may be sooner. A waker ends it as well.
+    void wait(unsigned milliseconds, bool isWriting, Waker* waker = nullptr);
 
     // Whether there is a child that neither getExitStatus() nor kill() has released.
     bool isStarted() const { return m_process != none; }
@@ -85,6 +87,8 @@ public:
 
 private:
     static constexpr intptr_t none = -1;
+
+    void waitForPipes(unsigned milliseconds, bool isWriting, const Waker* waker);
 
     void release();
 

@@ -115,6 +115,7 @@ protected:
     void set_error(int32_t code) { m_error = code; }
 
 private:
+    friend class AsyncSupervisor;
     friend class ProcessPacketReader;
     friend class ProcessPacketWriter;
     using Pipe = platform::ChildProcess::Pipe;
@@ -143,7 +144,9 @@ private:
     // Whether the bytes to come will continue the run of getOutput().
     bool canOutputGrow() const;
     // Waits until tick() has something to move or to tell, at most so many milliseconds.
-    void waitForBytes(unsigned milliseconds) { m_child.wait(milliseconds, !m_input.empty()); }
+    void waitForBytes(unsigned milliseconds, platform::Waker* waker = nullptr) {
+        m_child.wait(milliseconds, !m_input.empty(), waker);
+    }
 
     void reset();
     bool failSpawn(const String& path, int32_t code);

@@ -1,5 +1,6 @@
 #include "kiv/platform/ChildProcess.h"
 
+#include "kiv/platform/Waker.h"
 #include "kiv/platform/linux/ChildLaunch.h"
 
 #include <algorithm>
@@ -177,7 +178,7 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
     return {0, error == EPIPE ? PipeResult::Closed : PipeResult::Failed, error};
 }
 
-void ChildProcess::wait(unsigned milliseconds, bool isWriting) {
+void ChildProcess::waitForPipes(unsigned milliseconds, bool isWriting, const Waker* waker) {
     // The end of the child shows at its pipes, unless it has closed them.
     const bool isMute = isStarted() && !isOpen(Output) && !isOpen(Error);
     int process = isMute ? static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(m_process), 0)) : -1;
@@ -186,8 +187,9 @@ void ChildProcess::wait(unsigned milliseconds, bool isWriting) {
     pollfd ready[] = {{static_cast<int>(m_pipes[Output]), POLLIN, 0},
                       {static_cast<int>(m_pipes[Error]), POLLIN, 0},
                       {static_cast<int>(isWriting ? m_pipes[Input] : none), POLLOUT, 0},
-                      {process, POLLIN, 0}};
-    ::poll(ready, 4, static_cast<int>(std::min(milliseconds, 0x7FFFFFFFu)));
+                      {process, POLLIN, 0},
+                      {static_cast<int>(waker ? waker->m_signal : none), POLLIN, 0}};
+    ::poll(ready, 5, static_cast<int>(std::min(milliseconds, 0x7FFFFFFFu)));
     PipePair::close(process);
 }
 

@@ -1,5 +1,6 @@
 #include "kiv/platform/ChildProcess.h"
 
+#include "kiv/platform/Waker.h"
 #include "kiv/platform/windows/OwnedHandle.h"
 #include "kiv/platform/windows/WidePath.h"
 #include "kiv/platform/windows/WideText.h"
@@ -186,15 +187,19 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
 }
 
 // These pipes can't be waited for: they are looked at again and again, at first without a pause.
-void ChildProcess::wait(unsigned milliseconds, bool isWriting) {
+void ChildProcess::waitForPipes(unsigned milliseconds, bool isWriting, const Waker* waker) {
+    HANDLE events[2];
+    DWORD count = 0;
+    if (isStarted()) events[count++] = handleOf(m_process);
+    if (waker) events[count++] = handleOf(waker->m_signal);
     const ULONGLONG start = ::GetTickCount64();
     for (unsigned looks = 0;; ++looks) {
         if (isWorthReading(m_pipes[Output]) || isWorthReading(m_pipes[Error])) return;
         if (looks < looksWithoutPause) {
             ::SwitchToThread();
-        } else if (!isStarted()) {
+        } else if (count == 0) {
             ::Sleep(1);
-        } else if (::WaitForSingleObject(handleOf(m_process), 1) == WAIT_OBJECT_0) {
+        } else if (::WaitForMultipleObjects(count, events, FALSE, 1) != WAIT_TIMEOUT) {
             return;
         }
         if ((isWriting && looks >= looksWithoutPause) || ::GetTickCount64() - start >= milliseconds) return;
