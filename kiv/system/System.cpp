@@ -6,6 +6,7 @@
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/Interrupt.h"
+#include "kiv/process/AsyncSupervisor.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/system/Application.h"
 #include "kiv/tasks/HardwareConcurrency.h"
@@ -111,6 +112,7 @@ bool System::deinitialize() {
 void System::shutDown() {
     if (Application* application = Application::current())
         guarded("the application's onShutdown", [&] { application->onShutdown(); });
+    AsyncSupervisor::terminateAll();
     m_scriptPass.clear();
     m_tick.disconnectAll();
     internal::exchangeReleaseQueue(nullptr);
