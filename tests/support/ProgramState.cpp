@@ -49,7 +49,7 @@ bool raiseInterrupt() {
 }
 
 void setEnvironment(const char* name, const char* value) {
-    ::_putenv_s(name, value);
+    ::_putenv_s(name, value ? value : "");
 }
 
 bool isBrokenPipeIgnored() {
@@ -94,7 +94,7 @@ bool raiseInterrupt() {
 }
 
 void setEnvironment(const char* name, const char* value) {
-    ::setenv(name, value, 1);
+    value ? ::setenv(name, value, 1) : ::unsetenv(name);
 }
 
 bool hasChildren() {

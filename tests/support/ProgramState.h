@@ -23,7 +23,7 @@ void setBrokenPipeIgnored(bool isIgnored);
 // programs.
 bool raiseInterrupt();
 
-// What programs started from here on find under this name.
+// What programs started from here on find under this name; null for nothing.
 void setEnvironment(const char* name, const char* value);
 
 // Whether Windows is not the real one.

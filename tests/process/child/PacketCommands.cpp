@@ -2,10 +2,13 @@
 
 #include "kiv/data/StdInPacketReader.h"
 #include "kiv/data/StdOutPacketWriter.h"
+#include "kiv/process/Process.h"
 #include "kiv/tasks/ThreadPool.h"
+#include "tests/process/child/Jobs.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <thread>
 
 namespace {
@@ -50,7 +53,62 @@ int echo(bool isBlocking, size_t count) {
     return 5;
 }
 
+// Answers what nobody has asked for, and is gone.
+int burst() {
+    StdOutPacketWriter writer;
+    for (uint32_t job = 0; job < 3000; ++job) writer.write(support::answerTo(*support::requestOf(job), 1).get());
+    return 0;
+}
+
+// A worker that answers packets of a number each: with that number, its process identifier and as many bytes as follow
+// from the number. With a seed it dies soon, at a random place of its work or at a random time.
+class JobWorker {
+public:
+    explicit JobWorker(unsigned seed) : m_random(seed) {
+        if (seed == 0) return;
+        m_answersLeft = m_random() % 20;
+        m_way = m_random() % 4;
+        if (m_way == 3) std::thread(&JobWorker::dieAfter, std::chrono::microseconds(m_random() % 4000)).detach();
+    }
+    int run() {
+        while (m_reader.valid()) {
+            const auto request = m_reader.read();
+            if (!request) continue;
+            if (m_answersLeft == 0 && m_way == 0) std::_Exit(3);
+            const auto answer = support::answerTo(*request, Process::getCurrentProcessId());
+            if (m_answersLeft == 0 && m_way == 1) sayHalf(*answer);
+            m_writer.write(answer.get());
+            if (m_answersLeft == 0 && m_way == 2) std::_Exit(3);
+            --m_answersLeft;
+        }
+        return 0;
+    }
+
+private:
+    static void dieAfter(std::chrono::microseconds time) {
+        std::this_thread::sleep_for(time);
+        std::_Exit(3);
+    }
+    static void sayHalf(const Packet& packet) {
+        const std::string text = packet.convertToBase16String().to_std_string();
+        std::fwrite(text.data(), 1, text.size() / 2, stdout);
+        std::fflush(stdout);
+        std::_Exit(3);
+    }
+
+    std::mt19937 m_random;
+    unsigned m_answersLeft = ~0u, m_way = 4;
+    StdInPacketReader m_reader;
+    StdOutPacketWriter m_writer;
+};
+
 } // namespace
+
+int runWorker() {
+    const char* seed = std::getenv("KIV_TEST_WORKER");
+    if (seed && std::string(seed) == "burst") return burst();
+    return seed ? JobWorker(static_cast<unsigned>(std::stoul(seed))).run() : 0;
+}
 
 std::optional<int> runPacketCommand(const std::string& command, const std::vector<std::string>& arguments) {
     if (command == "say") return sayAndDie(arguments.at(0), arguments.at(1));

@@ -101,7 +101,7 @@ int startFromClosed(const std::string& program) {
 int main(int count, char** values) {
     support::useBinaryStreams();
     Arguments arguments = kiv::platform::commandLineArguments(count, values);
-    if (arguments.empty()) return 0;
+    if (arguments.empty()) return runWorker();
     const std::string command = arguments.front();
     arguments.erase(arguments.begin());
     if (command == "exit") return std::stoi(arguments.at(0));
