@@ -24,6 +24,25 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
+// The child program under a name that no other process has, in a folder outside of ASCII; the name, too, and longer
+// than what some systems keep.
+struct CopiedProgram {
+    CopiedProgram() {
+        const std::filesystem::path from = childProgram;
+        name =
+            "ein langes Pr\xC3\xB6gramm " + std::to_string(Process::getCurrentProcessId()) + from.extension().string();
+        path = folder.utf8("") + name;
+        std::filesystem::copy_file(from, std::filesystem::path(std::u8string(path.begin(), path.end())));
+        for (const auto& entry : std::filesystem::directory_iterator(from.parent_path()))
+            if (entry.path().extension() == ".dll")
+                std::filesystem::copy_file(entry.path(), folder.path(entry.path().filename().string()));
+    }
+
+    support::TemporaryFolder folder;
+    std::string name;
+    std::string path;
+};
+
 } // namespace
 
 TEST(Process, WithoutAChildDoesNothing) {
@@ -158,41 +177,39 @@ TEST(Process, ArgumentsAreJoinedForTheLog) {
     joins({"x", "", "a\tb", "C:\\a b\\", "a \"b\" c"}, "x \"\" \"a\tb\" \"C:\\a b\\\\\" \"a \\\"b\\\" c\"");
 }
 
-// The program's name, its folder and the folder it works in are outside of ASCII, its name longer than what some
-// systems keep.
-TEST(Process, NamesOutsideOfAsciiAndLongOnesAreFound) {
-    support::TemporaryFolder folder;
-    const std::filesystem::path program = childProgram;
-    const std::string name = "ein recht langes Pr\xC3\xB6gramm" + program.extension().string();
-    std::filesystem::copy_file(program, folder.path(reinterpret_cast<const char*>(u8"x")).parent_path() /
-                                            std::filesystem::path(std::u8string(name.begin(), name.end())));
-    for (const auto& entry : std::filesystem::directory_iterator(program.parent_path()))
-        if (entry.path().extension() == ".dll")
-            std::filesystem::copy_file(entry.path(), folder.path(entry.path().filename().string()));
-    const std::string path = folder.utf8("") + name;
-    std::filesystem::create_directory(folder.path("work"));
-    Child reporting, relative, first, second;
-    EXPECT_FALSE(Process::processExists(name.c_str()));
-    ASSERT_TRUE(reporting.spawn(path, {path, "report"}, folder.utf8("work").c_str(), false));
-    EXPECT_EQ(reporting.finish(), 0);
-    EXPECT_THAT(reporting.lines(), ElementsAre(folder.utf8("work")));
-
+TEST(Process, NamesOutsideOfAsciiAreFound) {
+    const CopiedProgram copy;
+    const std::string work = copy.folder.utf8("work");
+    std::filesystem::create_directory(copy.folder.path("work"));
     // The program is looked for where the parent is, not where the child will be.
-    const std::filesystem::path way = std::filesystem::relative(program);
-    ASSERT_TRUE(relative.spawn(way.string(), {"name", "report"}, folder.utf8("work").c_str(), false));
-    EXPECT_EQ(relative.finish(), 0);
-    EXPECT_THAT(relative.lines(), ElementsAre(folder.utf8("work")));
+    for (const std::string& path : {copy.path, std::filesystem::relative(childProgram).string()}) {
+        Child child;
+        ASSERT_TRUE(child.spawn(path, {path, "report"}, work.c_str(), false));
+        EXPECT_EQ(child.finish(), 0);
+        EXPECT_THAT(child.lines(), ElementsAre(work));
+    }
+}
 
-    ASSERT_TRUE(first.spawn(path, {path, "stay"}, nullptr, false));
-    ASSERT_TRUE(second.spawn(path, {path, "wait"}, nullptr, true));
-    EXPECT_TRUE(Process::processExists(name.c_str()));
-    EXPECT_FALSE(Process::waitForProcessesToTerminate({"other", name}, 0));
-    EXPECT_TRUE(Process::terminateProcessesByName(name.c_str(), second.getProcessId()));
+TEST(Process, IsKnownByItsName) {
+    const CopiedProgram copy;
+    const char* const name = copy.name.c_str();
+    const auto start = [&](Child& child, const char* command) {
+        return child.spawn(copy.path, {copy.path, command, copy.name}, nullptr, false);
+    };
+    Child first, second, last;
+    EXPECT_FALSE(Process::processExists(name));
+    ASSERT_TRUE(start(first, "stay") && start(second, "stay"));
+    EXPECT_TRUE(Process::processExists(name));
+    EXPECT_FALSE(Process::waitForProcessesToTerminate({"other", copy.name}, 0));
+    EXPECT_TRUE(Process::terminateProcessesByName(name, second.getProcessId()));
     EXPECT_EQ(first.finish(), support::isWindows ? 0 : 137);
     EXPECT_TRUE(second.tick());
-    second.close_stdin();
-    EXPECT_EQ(second.finish(), 0);
-    EXPECT_TRUE(Process::waitForProcessesToTerminate({"other", name}, 60000));
+    // One of them ends all others, and waits for that.
+    ASSERT_TRUE(start(last, "alone"));
+    EXPECT_EQ(last.nextLine(), "alone");
+    EXPECT_NE(second.finish(), Process::stillActive);
+    EXPECT_EQ(last.finish(), 0);
+    EXPECT_TRUE(Process::waitForProcessesToTerminate({"other", copy.name}, 60000));
 }
 
 TEST(Process, KnowsProcesses) {
@@ -208,8 +225,6 @@ TEST(Process, KnowsProcesses) {
     EXPECT_TRUE(Process::processExists(own.c_str()));
     own[0] = 'K'; // kivProcessTests
     EXPECT_EQ(Process::processExists(own.c_str()), support::isWindows);
-    EXPECT_TRUE(Process::terminateProcessesByName(own.c_str(), -1)); // not this one
-    EXPECT_TRUE(Process::waitForProcessesToTerminate({own}, -1));    // nor for this one
 }
 
 TEST(ProcessPipes, CarryLinesBothWays) {

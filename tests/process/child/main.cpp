@@ -65,6 +65,13 @@ int numberLines(int count) {
     return writeMany(stderr, 1, text);
 }
 
+int endOthers(const std::string& name) {
+    const bool isAlone = kiv::Process::terminateProcessesByName(name.c_str(), -1) &&
+                         kiv::Process::waitForProcessesToTerminate({name}, 60000);
+    say(isAlone ? "alone\n" : "not alone\n");
+    return 0;
+}
+
 int holdLock(const std::string& path) {
     kiv::ProcessLockFile lock(path.c_str());
     say(lock.tryLock() ? "locked\n" : "refused\n");
@@ -116,6 +123,7 @@ int main(int count, char** values) {
     if (command == "report") return report(arguments);
     if (command == "handles") return say(std::to_string(support::countOpenHandles()) + "\n"), waitForEndOfInput();
     if (command == "signal") return say(support::isBrokenPipeIgnored() ? "ignored\n" : "default\n"), 0;
+    if (command == "alone") return endOthers(arguments.at(0));
     if (command == "lock") return holdLock(arguments.at(0));
     if (command == "parent") return startBoundChild(arguments.at(0));
     if (command == "closed") return startFromClosed(arguments.at(0));
