@@ -38,6 +38,8 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/process/Process.h"
 #include "kiv/process/ProcessLockFile.h"
+#include "kiv/process/ProcessPacketReader.h"
+#include "kiv/process/ProcessPacketWriter.h"
 #include "kiv/store/CacheStore.h"
 #include "kiv/store/GUIDDomain.h"
 #include "kiv/store/GUIDDomainDB.h"
