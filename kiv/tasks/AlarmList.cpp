@@ -16,18 +16,6 @@ void AlarmList::Mask::setFirst(unsigned count) {
     }
 }
 
-bool AlarmList::Mask::isEmpty() const {
-    uint64_t all = 0;
-    for (uint64_t word : words) all |= word;
-    return all == 0;
-}
-
-unsigned AlarmList::Mask::count() const {
-    int count = 0;
-    for (uint64_t word : words) count += std::popcount(word);
-    return static_cast<unsigned>(count);
-}
-
 unsigned AlarmList::Mask::next(unsigned index) const {
     for (unsigned word = index / 64; word < blockSize / 64; ++word, index = 0) {
         const uint64_t rest = words[word] & (~uint64_t{0} << index % 64);
@@ -64,12 +52,20 @@ void AlarmList::insert(const Place& place, Alarm* alarm) {
     const unsigned index = block.count++;
     block.entries[index] = {place.position, alarm};
     block.live.set(index);
+    ++block.size;
     alarm->m_place = place.block * blockSize + index;
 
-    const int64_t due = place.position.due;
-    if (m_size++ == 0) m_isFirstKnown = m_isLastKnown = true, m_firstDue = m_lastDue = due;
-    m_firstDue = std::min(m_firstDue, due);
-    m_lastDue = std::max(m_lastDue, due);
+    // Of an equal time, the outermost rank makes it the outermost alarm.
+    const auto [due, rank] = place.position;
+    const bool isAlone = m_size++ == 0;
+    if (isAlone || (m_first && (due < m_firstDue || (due == m_firstDue && rank == m_firstRank)))) {
+        m_first = alarm;
+        m_firstDue = due;
+    }
+    if (isAlone || (m_last && (due > m_lastDue || (due == m_lastDue && rank == m_lastRank)))) {
+        m_last = alarm;
+        m_lastDue = due;
+    }
 }
 
 void AlarmList::remove(Alarm* alarm) {
@@ -79,9 +75,9 @@ void AlarmList::remove(Alarm* alarm) {
     assert(block.live.test(index));
     block.live.clear(index);
     --m_size;
-    if (alarm->m_dueTime == static_cast<uint32_t>(m_firstDue)) m_isFirstKnown = false;
-    if (alarm->m_dueTime == static_cast<uint32_t>(m_lastDue)) m_isLastKnown = false;
-    if (block.live.isEmpty()) return eraseBlock(findBlock(block.entries[index]));
+    if (alarm == m_first) m_first = nullptr;
+    if (alarm == m_last) m_last = nullptr;
+    if (--block.size == 0) return eraseBlock(findBlock(block.entries[index]));
     if (index + 1 == block.count) {
         block.count = block.live.previous(index) + 1;
         block.sorted = std::min(block.sorted, block.count);
@@ -98,22 +94,18 @@ int64_t AlarmList::dueTimeOf(const Alarm* alarm) const {
     return m_blocks[alarm->m_place / blockSize].entries[alarm->m_place % blockSize].due;
 }
 
-Alarm* AlarmList::first() {
+Alarm* AlarmList::findFirst() {
     const uint32_t id = m_order.front();
-    return m_blocks[id].entries[findFirst(id)].alarm;
+    const Entry& entry = m_blocks[id].entries[findFirst(id)];
+    m_firstDue = entry.due;
+    return m_first = entry.alarm;
 }
 
-int64_t AlarmList::firstDueTime() {
-    if (!m_isFirstKnown) m_firstDue = dueTimeOf(first());
-    m_isFirstKnown = true;
-    return m_firstDue;
-}
-
-int64_t AlarmList::lastDueTime() {
+Alarm* AlarmList::findLast() {
     const uint32_t id = m_order.back();
-    if (!m_isLastKnown) m_lastDue = m_blocks[id].entries[findLast(id)].due;
-    m_isLastKnown = true;
-    return m_lastDue;
+    const Entry& entry = m_blocks[id].entries[findLast(id)];
+    m_lastDue = entry.due;
+    return m_last = entry.alarm;
 }
 
 bool AlarmList::findFollowing(const Alarm* alarm, int64_t& due) {
@@ -178,8 +170,6 @@ size_t AlarmList::findBlock(int64_t due) const {
 }
 
 void AlarmList::updateDirectory() {
-    if (m_order.empty()) return;
-    m_beginDue[0] = INT64_MIN;
     const size_t count = m_beginDue.size();
     if (count > 2)
         m_blocksPerTime = static_cast<double>(count - 2) / static_cast<double>(m_beginDue.back() - m_beginDue[1] + 1);
@@ -219,7 +209,7 @@ AlarmList::Block& AlarmList::insertBlock(size_t at, const Position& begin) {
     m_free.pop_back();
     updateDirectory();
     Block& block = m_blocks[m_order[at]];
-    block.count = block.sorted = 0;
+    block.size = block.count = block.sorted = 0;
     return block;
 }
 
@@ -237,12 +227,12 @@ void AlarmList::eraseBlock(size_t at) {
 
 size_t AlarmList::makeRoom(size_t at, const Position& position) {
     const uint32_t id = m_order[at];
-    const bool isBehindAll = at + 1 == m_order.size() && m_isLastKnown && position.due >= m_lastDue;
+    const bool isBehindAll = at + 1 == m_order.size() && m_last && position.due >= m_lastDue;
     if (isBehindAll && (position.due > m_lastDue || position.rank == m_lastRank)) {
         insertBlock(at + 1, position); // what always grows at its end fills its blocks
         return at + 1;
     }
-    if (m_blocks[id].live.count() <= blockSize / 4 * 3) {
+    if (m_blocks[id].size <= blockSize / 4 * 3) {
         compact(id);
         return at;
     }
@@ -276,8 +266,8 @@ void AlarmList::split(size_t at) {
         low += isLow;
         high += !isLow;
     }
-    lower.count = static_cast<unsigned>(low - lower.entries.get());
-    upper.count = static_cast<unsigned>(high - upper.entries.get());
+    lower.size = lower.count = static_cast<unsigned>(low - lower.entries.get());
+    upper.size = upper.count = static_cast<unsigned>(high - upper.entries.get());
     if (sorted == count) lower.sorted = lower.count, upper.sorted = upper.count;
     lower.live.setFirst(lower.count);
     upper.live.setFirst(upper.count);
@@ -287,7 +277,7 @@ void AlarmList::split(size_t at) {
 
 void AlarmList::compact(uint32_t id) {
     Block& block = m_blocks[id];
-    if (block.live.count() == block.count) return;
+    if (block.size == block.count) return;
     unsigned count = 0, sorted = 0;
     for (unsigned i = block.live.next(0); i != Mask::npos; i = block.live.next(i + 1)) {
         sorted += i < block.sorted;
@@ -304,6 +294,7 @@ void AlarmList::compact(uint32_t id) {
 
 // Most blocks are spread evenly: then distributing the entries by time nearly sorts them.
 void AlarmList::sortEntries(Entry* begin, Entry* end) {
+    if (end - begin < 64) return std::sort(begin, end);
     const auto [low, high] = std::minmax_element(begin, end, [](auto& a, auto& b) { return a.due < b.due; });
     const int64_t lowest = low->due;
     const auto span = static_cast<uint64_t>(high->due - lowest);

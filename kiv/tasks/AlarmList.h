@@ -44,15 +44,18 @@ public:
     // False when there is none behind `alarm`.
     bool findFollowing(const Alarm* alarm, int64_t& due);
     // Requires of these three: not empty.
-    Alarm* first();
-    int64_t firstDueTime();
-    int64_t lastDueTime();
+    Alarm* first() { return m_first ? m_first : findFirst(); }
+    int64_t firstDueTime() { return first(), m_firstDue; }
+    int64_t lastDueTime() {
+        if (!m_last) findLast();
+        return m_lastDue;
+    }
 
     std::vector<Alarm*> inOrder() const;
 
 private:
-    static constexpr unsigned blockSize = 256;
-    static constexpr unsigned maximalTail = 8;
+    static constexpr unsigned blockSize = 512;
+    static constexpr unsigned maximalTail = 16;
 
     struct Entry : Position {
         Alarm* alarm;
@@ -66,8 +69,6 @@ private:
         void set(unsigned index) { words[index / 64] |= uint64_t{1} << index % 64; }
         void clear(unsigned index) { words[index / 64] &= ~(uint64_t{1} << index % 64); }
         void setFirst(unsigned count);
-        bool isEmpty() const;
-        unsigned count() const;
         // The next one that is set at `index` or behind, resp. before `index`; npos when there is none.
         unsigned next(unsigned index) const;
         unsigned previous(unsigned index) const;
@@ -75,6 +76,7 @@ private:
     struct Block {
         std::unique_ptr<Entry[]> entries;
         Mask live;
+        uint32_t size = 0;   // of the list's alarms
         uint32_t count = 0;  // entries in use, live or not
         uint32_t sorted = 0; // how many of them from the front are in order; what is behind is the tail
     };
@@ -96,12 +98,15 @@ private:
     void sort(uint32_t id);
     static void sortEntries(Entry* begin, Entry* end);
     void setPlaces(uint32_t id, unsigned from);
+    Alarm* findFirst();
+    Alarm* findLast();
     unsigned findFirst(uint32_t id);
     unsigned findLast(uint32_t id);
 
     std::vector<Block> m_blocks; // by identifier
     std::vector<uint32_t> m_free;
-    // The directory, in order. A block begins at (due, rank), the first one before everything.
+    // The directory, in order. A block begins at (due, rank); the first one before everything, so its
+    // begin is never asked.
     std::vector<int64_t> m_beginDue;
     std::vector<int64_t> m_beginRank;
     std::vector<uint32_t> m_order;
@@ -110,11 +115,11 @@ private:
     size_t m_size = 0;
     int64_t m_firstRank = 0; // the lowest and the highest given so far
     int64_t m_lastRank = 0;
-    // Valid when known.
+    // Null when not known; then the due time is not either.
+    Alarm* m_first = nullptr;
+    Alarm* m_last = nullptr;
     int64_t m_firstDue = 0;
     int64_t m_lastDue = 0;
-    bool m_isFirstKnown = false;
-    bool m_isLastKnown = false;
 };
 
 } // namespace internal

@@ -122,11 +122,7 @@ std::vector<Alarm*> Scheduler::getAlarms() const {
 void Scheduler::tick() {
     assert(isOwnThread());
     const int64_t now = updateNow();
-    while (m_alarms.size() > 0) {
-        Alarm* alarm = m_alarms.first();
-        if (m_alarms.dueTimeOf(alarm) >= now) break;
-        fire(alarm);
-    }
+    while (m_alarms.size() > 0 && m_alarms.firstDueTime() < now) fire(m_alarms.first());
 }
 
 // The delegate runs a copy of itself, so the alarm may change or die meanwhile. Only one without smart pointers can

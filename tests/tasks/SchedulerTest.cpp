@@ -9,6 +9,7 @@
 #include "tests/support/LogLines.h"
 
 #include <algorithm>
+#include <cmath>
 #include <gmock/gmock.h>
 #include <list>
 #include <memory>
@@ -191,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(, SchedulerOrder,
                          testing::Values(Shape{"Few", 6, 20000, 40, 12}, Shape{"OneBlock", 100, 10000, 5000, 200},
                                          Shape{"ManyBlocks", 2500, 6000, 20000, 300},
                                          Shape{"ManyEqual", 1500, 6000, 5, 0},
-                                         Shape{"Swinging", 1500, 12000, 100, 2, 50},
+                                         Shape{"Swinging", 1500, 8000, 100, 2, 50},
                                          Shape{"FarAhead", 300, 6000, 0x7FFFFFF0, 8}),
                          [](const auto& shape) { return shape.param.name; });
 
@@ -363,6 +364,32 @@ TEST(Scheduler, IsMissedByAnAlarmWithoutOne) {
     a->cancel();
     a->executeNowIfScheduled();
     EXPECT_FALSE(a->isScheduled());
+}
+
+TEST_F(SchedulerTest, KeepsTheOrderOfVeryMany) {
+    std::mt19937 random(99);
+    for (const double exponent : {1.0, 9.0}) { // spread evenly, and most of them near
+        std::vector<AlarmPointer> alarms;
+        uint32_t last = 0;
+        size_t count = 0;
+        for (int i = 0; i < 40000; ++i) {
+            alarms.push_back(makeObject<Alarm>());
+            Alarm* alarm = alarms.back().get();
+            alarm->getCallback().set([&, alarm] {
+                ++count;
+                ASSERT_GE(alarm->getDueTime(), last);
+                last = alarm->getDueTime();
+            });
+            const double delay = 1e8 * std::pow(random() / 4294967296.0, exponent);
+            alarm->scheduleIn(static_cast<int>(delay));
+            if (i % 3 == 0) alarms[random() % alarms.size()]->cancel();
+        }
+        const size_t scheduled = scheduler.getNumberOfAlarms();
+        EXPECT_GT(scheduled, 25000u);
+        for (int i = 0; i < 1000; ++i) tickAfter(100001);
+        EXPECT_EQ(count, scheduled);
+        EXPECT_EQ(scheduler.getNumberOfAlarms(), 0u);
+    }
 }
 
 TEST_F(SchedulerTest, TakesNoMemoryForAnAlarmThatIsScheduledAgain) {
