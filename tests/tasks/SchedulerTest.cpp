@@ -380,7 +380,7 @@ TEST_F(SchedulerTest, KeepsTheOrderOfVeryMany) {
                 ASSERT_GE(alarm->getDueTime(), last);
                 last = alarm->getDueTime();
             });
-            const double delay = 1e8 * std::pow(random() / 4294967296.0, exponent);
+            const double delay = 1e8 * std::pow(std::uniform_real_distribution<>()(random), exponent);
             alarm->scheduleIn(static_cast<int>(delay));
             if (i % 3 == 0) alarms[random() % alarms.size()]->cancel();
         }
