@@ -197,7 +197,7 @@ void TaskQueue::processTasks() {
     do {
         for (Run run; isParallel ? m_block.claim(run) : m_block.claimAlone(run);) {
             execute(run, runner);
-            if (runner.isQueueGone) return;
+            if (runner.isQueueGone) break;
         }
         runner.release();
         if (runner.isQueueGone) return;
