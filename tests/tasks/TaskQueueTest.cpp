@@ -289,23 +289,21 @@ TEST_F(TaskQueueTest, WaitsForOtherRunsWhenARunAborts) {
 TEST_F(TaskQueueTest, IsDestroyedByItsOwnTask) {
     for (const Type type : {Type::Serial, parallel, Type::GlobalDeleteIO}) {
         const Shares shares;
-        Gate over, pushed;
+        Gate pushed;
         auto queue = makeObject<TaskQueue>(type);
         TaskQueue& same = *queue;
-        auto last = makeTask([&over, &pushed, owner = queue]() mutable {
+        auto last = makeTask([&pushed, owner = queue, share = shares.get()]() mutable {
             pushed.pass();
             owner = nullptr;
-            over.open();
         });
-        same.pushTask(last);
+        same.pushTaskN(type == parallel ? 1 : 3, last.get());
         same.pushTaskN(10, shares.task().get());
         same.pushBarrier();
         same.pushTask(shares.task());
         last = nullptr;
         queue = nullptr;
         pushed.open();
-        over.pass();
-        EXPECT_EQ(shares.inUse(), 0);
+        waitUntil([&] { return shares.inUse() == 0; });
     }
 }
 
