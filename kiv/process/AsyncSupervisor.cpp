@@ -126,8 +126,9 @@ AsyncSupervisor::~AsyncSupervisor() {
 void AsyncSupervisor::start() {
     uint32_t run = m_run;
     if (run % 2 != 0 || !m_run.compare_exchange_strong(run, run + 1)) return;
-    // Behind a run that is about to end: the queue is serial.
-    m_queue->pushTask(makeTask([this, next = run + 1] { supervise(next); }));
+    // A hook may destroy this before the push returns. A run that is about to end comes first: the queue is serial.
+    const SmartPointer<TaskQueue> queue = m_queue;
+    queue->pushTask(makeTask([this, next = run + 1] { supervise(next); }));
 }
 
 void AsyncSupervisor::requestStop() {

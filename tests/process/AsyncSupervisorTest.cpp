@@ -365,9 +365,9 @@ TEST_F(AsyncSupervisorTest, AHookMayDestroyItsSupervisor) {
         std::atomic<bool> isGone{false};
         supervisor->atStart = [&, supervisor] { supervisor->enqueueJob(7); };
         supervisor->atPacket = [&, supervisor] {
-            auto keepsThisAlive = std::move(supervisor->atPacket);
+            std::atomic<bool>& told = isGone; // this goes, too
             delete supervisor;
-            isGone = true;
+            told = true;
         };
         clock.advance(2048);
         if (hasLoop) supervisor->start();
