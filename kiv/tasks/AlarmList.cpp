@@ -338,8 +338,8 @@ unsigned AlarmList::findFirst(uint32_t id) {
     sort(id);
     const Block& block = m_blocks[id];
     unsigned best = block.live.next(0);
-    // Soon to be called; what has been removed since does no harm.
-    if (best + 4 < block.sorted) KIV_PREFETCH(&block.entries[best + 4].alarm->m_callback);
+    const unsigned soon = best + 4;
+    if (soon < block.sorted && block.live.test(soon)) KIV_PREFETCH(&block.entries[soon].alarm->m_callback);
     for (unsigned i = block.live.next(block.sorted); i != Mask::npos; i = block.live.next(i + 1)) {
         if (block.entries[i] < block.entries[best]) best = i;
     }
