@@ -84,7 +84,7 @@ TaskQueue::TaskQueue(Type type, int queueID)
       m_mainPool(type == Main ? MainPool::current() : nullptr) {}
 
 TaskQueue::~TaskQueue() {
-    disable();
+    stop(Stop::Destroy);
     for (Runner* runner = Runner::top; runner; runner = runner->outer) {
         if (runner->queue == this) runner->isQueueGone = true;
     }
@@ -385,10 +385,10 @@ void TaskQueue::resume() {
 // ---- Dropping.
 
 void TaskQueue::abort() {
-    stop(false);
+    stop(Stop::Abort);
 }
 
-void TaskQueue::stop(bool forGood) {
+void TaskQueue::stop(Stop how) {
     unsigned ownRuns = 0;
     for (Runner* runner = Runner::top; runner; runner = runner->outer) {
         if (runner->queue != this) continue;
@@ -396,7 +396,13 @@ void TaskQueue::stop(bool forGood) {
         ++ownRuns;
     }
     Lock lock(m_mutex);
-    if (m_hasAborter && ownRuns != 0) return; // the other one waits for this run to return
+    if (how != Stop::Abort) m_isDying = true;
+    if (m_hasAborter && ownRuns != 0) {
+        // The other one waits for this run to return, and the destructor for the other one's.
+        if (how != Stop::Destroy) return;
+        m_isTakenOver = true;
+        m_idleCondition.notifyAll();
+    }
     sleepUntil(lock, [this] { return !m_hasAborter; });
     m_hasAborter = true;
     m_aborting = true;
@@ -416,13 +422,13 @@ void TaskQueue::stop(bool forGood) {
         lock.lock();
         if (cancelled != 0) runnersEnded(cancelled);
         if (ownRuns != 0) ++m_partialSleepers;
-        sleepUntil(lock, [&] { return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns; });
+        sleepUntil(lock, [&] {
+            return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns ||
+                   (m_isTakenOver && ownRuns != 0 && how != Stop::Destroy);
+        });
         if (ownRuns != 0) --m_partialSleepers;
     }
-    if (forGood)
-        m_isDying = true;
-    else
-        m_aborting = false;
+    if (!m_isDying) m_aborting = false;
     m_hasAborter = false;
     if (m_sleepers != 0) m_idleCondition.notifyAll();
 }

@@ -97,7 +97,7 @@ public:
 
 protected:
     // Like abort(), but for good: the queue takes no tasks any more.
-    void disable() { stop(true); }
+    void disable() { stop(Stop::Disable); }
 
 private:
     friend class internal::Dispatcher;
@@ -117,6 +117,7 @@ private:
     using Lock = std::unique_lock<internal::Mutex>;
     using Run = internal::RunBlock<Task>::Run;
     struct Runner;
+    enum class Stop { Abort, Disable, Destroy };
 
     static Runner* findRunner(const TaskQueue* queue);
     bool isRefused(const char* operation) const;
@@ -135,7 +136,7 @@ private:
 
     template <class IsOver>
     void sleepUntil(Lock& lock, IsOver isOver);
-    void stop(bool forGood);
+    void stop(Stop how);
     void dropAll(Lock& lock);
     void dropEntries(Lock& lock, internal::Fifo<Entry>& entries);
     void dropEntry(Lock& lock, const Entry& entry);
@@ -177,7 +178,8 @@ private:
     uint32_t m_partialSleepers = 0; // of these, who wait for fewer runners but not for none
     uint32_t m_parked = 0;          // runners that have left and look whether they are summoned
     bool m_hasAborter = false;
-    bool m_isDying = false;
+    bool m_isDying = false;     // disabled or destroyed
+    bool m_isTakenOver = false; // by the destructor, from a run that aborts
     bool m_isDestroyed = false; // who sleeps is to leave, also when it is one of the queue's runs that destroys it
 
     alignas(64) std::atomic<uint32_t> m_finishedWeight{0};

@@ -333,6 +333,30 @@ TEST_F(TaskQueueTest, IsDestroyedWhileOthersWait) {
     }
 }
 
+TEST_F(TaskQueueTest, IsDestroyedByOneRunWhileAnotherAborts) {
+    Gate aborting, over;
+    std::atomic<bool> hasAborted{false};
+    auto queue = makeObject<TaskQueue>(parallel);
+    TaskQueue& same = *queue;
+    auto destroyer = makeTask([&, owner = queue]() mutable {
+        aborting.pass();
+        waitUntil([&] { return TaskQueuePeek::sleepers(same) == 1; });
+        owner = nullptr;
+        EXPECT_TRUE(hasAborted); // the other run is over
+        over.open();
+    });
+    same.pushTask(std::exchange(destroyer, nullptr));
+    same.pushTask(makeTask([&] {
+        aborting.open();
+        same.abort();
+        EXPECT_TRUE(same.isAborting());
+        std::this_thread::yield();
+        hasAborted = true;
+    }));
+    queue = nullptr;
+    over.pass();
+}
+
 TEST_F(TaskQueueTest, HearsOfAnIdleMomentThatIsOver) {
     for (int round = 0; round < 20; ++round) {
         TaskQueue queue(Type::Serial);
