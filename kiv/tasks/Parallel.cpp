@@ -60,7 +60,9 @@ Parallel::Kernel::~Kernel() = default;
 void Parallel::Kernel::prepare(unsigned&) {}
 void Parallel::Kernel::finish() {}
 
-Parallel::Parallel() : m_queue(makeObject<TaskQueue>(TaskQueue::GlobalParallel)) {}
+Parallel::Parallel() : m_queue(makeObject<TaskQueue>(TaskQueue::GlobalParallel)) {
+    m_queue->m_isAwaited = true;
+}
 
 Parallel::~Parallel() = default;
 

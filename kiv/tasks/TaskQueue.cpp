@@ -302,6 +302,10 @@ void TaskQueue::runnersEnded(uint32_t runners) {
 }
 
 void TaskQueue::discharge(uint32_t runners) {
+    if (m_isAwaited) {
+        while (runners-- != 0) processTasks();
+        return;
+    }
     const Lock lock(m_mutex);
     runnersEnded(runners);
 }

@@ -160,7 +160,8 @@ private:
     const int m_queueID;
     const std::shared_ptr<internal::Dispatcher> m_dispatcher; // of a worker queue, and
     const SmartPointer<MainPool> m_mainPool;                  // of the main queue; null when there was none
-    std::atomic<bool> m_aborting{false};                      // written under the mutex
+    bool m_isAwaited = false; // somebody sleeps until all is run: who sends no threads any more runs it instead
+    std::atomic<bool> m_aborting{false}; // written under the mutex
 
     alignas(64) internal::Mutex m_mutex;
     // Written under the mutex.
