@@ -47,10 +47,10 @@ private:
 
 // For states that nobody announces.
 template <class Predicate>
-void waitUntil(Predicate isTrue) {
+void waitUntil(Predicate isTrue, const char* what = "a state") {
     const auto end = std::chrono::steady_clock::now() + patience;
     while (!isTrue()) {
-        if (std::chrono::steady_clock::now() > end) giveUp("a state");
+        if (std::chrono::steady_clock::now() > end) giveUp(what);
         std::this_thread::yield();
     }
 }

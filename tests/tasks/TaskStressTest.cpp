@@ -295,12 +295,15 @@ uint64_t playRound(uint64_t seed) {
         }
         Actor(world, 0, mainSeed).act(300);
     }
-    // Tasks push to later places, also to the queue of the main thread's own.
-    mainPool->processEvents();
+    const auto isOver = [&] { // nor do the last runs of replaced queues push any more
+        mainPool->processEvents();
+        for (unsigned i = 1; i < World::count; ++i) world.at(i).first->resume();
+        return world.tasks == 0;
+    };
+    support::waitUntil(isOver, name.c_str());
     for (unsigned i = 1; i < World::count; ++i) {
         const SmartPointer<TaskQueue> queue = world.at(i).first;
         do {
-            queue->resume();
             queue->wait();
         } while (!queue->empty());
     }
