@@ -132,10 +132,8 @@ TEST_F(AsyncSupervisorTest, AMissingBinaryIsToldOnceAndNeverLookedForAgain) {
                                    std::filesystem::copy_options::skip_existing);
         seconds(20);
         EXPECT_EQ(supervisor.started, 0);
-        if (path.empty())
-            EXPECT_THAT(takeLog(), ElementsAre());
-        else
-            EXPECT_THAT(takeLog(), ElementsAre("worker binary not found under path: " + path));
+        EXPECT_EQ(takeLog(), path.empty() ? std::vector<std::string>()
+                                          : std::vector{"worker binary not found under path: " + path});
         std::filesystem::remove(folder.path("worker"));
     }
 }
@@ -165,7 +163,7 @@ TEST_F(AsyncSupervisorTest, AWorkerThatDiesAtOnceIsStartedEveryTwoSeconds) {
     uint32_t lastStart = Clock::current().getTime();
     supervisor.atStart = [&] {
         // It is alive for a step or two, in which the clock stands still.
-        if (supervisor.started > 1) EXPECT_EQ(Clock::current().getTime() - lastStart, 2000u);
+        EXPECT_TRUE(supervisor.started == 1 || Clock::current().getTime() - lastStart == 2000);
         lastStart = Clock::current().getTime();
     };
     while (supervisor.started < 8) {
@@ -274,7 +272,7 @@ TEST_F(AsyncSupervisorTest, NothingIsLostOrDoubledThough500WorkersDie) {
     host.later = [&] {
         const auto died = static_cast<unsigned>(host.died.load());
         if (died == 20) handles = support::countOpenHandles();
-        if (died == deaths) EXPECT_LE(support::countOpenHandles(), handles);
+        EXPECT_TRUE(died < deaths || support::countOpenHandles() <= handles);
         setWorker(died < deaths ? std::to_string(firstSeed + died).c_str() : "0");
         clock.advance(2000);
     };
@@ -375,7 +373,7 @@ TEST_F(AsyncSupervisorTest, AHookMayDestroyItsSupervisor) {
              !isGone && std::chrono::steady_clock::now() < end; std::this_thread::yield())
             if (!hasLoop) supervisor->tick();
         ASSERT_TRUE(isGone);
-        if (!hasLoop) EXPECT_LE(support::countOpenHandles(), handles);
+        EXPECT_TRUE(hasLoop || support::countOpenHandles() <= handles);
     }
 }
 

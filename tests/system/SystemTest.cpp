@@ -34,9 +34,7 @@ constexpr char openReferences[] = "trying to deinitialize kiv::System, but there
 
 struct SystemTest : testing::Test {
     SystemTest() { EXPECT_TRUE(System::initialize()); }
-    ~SystemTest() override {
-        if (Object::system()) EXPECT_TRUE(System::deinitialize());
-    }
+    ~SystemTest() override { EXPECT_TRUE(!Object::system() || System::deinitialize()); }
 };
 
 struct Mortal : Object {
