@@ -1,9 +1,9 @@
 #include "tests/support/ProgramState.h"
 
 #if defined(_WIN32)
+#include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
-#include <stdlib.h>
 #include <windows.h>
 
 #include <tlhelp32.h>
@@ -50,6 +50,11 @@ bool raiseInterrupt() {
 
 void setEnvironment(const char* name, const char* value) {
     ::_putenv_s(name, value ? value : "");
+}
+
+void die() {
+    ::TerminateProcess(::GetCurrentProcess(), 3);
+    std::abort();
 }
 
 bool isBrokenPipeIgnored() {
@@ -103,6 +108,11 @@ bool hasChildren() {
 }
 bool takeEndedChild(int64_t id) {
     return ::waitpid(static_cast<pid_t>(id), nullptr, WNOHANG) > 0;
+}
+
+void die() {
+    std::raise(SIGKILL);
+    std::abort();
 }
 
 bool isBrokenPipeIgnored() {

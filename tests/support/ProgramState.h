@@ -26,6 +26,10 @@ bool raiseInterrupt();
 // What programs started from here on find under this name; null for nothing.
 void setEnvironment(const char* name, const char* value);
 
+// Ends this program as if it were killed: no part of it has a last word. The C library's ways out may flush a stream
+// that another thread has just written, for a second time.
+[[noreturn]] void die();
+
 // Whether Windows is not the real one.
 bool isWine();
 

@@ -5,6 +5,7 @@
 #include "kiv/process/Process.h"
 #include "kiv/tasks/ThreadPool.h"
 #include "tests/process/child/Jobs.h"
+#include "tests/support/ProgramState.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -74,11 +75,11 @@ public:
         while (m_reader.valid()) {
             const auto request = m_reader.read();
             if (!request) continue;
-            if (m_answersLeft == 0 && m_way == 0) std::_Exit(3);
+            if (m_answersLeft == 0 && m_way == 0) support::die();
             const auto answer = support::answerTo(*request, Process::getCurrentProcessId());
             if (m_answersLeft == 0 && m_way == 1) sayHalf(*answer);
             m_writer.write(answer.get());
-            if (m_answersLeft == 0 && m_way == 2) std::_Exit(3);
+            if (m_answersLeft == 0 && m_way == 2) support::die();
             --m_answersLeft;
         }
         return 0;
@@ -87,13 +88,13 @@ public:
 private:
     static void dieAfter(std::chrono::microseconds time) {
         std::this_thread::sleep_for(time);
-        std::_Exit(3);
+        support::die();
     }
     static void sayHalf(const Packet& packet) {
         const std::string text = packet.convertToBase16String().to_std_string();
         std::fwrite(text.data(), 1, text.size() / 2, stdout);
         std::fflush(stdout);
-        std::_Exit(3);
+        support::die();
     }
 
     std::mt19937 m_random;

@@ -8,6 +8,6 @@
 std::optional<int> runPacketCommand(const std::string& command, const std::vector<std::string>& arguments);
 
 // What the program does without a command, as supervisors start it: answers jobs (see Jobs.h), with a seed other than 0
-// in the environment variable KIV_TEST_WORKER until it dies soon; ends at once where that is not set. "burst" instead of
-// a seed: answers without being asked, and ends.
+// in the environment variable KIV_TEST_WORKER until it dies soon; ends at once where that is not set. "burst" instead
+// of a seed: answers without being asked, and ends.
 int runWorker();
