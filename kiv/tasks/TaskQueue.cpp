@@ -1,6 +1,7 @@
 #include "kiv/tasks/TaskQueue.h"
 
 #include "kiv/logging/MessageStream.h"
+#include "kiv/logging/Trace.h"
 #include "kiv/tasks/Dispatcher.h"
 #include "kiv/tasks/HardwareConcurrency.h"
 #include "kiv/tasks/MainPool.h"
@@ -21,6 +22,13 @@ constexpr uint32_t noLimit = std::numeric_limits<uint32_t>::max();
 
 void logFailure(const char* what) {
     logging::MessageStream(3, 2) << "[TASKS] a task has failed: " << what;
+}
+
+// For traces.
+const char* nameOf(const TaskQueue& queue) {
+    if (queue.isMainQueue()) return "main queue";
+    if (queue.isIOQueue()) return "I/O queue";
+    return queue.isParallelQueue() ? "parallel queue" : "serial queue";
 }
 
 } // namespace
@@ -192,6 +200,7 @@ inline void TaskQueue::execute(const Run& run, Runner& runner) {
 }
 
 void TaskQueue::processTasks() {
+    const TraceSpan span("queue", nameOf(*this));
     Runner runner(this);
     const bool isParallel = isParallelQueue();
     do {
