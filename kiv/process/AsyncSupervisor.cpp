@@ -101,9 +101,11 @@ struct AsyncSupervisor::Step {
     const uint32_t run;
 };
 
-AsyncSupervisor::AsyncSupervisor(const char* workerPath)
+AsyncSupervisor::AsyncSupervisor(const char* workerPath) : AsyncSupervisor(workerPath, {}) {}
+
+AsyncSupervisor::AsyncSupervisor(const char* workerPath, List<String> arguments)
     : m_queue(makeObject<TaskQueue>(TaskQueue::GlobalDeleteIO)), m_workerPath(workerPath ? workerPath : ""),
-      m_lastAliveTime(now() - backOff + (Random::current().randomUInt() & jitter)) {
+      m_arguments(std::move(arguments)), m_lastAliveTime(now() - backOff + (Random::current().randomUInt() & jitter)) {
     const std::lock_guard lock(Registry::instance().mutex);
     Registry::instance().supervisors.push_back(this);
 }
@@ -231,7 +233,7 @@ bool AsyncSupervisor::startWorker(const Step& step) {
     }
     m_lastAliveTime = now();
     const auto process = makeObject<Process>();
-    if (!process->spawn(m_workerPath)) return false;
+    if (!process->spawn(m_workerPath, m_arguments, nullptr, false)) return false;
     m_process = process;
     m_readsAfterDeath = 0;
     if (Trace::isOn()) {

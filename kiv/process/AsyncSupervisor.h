@@ -28,6 +28,8 @@ public:
     // The program is started without arguments; null is the empty path, which is never started. The first start is
     // delayed at random, up to 2047 ms.
     explicit AsyncSupervisor(const char* workerPath);
+    // With arguments, as Process::spawn() takes them.
+    AsyncSupervisor(const char* workerPath, List<String> arguments);
     AsyncSupervisor(const AsyncSupervisor&) = delete;
     AsyncSupervisor& operator=(const AsyncSupervisor&) = delete;
     ~AsyncSupervisor() override;
@@ -89,6 +91,7 @@ private:
 
     // Of the supervising thread.
     String m_workerPath; // empty once it was not found
+    const List<String> m_arguments;
     SmartPointer<Process> m_process;
     uint32_t m_lastAliveTime; // also of attempts to start one
     unsigned m_readsAfterDeath = 0;
