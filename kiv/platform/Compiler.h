@@ -50,6 +50,13 @@
 #define KIV_PAUSE() __builtin_ia32_pause()
 #endif
 
+// Whether variables of a thread may have destructors: MinGW frees the variables before it runs these.
+#if defined(__MINGW32__)
+#define KIV_HAS_THREAD_DESTRUCTORS 0
+#else
+#define KIV_HAS_THREAD_DESTRUCTORS 1
+#endif
+
 // Whether a sanitizer watches the program's memory or threads: caches of memory would hide mistakes from it.
 #if defined(__has_feature)
 #define KIV_IS_SANITIZED ((__has_feature(address_sanitizer) || __has_feature(thread_sanitizer)))

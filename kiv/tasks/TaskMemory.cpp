@@ -134,18 +134,22 @@ private:
 
 thread_local Cache t_cache;
 
+bool isCached(size_t size) {
+    // Sanitizers see to it themselves that nobody uses a task that is gone.
+    return size <= blockSize && KIV_HAS_THREAD_DESTRUCTORS && !KIV_IS_SANITIZED;
+}
+
 } // namespace
 
 void* allocateTask(size_t size) {
-    // Sanitizers see to it themselves that nobody uses a task that is gone.
-    return size > blockSize || KIV_IS_SANITIZED ? ::operator new(size) : t_cache.allocate();
+    return isCached(size) ? t_cache.allocate() : ::operator new(size);
 }
 
 void freeTask(void* block, size_t size) noexcept {
-    if (size > blockSize || KIV_IS_SANITIZED)
-        ::operator delete(block);
-    else
+    if (isCached(size))
         t_cache.free(block);
+    else
+        ::operator delete(block);
 }
 
 } // namespace kiv::internal
