@@ -419,6 +419,8 @@ void TaskQueue::stop(Stop how) {
     sleepUntil(lock, [this] { return !m_hasAborter; });
     m_hasAborter = true;
     m_aborting = true;
+    // The runs that abort() is called from go on, and what is pushed later stays behind a barrier that was before them.
+    const bool hasBarrier = ownRuns != 0 && isParallelQueue() && !m_pendingSegments.empty();
     // What the one runner of a serial queue has at hand it drops itself.
     if (ownRuns != 0 || isParallelQueue()) {
         for (Run run; m_block.claim(run);) dropEntry(lock, {run.task, 1, run.weight});
@@ -441,7 +443,10 @@ void TaskQueue::stop(Stop how) {
         });
         if (ownRuns != 0) --m_partialSleepers;
     }
-    if (!m_isDying) m_aborting = false;
+    if (!m_isDying) {
+        if (hasBarrier && m_pendingSegments.empty()) m_pendingSegments.emplace_back();
+        m_aborting = false;
+    }
     m_hasAborter = false;
     if (m_sleepers != 0) m_idleCondition.notifyAll();
 }
