@@ -29,8 +29,8 @@ public:
     void dawdle() {
         const unsigned kind = below(16);
         if (kind == 0) std::this_thread::yield();
-        for (volatile unsigned i = 0; kind < 4 && i < 50 * kind; i = i + 1) {
-        }
+        if (kind > 3) return;
+        for (unsigned i = 0; i < 20 * kind; ++i) KIV_PAUSE();
     }
 
 private:
