@@ -67,8 +67,8 @@ class JobWorker {
 public:
     explicit JobWorker(unsigned seed) : m_random(seed) {
         if (seed == 0) return;
-        m_answersLeft = m_random() % 20;
-        m_way = m_random() % 4;
+        m_answersLeft = static_cast<unsigned>(m_random() % 20);
+        m_way = static_cast<unsigned>(m_random() % 4);
         if (m_way == 3) std::thread(&JobWorker::dieAfter, std::chrono::microseconds(m_random() % 4000)).detach();
     }
     int run() {
