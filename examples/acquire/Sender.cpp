@@ -1,16 +1,46 @@
 #include "Sender.h"
 
+#include "kiv/logging/MessageStream.h"
+#include "kiv/process/Process.h"
+
 #include <crc32c/crc32c.h>
 
-bool Sender::sendSlice(const uint8_t* samples) {
-    m_checksum = crc32c::Extend(m_checksum, samples, static_cast<size_t>(m_geometry.getSliceBytes()));
-    const uint64_t tiles = m_geometry.getTilesAcross() * m_geometry.getTilesDown();
-    for (uint64_t i = 0; i < tiles && m_writer.valid(); ++i) sendTile(samples);
-    return m_writer.valid();
+using kiv::logging::MessageStream;
+using study::TileRange;
+
+void Sender::sendHello() {
+    const study::HelloScheme scheme;
+    const auto packet = kiv::makeObject<kiv::Packet>(&scheme, short{0});
+    packet->setInteger(scheme.processId, kiv::Process::getCurrentProcessId());
+    m_writer->write(packet.get());
 }
 
-void Sender::sendTile(const uint8_t* slice) {
-    const study::Geometry::Tile tile = m_geometry.getTile(m_tiles);
+bool Sender::send(const std::vector<TileRange>& wanted, const std::function<bool()>& goesOn) {
+    std::vector<bool> isWanted(static_cast<size_t>(m_geometry.getTiles()));
+    for (const TileRange& range : wanted) {
+        for (uint64_t i = range.first; i < std::min(uint64_t{range.first} + range.count, m_geometry.getTiles()); ++i)
+            isWanted[static_cast<size_t>(i)] = true;
+    }
+    const uint64_t tiles = m_geometry.getTilesOfSlice();
+    for (uint32_t slice = 0; slice < m_geometry.slices; ++slice) {
+        const auto begin = isWanted.begin() + static_cast<ptrdiff_t>(slice * tiles);
+        const auto end = begin + static_cast<ptrdiff_t>(tiles);
+        if (std::find(begin, end, true) == end) continue;
+        if (!goesOn()) return false;
+        if (slice % 16 == 0)
+            MessageStream(1, 2) << "[DEVICE] acquiring slice " << slice + 1 << " of " << m_geometry.slices;
+        const uint8_t* samples = m_volume.getSlice(slice);
+        for (uint64_t i = 0; i < tiles && m_writer->valid(); ++i) {
+            if (begin[static_cast<ptrdiff_t>(i)]) sendTile(samples, slice * tiles + i);
+        }
+    }
+    if (!goesOn()) return false;
+    sendEnd();
+    return m_writer->valid();
+}
+
+void Sender::sendTile(const uint8_t* slice, uint64_t index) {
+    const study::Geometry::Tile tile = m_geometry.getTile(index);
     const size_t rowSize = size_t{tile.width} * m_geometry.getSampleSize();
     m_samples.resize(rowSize * tile.height);
     for (uint32_t row = 0; row < tile.height; ++row) {
@@ -26,18 +56,18 @@ void Sender::sendTile(const uint8_t* slice) {
     packet->setInteger(m_scheme.slices, m_geometry.slices);
     packet->setInteger(m_scheme.tileSize, m_geometry.tileSize);
     packet->setInteger(m_scheme.maximum, m_geometry.maximum);
-    packet->setInteger(m_scheme.index, m_tiles++);
+    packet->setInteger(m_scheme.index, index);
     // Borrowed: the packet is written before the samples of the next tile replace these.
     packet->setBuffer(m_geometry.getSampleSize() == 2 ? m_scheme.samples16 : m_scheme.samples8, m_samples.data(),
                       static_cast<unsigned>(m_samples.size()), false);
     if (m_scheme.checksum) packet->setInteger(m_scheme.checksum, crc32c::Crc32c(m_samples.data(), m_samples.size()));
-    m_writer.write(packet.get());
+    m_writer->write(packet.get());
+    ++m_tiles;
 }
 
-bool Sender::sendEnd() {
+void Sender::sendEnd() {
     const auto packet = kiv::makeObject<kiv::Packet>(&m_endScheme, short{0});
-    packet->setInteger(m_endScheme.tiles, m_tiles);
-    packet->setInteger(m_endScheme.checksum, m_checksum);
-    m_writer.write(packet.get());
-    return m_writer.valid();
+    packet->setInteger(m_endScheme.tiles, m_geometry.getTiles());
+    packet->setInteger(m_endScheme.checksum, m_volume.getChecksum());
+    m_writer->write(packet.get());
 }

@@ -1,35 +1,38 @@
 #pragma once
 
-#include "examples/common/Study.h"
+#include "Volume.h"
+#include "examples/study/Study.h"
 
 #include "kiv/data/Item.h"
 #include "kiv/data/StdOutPacketWriter.h"
 
+#include <functional>
 #include <vector>
 
-// Sends a study, slice by slice, as packets on standard output.
+// Sends a study, or what is wanted of it, as packets on standard output.
 class Sender {
 public:
-    // The scheme and the writer outlive the sender. Requires: geometry.isValid().
-    Sender(const study::TileScheme& scheme, const study::Geometry& geometry, const kiv::Item& about,
-           kiv::PacketWriter& writer)
-        : m_scheme(scheme), m_geometry(geometry), m_about(about), m_writer(writer) {}
+    // The first devices sent tiles without checksums.
+    Sender(Volume& volume, study::TileScheme::Generation generation)
+        : m_scheme(generation), m_volume(volume), m_geometry(volume.getGeometry()), m_about(volume.describe()) {}
 
-    // The next slice: width * height samples. False when nobody takes them any more.
-    bool sendSlice(const uint8_t* samples);
-    // Behind the last slice.
-    bool sendEnd();
-    uint32_t getSentTiles() const { return m_tiles; }
+    // Names this process.
+    void sendHello();
+    // The tiles, slice by slice, and the end. Asks before each slice whether to go on. False when it was not to, or
+    // when nobody takes packets any more.
+    bool send(const std::vector<study::TileRange>& wanted, const std::function<bool()>& goesOn);
+    uint64_t getSentTiles() const { return m_tiles; }
 
 private:
-    void sendTile(const uint8_t* slice);
+    void sendTile(const uint8_t* slice, uint64_t index);
+    void sendEnd();
 
-    const study::TileScheme& m_scheme;
+    const study::TileScheme m_scheme;
     const study::EndScheme m_endScheme;
+    Volume& m_volume;
     const study::Geometry m_geometry;
     const kiv::Item m_about;
-    kiv::PacketWriter& m_writer;
+    const kiv::SmartPointer<kiv::StdOutPacketWriter> m_writer = kiv::makeObject<kiv::StdOutPacketWriter>();
     std::vector<uint8_t> m_samples; // of one tile
-    uint32_t m_tiles = 0;
-    uint32_t m_checksum = 0;
+    uint64_t m_tiles = 0;
 };

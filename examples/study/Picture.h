@@ -1,6 +1,6 @@
 #pragma once
 
-#include "examples/common/Study.h"
+#include "examples/study/Study.h"
 
 #include <cstdint>
 #include <string>

@@ -14,6 +14,7 @@
 // A study, and the log of how it came, as a tree in a store:
 //     study;about          a table: of what it is, and which series of it
 //     study;tiles;GUID:x   one entry a tile, each a packet of the newest scheme
+//     study;slices;INT:n   a table: what was found out about this slice
 //     study;end            the sender's last word
 //     log                  the lines of the log
 //     names                where names of entries are drawn from
@@ -24,6 +25,10 @@ public:
 
     // A packet that the collection has just taken. A tile gets its name in the table.
     void add(kiv::Packet& packet);
+    // Of a slice whose last tile was just added: in one transaction with that.
+    void addFindings(uint32_t slice, const kiv::Item& findings);
+    // Null when there are none.
+    const kiv::Item* getFindings(uint32_t slice) const;
     // Behind the last packet.
     void finish();
     // Moves what was logged meanwhile to the store.
@@ -42,6 +47,7 @@ public:
 
 private:
     kiv::Item key(const char* first, const char* second = nullptr) const;
+    kiv::Item keyOfSlice(uint32_t slice) const;
     void addTile(kiv::Packet& tile);
 
     const Collection& m_collection;

@@ -20,7 +20,10 @@ void appendTree(std::string& text, const Item& key) {
         name.replace(digits + 8, 56, "..");
     Item value;
     if (const Item* stored = key.fetch()) value = *stored;
-    text += fmt::format("{:<36}{}", name, value.asBrowsableString().view());
+    constexpr size_t widest = 72;
+    std::string shown = value.asBrowsableString().to_std_string();
+    if (shown.size() > widest) shown = shown.substr(0, widest) + "..";
+    text += fmt::format("{:<36}{}", name, shown);
     text.erase(text.find_last_not_of(' ') + 1);
     text += '\n';
 
@@ -80,6 +83,21 @@ void StudyStore::addTile(kiv::Packet& tile) {
         m_slice = slice;
     }
     m_tileNames[index] = m_table->add(tile);
+}
+
+Item StudyStore::keyOfSlice(uint32_t slice) const {
+    Item result = key("study", "slices");
+    result.add(slice);
+    return result;
+}
+
+void StudyStore::addFindings(uint32_t slice, const Item& findings) {
+    keyOfSlice(slice).store(findings);
+    if (m_slice == slice) finish();
+}
+
+const Item* StudyStore::getFindings(uint32_t slice) const {
+    return keyOfSlice(slice).fetch();
 }
 
 void StudyStore::finish() {

@@ -10,8 +10,8 @@ ProgressLine::ProgressLine() : m_isShown(kiv::internal::isTerminal(StandardStrea
 }
 
 ProgressLine::~ProgressLine() {
-    erase();
     kiv::internal::setStandardOutputSink(nullptr);
+    erase();
 }
 
 bool ProgressLine::isDue() const {
@@ -19,6 +19,8 @@ bool ProgressLine::isDue() const {
 }
 
 void ProgressLine::show(std::string_view text) {
+    if (!m_isShown) return;
+    const std::lock_guard lock(m_mutex);
     const unsigned width = kiv::internal::getTerminalWidth(StandardStream::Error);
     if (width != 0) text = text.substr(0, width - 1);
     const size_t rest = std::max(m_columns, text.size()) - text.size();
@@ -33,6 +35,7 @@ void ProgressLine::erase() {
 }
 
 bool ProgressLine::write(std::string_view text) {
+    const std::lock_guard lock(m_mutex);
     erase();
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "examples/common/Study.h"
+#include "examples/study/Study.h"
 
 #include "kiv/data/Item.h"
 #include "kiv/data/Packet.h"
@@ -27,6 +27,9 @@ public:
     const kiv::Item& getAbout() const { return m_about; }
     uint64_t getReceivedTiles() const { return m_receivedTiles; }
     uint64_t getMissingTiles() const { return m_geometry ? m_geometry->getTiles() - m_receivedTiles : 0; }
+    // What to ask for: the tiles that are missing. When these are in too many ranges, the last one goes to the end.
+    std::vector<study::TileRange> getMissingRanges() const;
+    bool hasSlice(uint32_t slice) const;
     // Of tiles that came without checksum.
     uint64_t getUncheckedTiles() const { return m_uncheckedTiles; }
     bool hasEnd() const { return m_end.has_value(); }

@@ -4,6 +4,7 @@
 
 #include <crc32c/crc32c.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -93,6 +94,29 @@ bool Collection::confirms(kiv::Packet& packet) const {
         return packet.fit(&m_endScheme) && m_end && unsignedOf(packet, m_endScheme.checksum) == m_end->checksum;
     Tile tile{};
     return packet.fit(&m_tileScheme) && readTile(packet, tile) && isSame(tile);
+}
+
+std::vector<study::TileRange> Collection::getMissingRanges() const {
+    if (!m_geometry) return {study::allTiles};
+    std::vector<study::TileRange> ranges;
+    for (size_t i = 0; i < m_hasTile.size(); ++i) {
+        if (m_hasTile[i]) continue;
+        if (i > 0 && !m_hasTile[i - 1]) {
+            ++ranges.back().count;
+        } else if (ranges.size() < study::RequestScheme::largestRangeCount) {
+            ranges.push_back({static_cast<uint32_t>(i), 1});
+        } else {
+            ranges.back().count = UINT32_MAX;
+            break;
+        }
+    }
+    return ranges;
+}
+
+bool Collection::hasSlice(uint32_t slice) const {
+    const auto tiles = static_cast<ptrdiff_t>(m_geometry->getTilesOfSlice());
+    const auto begin = m_hasTile.begin() + tiles * slice;
+    return std::find(begin, begin + tiles, false) == begin + tiles;
 }
 
 bool Collection::agreesWithSender() const {

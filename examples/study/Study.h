@@ -9,6 +9,14 @@
 
 namespace study {
 
+// Tiles one after another.
+struct TileRange {
+    uint32_t first;
+    uint32_t count;
+};
+// What asks for a study of which nothing is known yet.
+constexpr TileRange allTiles{0, UINT32_MAX};
+
 // A study as every tile describes it: slices of equal size, each cut into square tiles that are numbered row by row,
 // slice after slice. Samples have one byte where `maximum` fits one, else two.
 struct Geometry {
@@ -50,6 +58,7 @@ struct Geometry {
         tile.height = std::min(tileSize, height - tile.y);
         return tile;
     }
+    uint64_t getTilesOfSlice() const { return getTilesAcross() * getTilesDown(); }
     // Of the tile's row in all samples of the study.
     uint64_t getRowOffset(const Tile& tile, uint32_t row) const {
         const uint64_t line = uint64_t{tile.slice} * height + tile.y + row;
@@ -90,12 +99,30 @@ struct TileScheme : kiv::PacketScheme {
     Field id;
 };
 
-// The sender's last word. Without it the study has been cut off.
+// The sender's last word, when all that was asked for has been sent. Without it the study has been cut off.
 struct EndScheme : kiv::PacketScheme {
     EndScheme() : PacketScheme(202, "Example", "Acquisition", "End") {}
 
     const Field tiles = Number<uint32_t>("tiles");
     const Field checksum = Number<uint32_t>("checksum"); // CRC-32C of all samples, slice by slice, row by row
+};
+
+// What a host wants from a device: the tiles it has not got. They come in ascending order, and behind them the last
+// word on the whole study. A new request takes the place of the one before.
+struct RequestScheme : kiv::PacketScheme {
+    static constexpr unsigned largestRangeCount = 4096;
+
+    RequestScheme() : PacketScheme(203, "Example", "Acquisition", "Request") {}
+
+    // Pairs: the first tile of a range, and how many there are, which may be more than the study has.
+    const Field ranges = Numbers<uint32_t>("ranges", UpTo(2 * largestRangeCount));
+};
+
+// The first word of a device that waits for requests.
+struct HelloScheme : kiv::PacketScheme {
+    HelloScheme() : PacketScheme(204, "Example", "Acquisition", "Hello") {}
+
+    const Field processId = Number<int64_t>("processId");
 };
 
 } // namespace study

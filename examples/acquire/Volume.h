@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Phantom.h"
+#include "examples/study/Study.h"
+
+#include "kiv/data/Item.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// What the device sees: a phantom whose slices are computed when they are asked for, or a picture.
+class Volume {
+public:
+    struct Options {
+        uint32_t size = 256;
+        uint32_t slices = 64;
+        unsigned bits = 16;
+        unsigned oversampling = 2;
+        std::string image; // the UTF-8 path of a PGM file; empty for the phantom
+        uint32_t tileSize = 64;
+    };
+
+    // An empty text, or why there is nothing to see.
+    std::string open(const Options& options);
+
+    const study::Geometry& getGeometry() const { return m_geometry; }
+    // The study's, as every tile has it.
+    kiv::Item describe() const;
+    // width * height samples.
+    const uint8_t* getSlice(uint32_t slice);
+    // CRC-32C of all slices.
+    uint32_t getChecksum();
+
+private:
+    study::Geometry m_geometry;
+    std::optional<Phantom> m_phantom;
+    std::vector<uint8_t> m_samples;
+    std::vector<bool> m_hasSlice;
+};
