@@ -5,6 +5,7 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/core/Clock.h"
 #include "kiv/files/ResourceLocator.h"
+#include "kiv/process/AsyncSupervisor.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/store/MemoryStore.h"
 #include "kiv/system/Application.h"
@@ -262,6 +263,23 @@ TEST(SystemLife, TheEndReleasesEverythingThatIsLeftInAnyOrder) {
         EXPECT_EQ(pushed, 1);
         EXPECT_EQ(g_chained, 0) << "round " << round;
     }
+}
+
+// Else it would wait for ever for the threads they are on.
+TEST_F(SystemTest, TheEndStopsSupervisorsThatNobodyHasStopped) {
+    struct Supervisor : AsyncSupervisor {
+        Supervisor() : AsyncSupervisor("/no/such/worker") {}
+        ~Supervisor() override { terminate(); }
+        using AsyncSupervisor::start;
+        void onProcessStarted() override {}
+        void onProcessQuit() override {}
+        void onPacket(Packet*) override {}
+    } at, work;
+    at.start();
+    work.start();
+    while (System::getThreadPool()->getIdleCount() == System::getThreadPool()->getThreadCount()) {
+    }
+    EXPECT_TRUE(System::deinitialize());
 }
 
 TEST(SystemLife, ServicesThatAreStillHeldDoNotDisturbTheNextSystem) {
