@@ -39,6 +39,7 @@ void describe(CLI::App& app, Options& options) {
     app.add_option("--image", options.volume.image, "A binary PGM file, 8 or 16 bit, to send in place of the phantom")
         ->type_name("FILE");
     number("--tile", options.volume.tileSize, "Pixels across and down a tile", 1u, Geometry::largestTile);
+    number("--pace", options.volume.pace, "Milliseconds that a slice takes at least", 0u, 10000u);
     number("--scheme-version", options.schemeVersion, "1: as the first devices did, without checksums", 1u, 2u);
     app.add_flag("--worker", options.isWorker, "Wait for requests on standard input, and send what they want");
 }

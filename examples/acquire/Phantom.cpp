@@ -39,10 +39,11 @@ double densityAt(double x, double y, double z) {
     double density = 0;
     for (size_t i = 0; i < std::size(ellipsoids); ++i) {
         const Ellipsoid& e = ellipsoids[i];
-        const double dx = x - e.x, dy = y - e.y, dz = z - e.z;
+        const double w = (z - e.z) / e.c;
+        if (w * w > 1) continue;
+        const double dx = x - e.x, dy = y - e.y;
         const double u = (dx * rotations[i].cosine + dy * rotations[i].sine) / e.a;
         const double v = (dy * rotations[i].cosine - dx * rotations[i].sine) / e.b;
-        const double w = dz / e.c;
         if (u * u + v * v + w * w <= 1) density += e.density;
     }
     return density;

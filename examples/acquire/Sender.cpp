@@ -29,7 +29,7 @@ bool Sender::send(const std::vector<TileRange>& wanted, const std::function<bool
         if (!goesOn()) return false;
         if (slice % 16 == 0)
             MessageStream(1, 2) << "[DEVICE] acquiring slice " << slice + 1 << " of " << m_geometry.slices;
-        const uint8_t* samples = m_volume.getSlice(slice);
+        const uint8_t* samples = m_volume.acquireSlice(slice);
         for (uint64_t i = 0; i < tiles && m_writer->valid(); ++i) {
             if (begin[static_cast<ptrdiff_t>(i)]) sendTile(samples, slice * tiles + i);
         }

@@ -4,9 +4,12 @@
 
 #include <crc32c/crc32c.h>
 
+#include <thread>
+
 std::string Volume::open(const Options& options) {
     PgmFile image;
     m_geometry.tileSize = options.tileSize;
+    m_pace = std::chrono::milliseconds(options.pace);
     if (options.image.empty()) {
         m_geometry.width = m_geometry.height = options.size;
         m_geometry.slices = options.slices;
@@ -39,6 +42,13 @@ kiv::Item Volume::describe() const {
     about.addPrefix("table");
     about.addItem(pairs);
     return about;
+}
+
+const uint8_t* Volume::acquireSlice(uint32_t slice) {
+    const auto begin = std::chrono::steady_clock::now();
+    const uint8_t* samples = getSlice(slice);
+    std::this_thread::sleep_until(begin + m_pace);
+    return samples;
 }
 
 const uint8_t* Volume::getSlice(uint32_t slice) {

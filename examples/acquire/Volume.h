@@ -5,6 +5,7 @@
 
 #include "kiv/data/Item.h"
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ public:
         unsigned oversampling = 2;
         std::string image; // the UTF-8 path of a PGM file; empty for the phantom
         uint32_t tileSize = 64;
+        unsigned pace = 0; // milliseconds that a slice takes at least
     };
 
     // An empty text, or why there is nothing to see.
@@ -27,13 +29,16 @@ public:
     const study::Geometry& getGeometry() const { return m_geometry; }
     // The study's, as every tile has it.
     kiv::Item describe() const;
-    // width * height samples.
-    const uint8_t* getSlice(uint32_t slice);
+    // width * height samples; takes its time.
+    const uint8_t* acquireSlice(uint32_t slice);
     // CRC-32C of all slices.
     uint32_t getChecksum();
 
 private:
+    const uint8_t* getSlice(uint32_t slice);
+
     study::Geometry m_geometry;
+    std::chrono::milliseconds m_pace{0};
     std::optional<Phantom> m_phantom;
     std::vector<uint8_t> m_samples;
     std::vector<bool> m_hasSlice;

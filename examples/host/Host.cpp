@@ -27,6 +27,10 @@ std::filesystem::path pathOf(const std::string& utf8) {
     return std::u8string(utf8.begin(), utf8.end());
 }
 
+std::string countDeaths(unsigned deaths) {
+    return fmt::format("{} death{}", deaths, deaths == 1 ? "" : "s");
+}
+
 std::string fileName(const std::string& path) {
     const std::u8string name = pathOf(path).filename().u8string();
     return {name.begin(), name.end()};
@@ -72,6 +76,7 @@ void Host::onShutdown() {
 }
 
 void Host::giveUp(const std::string& why) {
+    m_progress->cancel();
     m_line.reset();
     m_folder.complain(why);
     m_isOver = true;
@@ -96,11 +101,10 @@ void Host::onHello(int64_t processId) {
 
 void Host::onStudyPacket(kiv::Packet& packet) {
     m_patience->scheduleIn(patience);
-    if (m_folder.take(packet) != Collection::Result::Taken &&
-        packet.getID() != m_folder.getCollection().getEndScheme().getID())
-        return;
     const Collection& collection = m_folder.getCollection();
+    const Collection::Result result = m_folder.take(packet);
     if (packet.getID() == collection.getEndScheme().getID()) return onEnd();
+    if (result != Collection::Result::Taken) return;
     const study::Geometry& geometry = *collection.getGeometry();
     const auto index = static_cast<uint64_t>(packet.getInteger(collection.getTileScheme().index));
     const uint32_t slice = geometry.getTile(index).slice;
@@ -138,7 +142,7 @@ void Host::measure(uint32_t slice) {
 
 void Host::showProgress() {
     const std::string text =
-        fmt::format("{}, {} slices measured, {} deaths", m_folder.describeProgress(), m_measuredSlices, m_deaths);
+        fmt::format("{}, {} slices measured, {}", m_folder.describeProgress(), m_measuredSlices, countDeaths(m_deaths));
     if (m_line->isShown())
         m_line->show(text);
     else
@@ -167,6 +171,6 @@ int Host::finish() {
     bool isGood = m_folder.isOpen() && m_folder.finish();
     isGood = checkFindings() && isGood;
     kiv::internal::writeStandardOutput(
-        m_folder.summarise(fmt::format("{} slices measured, {} deaths survived, ", m_measuredSlices, m_deaths)));
+        m_folder.summarise(fmt::format("{} slices measured, {} survived, ", m_measuredSlices, countDeaths(m_deaths))));
     return isGood && !m_folder.hasRefused() ? 0 : 1;
 }
