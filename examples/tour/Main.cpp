@@ -1,9 +1,12 @@
 #include "Tour.h"
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc > 1) return beChild(), 0; // started by showProcesses()
     showValues();
     showRecords();
     showStores();
     showObjects();
     showLogging();
+    showTasks();
+    showProcesses(argv[0]);
 }

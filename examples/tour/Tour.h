@@ -6,3 +6,7 @@ void showRecords();
 void showStores();
 void showObjects();
 void showLogging();
+void showTasks();
+void showProcesses(const char* program);
+// What that starts the program again for.
+void beChild();
