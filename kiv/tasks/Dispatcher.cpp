@@ -216,7 +216,9 @@ void Dispatcher::work(Worker& worker) {
 void Dispatcher::serve(Lock& lock, TaskQueue* queue) {
     const int io = queue->isIOQueue(); // the queue may be gone when it has been served
     m_maxThreads += io;
-    const bool needsThread = io != 0 && m_idle == 0 && m_threads < m_maxThreads;
+    // The thread more that there may be now is also for requests beyond what the idle threads were woken for.
+    const bool isShort = m_idle == 0 || m_unclaimed.load() > static_cast<uint64_t>(m_idle + m_starting);
+    const bool needsThread = io != 0 && isShort && m_threads < m_maxThreads;
     m_threads += needsThread;
     m_starting += needsThread;
     lock.unlock();

@@ -106,6 +106,7 @@ private:
     static constexpr unsigned prefetched = 4; // so many blocks before they are used
 
     bool refill() {
+        if (m_isOver) return false;
         Batch* full = m_reserve ? std::exchange(m_reserve, nullptr) : depot().takeFull();
         if (!full) return false;
         if (m_batch) depot().giveEmpty(m_batch);

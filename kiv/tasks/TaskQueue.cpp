@@ -87,6 +87,14 @@ void TaskQueue::Task::operator delete(void* task, size_t size) noexcept {
     internal::freeTask(task, size);
 }
 
+void* TaskQueue::Task::operator new(size_t size, std::align_val_t alignment) {
+    return ::operator new(size, alignment);
+}
+
+void TaskQueue::Task::operator delete(void* task, size_t, std::align_val_t alignment) noexcept {
+    ::operator delete(task, alignment);
+}
+
 TaskQueue::TaskQueue(Type type, int queueID)
     : m_type(type), m_queueID(queueID), m_dispatcher(type == Main ? nullptr : internal::Dispatcher::current()),
       m_mainPool(type == Main ? MainPool::current() : nullptr) {}
@@ -239,7 +247,7 @@ bool TaskQueue::refill() {
 }
 
 // Threads that are asked for but have not come are of no use to a queue that has run dry: whoever waits for the queue
-// would wait for them. True when there may be runs again.
+// would wait for them. True when this runner has to look again: much may have happened while the mutex was released.
 bool TaskQueue::takeBackRequests(Lock& lock) {
     if (!m_dispatcher || m_activeRunners.load(std::memory_order_relaxed) < 2 || !m_dispatcher->hasRequests())
         return false;
@@ -247,7 +255,8 @@ bool TaskQueue::takeBackRequests(Lock& lock) {
     const uint32_t cancelled = m_dispatcher->cancel(this);
     lock.lock();
     runnersEnded(cancelled);
-    if (m_currentSegment.empty()) return cancelled != 0;
+    if (m_currentSegment.empty() && m_block.empty())
+        return cancelled != 0 || m_activeRunners.load(std::memory_order_relaxed) == 1;
     if (const uint32_t requested = addRunners(cancelled)) {
         lock.unlock();
         requestRunners(requested);
@@ -362,8 +371,8 @@ bool TaskQueue::isRefused(const char* operation) const {
 }
 
 void TaskQueue::wait() {
-    if (empty() || isRefused("wait")) return;
     const uint32_t epoch = m_idleEpoch.load(std::memory_order_acquire);
+    if (empty() || isRefused("wait")) return;
     const auto isOver = [&] { return empty() || m_idleEpoch.load(std::memory_order_acquire) != epoch; };
     for (int i = 0; i < waitSpins && !isOver(); ++i) KIV_PAUSE();
     Lock lock(m_mutex);
@@ -410,14 +419,16 @@ void TaskQueue::stop(Stop how) {
     }
     Lock lock(m_mutex);
     if (how != Stop::Abort) m_isDying = true;
-    if (m_hasAborter && ownRuns != 0) {
+    // From the destructor of a task that is dropped.
+    if (how != Stop::Destroy && m_aborter == std::this_thread::get_id()) return;
+    if (m_aborter && ownRuns != 0) {
         // The other one waits for this run to return, and the destructor for the other one's.
         if (how != Stop::Destroy) return;
         m_isTakenOver = true;
         m_idleCondition.notifyAll();
     }
-    sleepUntil(lock, [this] { return !m_hasAborter; });
-    m_hasAborter = true;
+    sleepUntil(lock, [this] { return !m_aborter; });
+    m_aborter = std::this_thread::get_id();
     m_aborting = true;
     // The runs that abort() is called from go on, and what is pushed later stays behind a barrier that was before them.
     const bool hasBarrier = ownRuns != 0 && isParallelQueue() && !m_pendingSegments.empty();
@@ -427,15 +438,17 @@ void TaskQueue::stop(Stop how) {
     }
     dropAll(lock);
     lock.unlock();
-    if (m_mainPool) {
-        assert(m_mainPool->isMainThread());
-        const unsigned removed = m_mainPool->removeMainQueue(this);
-        lock.lock();
-        if (removed != 0) runnersEnded(removed);
-    } else {
-        const uint32_t cancelled = m_dispatcher ? m_dispatcher->cancel(this) : 0;
-        lock.lock();
-        if (cancelled != 0) runnersEnded(cancelled);
+    assert(!m_mainPool || m_mainPool->isMainThread());
+    const uint32_t requests = m_mainPool     ? m_mainPool->removeMainQueue(this)
+                              : m_dispatcher ? m_dispatcher->cancel(this)
+                                             : 0;
+    lock.lock();
+    if (requests != 0) {
+        runnersEnded(requests);
+        // A barrier that was pushed meanwhile would be a pause: no runner is left to go over it.
+        if (empty()) m_pendingSegments.clear();
+    }
+    if (!isMainQueue()) {
         if (ownRuns != 0) ++m_partialSleepers;
         sleepUntil(lock, [&] {
             return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns ||
@@ -447,7 +460,7 @@ void TaskQueue::stop(Stop how) {
         if (hasBarrier && m_pendingSegments.empty()) m_pendingSegments.emplace_back();
         m_aborting = false;
     }
-    m_hasAborter = false;
+    m_aborter.reset();
     if (m_sleepers != 0) m_idleCondition.notifyAll();
 }
 

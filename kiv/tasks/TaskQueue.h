@@ -11,6 +11,9 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <optional>
+#include <thread>
 
 namespace kiv {
 
@@ -82,7 +85,10 @@ public:
     unsigned getNumberOfQueuedTasks();
     // The weights of all runs that are queued or in progress, modulo 2^32.
     unsigned getWorkload() const {
-        return m_keptWeight.load(std::memory_order_relaxed) - m_finishedWeight.load(std::memory_order_relaxed);
+        // The finished runs first: what they were pushed with is then among the others, and the difference not
+        // negative.
+        const uint32_t finished = m_finishedWeight.load(std::memory_order_acquire);
+        return m_keptWeight.load(std::memory_order_relaxed) - finished;
     }
     bool isAborting() const { return m_aborting.load(std::memory_order_relaxed); }
     Type getType() const { return m_type; }
@@ -149,10 +155,10 @@ private:
     // By a run. Those of a serial queue have it for themselves.
     void finishWeight(uint32_t weight) {
         if (isParallelQueue())
-            m_finishedWeight.fetch_add(weight, std::memory_order_relaxed);
+            m_finishedWeight.fetch_add(weight, std::memory_order_release);
         else
             m_finishedWeight.store(m_finishedWeight.load(std::memory_order_relaxed) + weight,
-                                   std::memory_order_relaxed);
+                                   std::memory_order_release);
     }
 
     // What runners and pushers only read has cache lines of its own, and so has what either of them writes.
@@ -176,11 +182,11 @@ private:
     std::deque<Segment> m_pendingSegments;
     internal::Condition m_idleCondition;
     uint32_t m_sleepers = 0;
-    uint32_t m_partialSleepers = 0; // of these, who wait for fewer runners but not for none
-    uint32_t m_parked = 0;          // runners that have left and look whether they are summoned
-    bool m_hasAborter = false;
-    bool m_isDying = false;     // disabled or destroyed
-    bool m_isTakenOver = false; // by the destructor, from a run that aborts
+    uint32_t m_partialSleepers = 0;           // of these, who wait for fewer runners but not for none
+    uint32_t m_parked = 0;                    // runners that have left and look whether they are summoned
+    std::optional<std::thread::id> m_aborter; // who is in stop(), if anybody
+    bool m_isDying = false;                   // disabled or destroyed
+    bool m_isTakenOver = false;               // by the destructor, from a run that aborts
     bool m_isDestroyed = false; // who sleeps is to leave, also when it is one of the queue's runs that destroys it
 
     alignas(64) std::atomic<uint32_t> m_finishedWeight{0};
@@ -195,6 +201,8 @@ public:
 
     static void* operator new(size_t size);
     static void operator delete(void* task, size_t size) noexcept;
+    static void* operator new(size_t size, std::align_val_t alignment);
+    static void operator delete(void* task, size_t size, std::align_val_t alignment) noexcept;
 };
 
 // Into how many pieces to cut `total` units of work.

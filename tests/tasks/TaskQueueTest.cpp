@@ -242,6 +242,77 @@ TEST_F(TaskQueueTest, AbortsTwiceAtOnce) {
     ran.pass();
 }
 
+TEST_F(TaskQueueTest, AbortsAgainFromTasksThatItDrops) {
+    TaskQueue queue(Type::Serial);
+    Blocker blocker(queue);
+    struct Owner { // dies with the task
+        explicit Owner(TaskQueue& own) : queue(own) {}
+        Owner(const Owner&) = delete;
+        Owner& operator=(const Owner&) = delete;
+        ~Owner() {
+            queue.abort();
+            queue.pushBarrier();
+        }
+        TaskQueue& queue;
+    };
+    queue.pushBarrier();
+    queue.pushTask(makeTask([owner = std::make_unique<Owner>(queue)] {}));
+    std::jthread opener([&] {
+        waitUntil([&] { return TaskQueuePeek::sleepers(queue) == 1; });
+        blocker.release();
+    });
+    queue.abort();
+    EXPECT_TRUE(isClean(queue) && !queue.isAborting());
+
+    // Also where no runner is left to go over the barrier.
+    TaskQueue other(Type::Serial), busy(parallel);
+    std::vector<std::unique_ptr<Blocker>> all;
+    for (int i = m_pool.getMaxThreads(); i > 0; --i) all.push_back(std::make_unique<Blocker>(busy));
+    other.pushTask(makeTask([] {}));
+    other.pushBarrier();
+    other.pushTask(makeTask([owner = std::make_unique<Owner>(other)] {}));
+    other.abort();
+    EXPECT_TRUE(isClean(other));
+}
+
+TEST_F(TaskQueueTest, RunsWhatIsBehindABarrierWhileOthersWantItsThreads) {
+    const auto threads = static_cast<unsigned>(m_pool.getMaxThreads());
+    const auto nothing = makeTask([] {});
+    for (unsigned round = 0; round < 3000 && !HasFailure(); ++round) {
+        TaskQueue queue(parallel), others[] = {TaskQueue(Type::Serial), TaskQueue(Type::Serial),
+                                               TaskQueue(Type::Serial), TaskQueue(Type::Serial)};
+        std::atomic<unsigned> inside{0};
+        std::atomic<bool> isOpen{false}, ran{false};
+        queue.pushTaskN(threads, makeTask([&] {
+                                     ++inside;
+                                     while (!isOpen) std::this_thread::yield();
+                                 }).get());
+        queue.pushBarrier();
+        queue.pushTask(makeTask([&] { ran = true; }));
+        waitUntil([&] { return inside == threads; });
+        for (TaskQueue& other : others) other.pushTask(nothing);
+        isOpen = true;
+        while (!queue.empty()) m_pool.getIdleCount(); // keeps the runners from leaving quickly
+        EXPECT_TRUE(ran) << "round " << round;
+    }
+}
+
+TEST_F(TaskQueueTest, HasAWorkloadThatIsNeverNegative) {
+    TaskQueue queue(Type::Serial);
+    std::jthread looker([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            const unsigned workload = queue.getWorkload();
+            if (workload > 0x7FFFFFFF) {
+                ADD_FAILURE() << workload;
+                return;
+            }
+        }
+    });
+    const auto task = makeTask([] {});
+    for (int i = 0; i < 100000; ++i) queue.pushTask(task);
+    queue.wait();
+}
+
 TEST_F(TaskQueueTest, DoesNotWaitForItself) {
     for (const Type type : {Type::Serial, parallel}) {
         support::LogLines lines;
@@ -416,6 +487,17 @@ TEST_F(TaskQueueTest, TakesNothingOnceItIsDisabled) {
     queue.disable();
     queue.pushTaskN(4, shares.task().get());
     EXPECT_TRUE(isClean(queue) && queue.isAborting() && shares.inUse() == 0);
+}
+
+TEST_F(TaskQueueTest, AlignsTasks) {
+    struct alignas(64) Wide {
+        char bytes[64];
+    };
+    std::vector<SmartPointer<TaskQueue::Task>> tasks;
+    for (int i = 0; i < 8; ++i) {
+        tasks.push_back(makeTask([wide = Wide()] { static_cast<void>(wide); }));
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(tasks.back().get()) % 64, 0u);
+    }
 }
 
 TEST(TaskQueueWithoutPool, RunsNothingAndSaysSo) {

@@ -120,6 +120,22 @@ TEST_F(ThreadPoolTest, HasAThreadMoreForEachBusyIOQueue) {
     waitUntil([&] { return m_pool->getMaxThreads() == m_limit; });
 }
 
+TEST_F(ThreadPoolTest, HasAThreadMoreForAnIOQueueAlsoWhereAnIdleOneIsSpokenFor) {
+    for (int round = 0; round < 300; ++round) {
+        m_pool = nullptr;
+        m_pool = makeObject<ThreadPool>();
+        for (int i = 0; i < m_limit; ++i) m_pool->startWorker();
+        expectIdle(m_limit);
+        // The last task ends the others, one of which leaves its processor to it.
+        std::list<TaskQueue> queues;
+        Gate gate;
+        queues.emplace_back(Type::Serial | Type::IO).pushTask(makeTask([&] { gate.pass(); }));
+        for (int i = 1; i < m_limit; ++i) queues.emplace_back(Type::Serial).pushTask(makeTask([&] { gate.pass(); }));
+        queues.emplace_back(Type::Serial).pushTask(makeTask([&] { gate.open(); }));
+        for (TaskQueue& queue : queues) queue.wait();
+    }
+}
+
 TEST_F(ThreadPoolTest, RetiresThreadsThatWereIdleForLong) {
     for (int i = 0; i < m_limit + 4; ++i) m_pool->startWorker();
     expectIdle(m_limit + 4);
