@@ -23,11 +23,14 @@ public:
     // Replaces the bytes by those that have come since the last call. False when that is nothing and the input has
     // ended.
     bool take(std::string& bytes);
+    // Waits until take() has bytes or the end to tell, at most so many milliseconds; 0xFFFFFFFF is no limit.
+    void wait(unsigned milliseconds);
 
 private:
     void readAhead();
     bool waitForRoom();
     void add(const char* bytes, size_t size);
+    void end();
 
     InputWait m_input;
     SmartPointer<TaskQueue> m_queue;
@@ -35,6 +38,7 @@ private:
     std::mutex m_mutex;
     // Guarded by it.
     std::condition_variable m_roomCondition;
+    std::condition_variable m_newsCondition;
     std::string m_bytes;
     bool m_hasEnded = false;
     bool m_isStopping = false;

@@ -1,9 +1,12 @@
 #include "kiv/data/StdInPacketReader.h"
 
+#include "kiv/core/Clock.h"
 #include "kiv/data/BackgroundInput.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/StandardInput.h"
 #include "kiv/tasks/ThreadPool.h"
+
+#include <algorithm>
 
 namespace kiv {
 
@@ -22,6 +25,19 @@ SmartPointer<Packet> StdInPacketReader::read() {
         if (SmartPointer<Packet> packet = takeLine(line)) return packet;
     }
     return nullptr;
+}
+
+SmartPointer<Packet> StdInPacketReader::readTimeout(unsigned timeout, unsigned) {
+    SmartPointer<Packet> packet = read();
+    if (!m_background) return packet;
+    constexpr unsigned forEver = 0xFFFFFFFF;
+    const int64_t start = Clock::current().getMilliseconds();
+    for (unsigned left = timeout; !packet && !m_hasEnded && left > 0; packet = read()) {
+        m_background->wait(left);
+        const int64_t passed = Clock::current().getMilliseconds() - start;
+        if (timeout != forEver) left = static_cast<unsigned>(std::max<int64_t>(timeout - passed, 0));
+    }
+    return packet;
 }
 
 bool StdInPacketReader::nextLine(std::string_view& line) {

@@ -31,6 +31,9 @@ public:
     bool valid() override;
     // Waits for the next packet; null when the input has ended, or when there is none yet and blocking is disabled.
     SmartPointer<Packet> read() override;
+    // While blocking is disabled: waits for the next packet at most `timeout` milliseconds, 0xFFFFFFFF is no limit.
+    // What comes is noticed at once, the interval does not matter. Else what read() does.
+    SmartPointer<Packet> readTimeout(unsigned timeout, unsigned interval) override;
     // From now on read() does not wait: a thread of the current ThreadPool, which must outlive the reader, reads ahead
     // until a megabyte waits. Without a pool it is logged and changes nothing.
     void disableBlocking();

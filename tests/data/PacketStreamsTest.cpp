@@ -1,6 +1,7 @@
 // Hunts: records lost before damage, believed sizes, lines cut or joined at the borders of what a read returns, line
 // ends of the other system, other output taken for packets, and packets lost in text mode.
 
+#include "kiv/core/Clock.h"
 #include "kiv/data/DequePacketWriter.h"
 #include "kiv/data/FilePacketReader.h"
 #include "kiv/data/FilePacketWriter.h"
@@ -11,6 +12,7 @@
 #include "tests/data/Packets.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -278,12 +280,8 @@ protected:
 
     // The port of the next packet; -1 when the input ends before.
     int nextPort() {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (reader.valid() && std::chrono::steady_clock::now() < end) {
-            if (const auto packet = reader.read()) return packet->getPort();
-            std::this_thread::yield();
-        }
-        return -1;
+        const auto packet = reader.readTimeout(60000, 60000);
+        return packet ? packet->getPort() : -1;
     }
 
     const SmartPointer<ThreadPool> m_pool = makeObject<ThreadPool>();
@@ -310,6 +308,38 @@ TEST_F(StdInPacketReaderAhead, GivesPacketsAsTheyComeAndNeverWaits) {
     EXPECT_EQ(nextPort(), -1);
     EXPECT_FALSE(reader.valid() || reader.read());
     EXPECT_EQ(log.takeOne(), "[STDINPACKET]text");
+}
+
+TEST_F(StdInPacketReaderAhead, WaitsAsLongAsTheClockSaysOrUntilAPacketOrTheEndComes) {
+    LogLines log;
+    ManualClock clock(0xFFFFFFF0); // the 32-bit count wraps meanwhile
+    reader.disableBlocking();
+    EXPECT_FALSE(reader.readTimeout(0, 0));
+    std::atomic<bool> isDone{false};
+    std::thread hand([&] {
+        while (!isDone) clock.advance(1), std::this_thread::yield();
+    });
+    EXPECT_FALSE(reader.readTimeout(20, 0));
+    isDone = true;
+    hand.join();
+    EXPECT_GE(clock.getMilliseconds(), 0xFFFFFFF0 + 20);
+
+    // Once the first is read, a thread is at the next; the clock stands still.
+    const auto laterBy = [&](size_t read, auto action) {
+        return std::thread([this, read, action] { feed.waitForRead(read) ? action() : void(); });
+    };
+    const std::string line = "text\n", packet = "PKTB16[0100000000000000]\n";
+    std::thread giver = laterBy(line.size(), [&] { feed.give(packet); });
+    feed.give(line);
+    EXPECT_EQ(nextPort(), 1);
+    giver.join();
+    std::thread ender = laterBy(line.size() + 2 * packet.size(), [&] { feed.end(); });
+    feed.give(packet);
+    const auto last = reader.readTimeout(0xFFFFFFFF, 0);
+    ASSERT_TRUE(last);
+    EXPECT_FALSE(reader.readTimeout(0xFFFFFFFF, 0));
+    ender.join();
+    EXPECT_FALSE(reader.valid() || reader.readTimeout(0xFFFFFFFF, 0));
 }
 
 TEST_F(StdInPacketReaderAhead, ReadsNoMoreThanAMegabyteAhead) {

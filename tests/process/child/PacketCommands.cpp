@@ -43,13 +43,10 @@ int echo(bool isBlocking, size_t count) {
     StdInPacketReader reader;
     if (!isBlocking) reader.disableBlocking();
     StdOutPacketWriter writer;
-    while (count > 0 && reader.valid()) {
-        if (const auto packet = reader.read()) {
-            writer.write(packet.get());
-            --count;
-        } else {
-            std::this_thread::yield();
-        }
+    for (; count > 0; --count) {
+        const auto packet = reader.readTimeout(0xFFFFFFFF, 0);
+        if (!packet) break;
+        writer.write(packet.get());
     }
     return 5;
 }
