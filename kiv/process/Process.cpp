@@ -5,6 +5,7 @@
 #include "kiv/platform/OsError.h"
 #include "kiv/platform/ProcessList.h"
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 #include <thread>
@@ -37,12 +38,7 @@ internal::ProcessEnd::~ProcessEnd() = default;
 Process::Process() : m_input(ringCapacity), m_output(ringCapacity), m_errors(ringCapacity) {}
 
 Process::~Process() {
-    for (internal::ProcessEnd* const end : m_ends) end->onProcessDestroyed();
-}
-
-void Process::attach(Object* object, internal::ProcessEnd* end) {
-    m_attached.push_back(object);
-    m_ends.push_back(end);
+    for (const Attached& attached : m_attached) attached.end->onProcessDestroyed();
 }
 
 // ---- Starting and stopping.
@@ -88,7 +84,7 @@ void Process::reset() {
     m_exitStatus = -1;
     m_error = 0;
     m_hasRead = m_hasDroppedErrors = m_isInputFull = false;
-    for (internal::ProcessEnd* const end : m_ends) end->onSpawn();
+    for (const Attached& attached : m_attached) attached.end->onSpawn();
 }
 
 bool Process::terminate(bool wait) {
@@ -307,12 +303,15 @@ bool Process::terminateProcessesByName(const char* name, int64_t exceptProcessId
 
 bool Process::waitForProcessesToTerminate(const Set<String>& names, int timeout) {
     const uint32_t start = Clock::current().getTime();
+    const int64_t self = getCurrentProcessId();
+    const auto isWaitedFor = [&](const platform::RunningProcess& process) {
+        return process.id != self && std::any_of(names.begin(), names.end(), [&](const String& name) {
+                   return platform::isSameProgram(process.name, name);
+               });
+    };
     for (;;) {
-        const int64_t self = getCurrentProcessId();
-        bool isAnyLeft = false;
-        for (const String& name : names)
-            forEachProcess(name, [&](const platform::RunningProcess& process) { isAnyLeft |= process.id != self; });
-        if (!isAnyLeft) return true;
+        const std::vector<platform::RunningProcess> processes = platform::listProcesses();
+        if (std::none_of(processes.begin(), processes.end(), isWaitedFor)) return true;
         if (timeout >= 0 && Clock::timeDifference(Clock::current().getTime(), start) >= timeout) return false;
         std::this_thread::sleep_for(timeBetweenLooks);
     }

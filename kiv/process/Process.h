@@ -129,7 +129,16 @@ private:
     };
 
     // An end of the packet channel with the object that it is part of, which is kept.
-    void attach(Object* object, internal::ProcessEnd* end);
+    struct Attached {
+        SmartPointer<Object> object;
+        internal::ProcessEnd* end;
+    };
+
+    template <class End>
+    End* attach(End* end) {
+        m_attached.push_back({SmartPointer<Object>(end), end});
+        return end;
+    }
 
     // Room for bytes to the child in one run, to be filled and given to commitInput(). Null when standard input is
     // closed, or when the buffer is full, which is logged once until there is room again.
@@ -167,8 +176,7 @@ private:
     bool m_hasDroppedErrors = false;
     bool m_isInputFull = false;
 
-    Vector<SmartPointer<Object>> m_attached;
-    Vector<internal::ProcessEnd*> m_ends;
+    Vector<Attached> m_attached;
     ProcessPacketReader* m_reader = nullptr;
     ProcessPacketWriter* m_writer = nullptr;
 };

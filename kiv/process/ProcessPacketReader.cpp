@@ -10,10 +10,7 @@
 namespace kiv {
 
 ProcessPacketReader* Process::getPacketReader() {
-    if (!m_reader) {
-        m_reader = new ProcessPacketReader(this);
-        attach(m_reader, m_reader);
-    }
+    if (!m_reader) m_reader = attach(new ProcessPacketReader(this));
     return m_reader;
 }
 
@@ -34,6 +31,8 @@ SmartPointer<Packet> ProcessPacketReader::read() {
 
 SmartPointer<Packet> ProcessPacketReader::readTimeout(unsigned limit, unsigned interval) {
     if (!m_process || m_isInvalidated) return nullptr;
+    // Where somebody else ticks the process there may be a packet every time, and errors must not wait for the last.
+    logErrors();
     if (SmartPointer<Packet> packet = takePacket()) return packet;
     const int64_t start = Clock::current().getMilliseconds();
     for (;;) {

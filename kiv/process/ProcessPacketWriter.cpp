@@ -3,10 +3,7 @@
 namespace kiv {
 
 ProcessPacketWriter* Process::getPacketWriter() {
-    if (!m_writer) {
-        m_writer = new ProcessPacketWriter(this);
-        attach(m_writer, m_writer);
-    }
+    if (!m_writer) m_writer = attach(new ProcessPacketWriter(this));
     return m_writer;
 }
 

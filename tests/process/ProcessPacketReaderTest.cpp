@@ -15,6 +15,7 @@ namespace kiv {
 namespace {
 
 using support::Child;
+using support::childProgram;
 constexpr unsigned watchdog = 60000;
 
 std::string hex(const std::string& text) {
@@ -120,6 +121,27 @@ TEST(ProcessPacketReader, NoLineOfAFloodOfErrorsIsLost) {
     ASSERT_EQ(output.writes.size(), 150000u);
     for (size_t i = 0; i < output.writes.size(); ++i)
         ASSERT_TRUE(output.writes[i].ends_with("[ERROR] [SUBPROCESS] line " + std::to_string(i) + "\n"));
+}
+
+TEST(ProcessPacketReader, ErrorsDoNotWaitForTheLastPacket) {
+    LogLines log;
+    Child child;
+    ASSERT_TRUE(child.start({"say", hex("PKTB16[0100000000000000]\nPKTB16[0200000000000000]\n"), hex("why\n")}));
+    child.finish();
+    log.take();
+    ASSERT_TRUE(child.getPacketReader()->read());
+    EXPECT_EQ(log.takeOne(), "[SUBPROCESS] why");
+    EXPECT_TRUE(child.getPacketReader()->read());
+}
+
+// It ends when its input does.
+TEST(ProcessPacketReader, DoesNotWaitForProcessesThatTheChildLeavesBehind) {
+    Child child;
+    ASSERT_TRUE(child.start({"leave", childProgram}));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(child.getPacketReader()->readTimeout(0xFFFFFFFF, watchdog));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(watchdog / 2));
+    EXPECT_EQ(child.exit_status(), 0);
 }
 
 // Of the first sizes, several fit the buffers of 1 MiB, and some line ends are at their borders.

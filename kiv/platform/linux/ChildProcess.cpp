@@ -179,10 +179,10 @@ PipeResult ChildProcess::write(const void* from, size_t size) {
 }
 
 void ChildProcess::waitForPipes(unsigned milliseconds, bool isWriting, const Waker* waker) {
-    // The end of the child shows at its pipes, unless it has closed them.
-    const bool isMute = isStarted() && !isOpen(Output) && !isOpen(Error);
-    int process = isMute ? static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(m_process), 0)) : -1;
-    if (isMute && process < 0) milliseconds = std::min(milliseconds, timeBetweenLooks);
+    // The end of the child shows at its pipes, unless it has closed them, or what it has started holds them open.
+    const bool isLong = isStarted() && milliseconds > timeBetweenLooks;
+    int process = isLong ? static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(m_process), 0)) : -1;
+    if (isLong && process < 0) milliseconds = timeBetweenLooks;
     // Those of closed pipes are negative and passed over.
     pollfd ready[] = {{static_cast<int>(m_pipes[Output]), POLLIN, 0},
                       {static_cast<int>(m_pipes[Error]), POLLIN, 0},
