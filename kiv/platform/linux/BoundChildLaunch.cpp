@@ -10,6 +10,7 @@
 #include <mutex>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -142,8 +143,12 @@ private:
 } // namespace
 
 int launchBoundChild(const LaunchPlan& plan, pid_t& child) {
-    static Launcher launcher;
-    return launcher.launchHere(plan, child);
+    try {
+        static Launcher launcher;
+        return launcher.launchHere(plan, child);
+    } catch (const std::system_error& failure) { // the system has no thread to give
+        return failure.code().value();
+    }
 }
 
 } // namespace kiv::platform

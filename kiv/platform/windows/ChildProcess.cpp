@@ -80,12 +80,13 @@ private:
 // is left alone.
 HANDLE jobOfThisProgram() {
     static const HANDLE job = [] {
-        const HANDLE made = ::CreateJobObjectW(nullptr, nullptr);
+        OwnedHandle made(::CreateJobObjectW(nullptr, nullptr));
         JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
         limits.BasicLimitInformation.LimitFlags =
             JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK;
-        if (made) ::SetInformationJobObject(made, JobObjectExtendedLimitInformation, &limits, sizeof(limits));
-        return made;
+        const bool isLimited =
+            made && ::SetInformationJobObject(made.get(), JobObjectExtendedLimitInformation, &limits, sizeof(limits));
+        return isLimited ? made.detach() : nullptr; // which no process is assigned to
     }();
     return job;
 }
@@ -157,11 +158,14 @@ void ChildProcess::close(Pipe pipe) {
 }
 
 PipeResult ChildProcess::read(Pipe pipe, void* to, size_t size) {
-    DWORD count = 0;
+    DWORD count = 0, available = 0;
     const HANDLE handle = handleOf(m_pipes[pipe]);
-    bool isRead = ::ReadFile(handle, to, static_cast<DWORD>(std::min<size_t>(size, pipeSize)), &count, nullptr);
-    // Also what a child's write of no bytes looks like: only the pipe itself knows whether it has ended.
-    if (isRead && count == 0) isRead = ::PeekNamedPipe(handle, nullptr, 0, nullptr, nullptr, nullptr);
+    bool isRead;
+    do {
+        isRead = ::ReadFile(handle, to, static_cast<DWORD>(std::min<size_t>(size, pipeSize)), &count, nullptr);
+        // Also what a child's write of no bytes looks like: only the pipe knows whether it has ended, or holds more.
+        if (isRead && count == 0) isRead = ::PeekNamedPipe(handle, nullptr, 0, nullptr, &available, nullptr);
+    } while (isRead && count == 0 && available > 0);
     const DWORD error = isRead ? ERROR_SUCCESS : ::GetLastError();
     if (error == ERROR_SUCCESS || error == ERROR_NO_DATA) return {count, PipeResult::Open, 0};
     if (error == ERROR_BROKEN_PIPE) return {0, PipeResult::Closed, 0};

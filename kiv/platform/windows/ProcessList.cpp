@@ -10,7 +10,7 @@ namespace kiv::platform {
 namespace {
 
 OwnedHandle openProcess(int64_t id, DWORD access) {
-    return OwnedHandle(id > 0 && id <= MAXDWORD ? ::OpenProcess(access, FALSE, static_cast<DWORD>(id)) : nullptr);
+    return OwnedHandle(::OpenProcess(access, FALSE, static_cast<DWORD>(id)));
 }
 
 std::string programName(HANDLE process) {
@@ -46,8 +46,9 @@ int64_t getCurrentProcessId() {
 }
 
 bool isProcessRunning(int64_t id) {
+    if (id <= 0 || id > MAXDWORD) return false;
     const OwnedHandle process = openProcess(id, SYNCHRONIZE);
-    if (!process) return id > 0 && ::GetLastError() == ERROR_ACCESS_DENIED;
+    if (!process) return ::GetLastError() == ERROR_ACCESS_DENIED;
     return ::WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
 }
 
