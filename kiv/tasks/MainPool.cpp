@@ -29,7 +29,7 @@ MainPool* MainPool::current() {
     return g_current.load(std::memory_order_acquire);
 }
 
-void MainPool::pushMainQueue(TaskQueue* queue) {
+void MainPool::pushMainQueue(TaskQueue* queue) noexcept {
     const std::lock_guard lock(m_mutex);
     m_incoming.push_back(queue);
 }

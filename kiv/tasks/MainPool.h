@@ -28,7 +28,7 @@ public:
     bool isMainThread() const { return std::this_thread::get_id() == m_mainThread; }
 
     // Has the queue run in the next pump; wakes nobody. For TaskQueue.
-    void pushMainQueue(TaskQueue* queue);
+    void pushMainQueue(TaskQueue* queue) noexcept;
     // Runs the queues pushed before the call. A task may call it again, in a loop of its own: the queues that are still
     // to run then run there. A task that a running task pushes to its own queue runs in the same pump: periodic work is
     // for an Alarm.

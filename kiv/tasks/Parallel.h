@@ -34,6 +34,7 @@ public:
     virtual ~Kernel();
 
     // `parts` is the number of processors; the kernel may change it. With 0 only finish() is called.
+    // Requires: parts <= 0x1FFFFFFF.
     virtual void prepare(unsigned& parts);
     // Once for each index from parts - 1 to 0, on several threads at once.
     virtual void executePart(unsigned index) = 0;
