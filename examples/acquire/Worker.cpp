@@ -14,7 +14,9 @@ bool Worker::run() {
         if (!m_request) continue;
         const std::vector<study::TileRange> wanted = std::move(*m_request);
         m_request.reset();
-        if (!wanted.empty() && wanted.front().first != 0)
+        if (wanted.empty())
+            MessageStream(2, 2) << "[DEVICE] nothing but the last word is wanted";
+        else if (wanted.front().first != 0)
             MessageStream(2, 2) << "[DEVICE] resuming at tile " << wanted.front().first;
         if (!m_sender.send(wanted, [this] { return goesOn(); }) && !m_request && m_reader->valid()) return false;
     }

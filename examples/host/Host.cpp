@@ -18,7 +18,7 @@ using kiv::logging::MessageStream;
 namespace {
 
 constexpr std::chrono::milliseconds frame(5);
-constexpr int patience = 30000;         // milliseconds without a packet
+constexpr int patience = 30000;         // milliseconds without a worker that speaks
 constexpr unsigned mostRepairs = 10;    // requests for what is missing though the worker has sent it all
 constexpr int progressOnTerminal = 100; // milliseconds
 constexpr int progressInLog = 1000;
@@ -48,7 +48,7 @@ Host::Host(const Options& options)
                                        static_cast<Device::Listener&>(*this))),
       m_chaos(options.kills, options.seed, fileName(options.workerPath)),
       m_progress(makeAlarm([this] { showProgress(); })),
-      m_patience(makeAlarm([this] { giveUp(fmt::format("nothing has come for {} s", patience / 1000)); })) {}
+      m_patience(makeAlarm([this] { giveUp(fmt::format("no worker has said a word for {} s", patience / 1000)); })) {}
 
 void Host::run() {
     std::error_code error;
@@ -91,16 +91,17 @@ void Host::onWorkerStarted() {
 
 void Host::onWorkerQuit() {
     ++m_deaths;
+    if (!m_patience->isScheduled()) m_patience->scheduleIn(patience);
     m_chaos.onWorkerQuit();
     endIfComplete();
 }
 
 void Host::onHello(int64_t processId) {
+    m_patience->cancel();
     m_chaos.onHello(processId);
 }
 
 void Host::onStudyPacket(kiv::Packet& packet) {
-    m_patience->scheduleIn(patience);
     const Collection& collection = m_folder.getCollection();
     const Collection::Result result = m_folder.take(packet);
     if (packet.getID() == collection.getEndScheme().getID()) return onEnd();
