@@ -100,7 +100,7 @@ TaskQueue::TaskQueue(Type type, int queueID)
       m_mainPool(type == Main ? MainPool::current() : nullptr) {}
 
 TaskQueue::~TaskQueue() {
-    stop(Stop::Destroy);
+    stop(true);
     for (Runner* runner = Runner::top; runner; runner = runner->outer) {
         if (runner->queue == this) runner->isQueueGone = true;
     }
@@ -407,10 +407,17 @@ void TaskQueue::resume() {
 // ---- Dropping.
 
 void TaskQueue::abort() {
-    stop(Stop::Abort);
+    // A task that is dropped, or runs at the same time, may give up the last reference to its queue.
+    const SmartPointer<TaskQueue> self(getReferenceCount() > 0 ? this : nullptr);
+    stop(false);
 }
 
-void TaskQueue::stop(Stop how) {
+void TaskQueue::disable() {
+    const SmartPointer<TaskQueue> self(getReferenceCount() > 0 ? this : nullptr);
+    stop(true);
+}
+
+void TaskQueue::stop(bool forGood) {
     unsigned ownRuns = 0;
     for (Runner* runner = Runner::top; runner; runner = runner->outer) {
         if (runner->queue != this) continue;
@@ -418,15 +425,9 @@ void TaskQueue::stop(Stop how) {
         ++ownRuns;
     }
     Lock lock(m_mutex);
-    if (how != Stop::Abort) m_isDying = true;
-    // From the destructor of a task that is dropped.
-    if (how != Stop::Destroy && m_aborter == std::this_thread::get_id()) return;
-    if (m_aborter && ownRuns != 0) {
-        // The other one waits for this run to return, and the destructor for the other one's.
-        if (how != Stop::Destroy) return;
-        m_isTakenOver = true;
-        m_idleCondition.notifyAll();
-    }
+    if (forGood) m_isDying = true;
+    // From the destructor of a task that is dropped, or while another thread waits for this run to return.
+    if (m_aborter == std::this_thread::get_id() || (m_aborter && ownRuns != 0)) return;
     sleepUntil(lock, [this] { return !m_aborter; });
     m_aborter = std::this_thread::get_id();
     m_aborting = true;
@@ -450,10 +451,7 @@ void TaskQueue::stop(Stop how) {
     }
     if (!isMainQueue()) {
         if (ownRuns != 0) ++m_partialSleepers;
-        sleepUntil(lock, [&] {
-            return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns ||
-                   (m_isTakenOver && ownRuns != 0 && how != Stop::Destroy);
-        });
+        sleepUntil(lock, [&] { return m_activeRunners.load(std::memory_order_relaxed) <= ownRuns; });
         if (ownRuns != 0) --m_partialSleepers;
     }
     if (!m_isDying) {

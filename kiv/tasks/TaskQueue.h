@@ -28,7 +28,7 @@ class Dispatcher;
 
 // Runs tasks one after the other (serial), many at once (parallel), or on the main thread when it pumps the MainPool.
 // A worker queue has the threads of the ThreadPool that is current when the queue is made; no thread is its own.
-// Ownership: counted; the queue holds a reference to a task for each run it owes. Whoever pushes keeps the queue alive.
+// Ownership: counted; it holds a reference to a task for each run it owes. Who pushes or waits keeps the queue alive.
 // Threads: any may call anything, but pause(), resume() and abort() of the main queue, see there. A task may use its
 // own queue, even release it for the last time; what would wait for the task itself is refused or does not wait for it.
 // Failures: a task that throws is logged and counts as run. Tasks pushed while the queue aborts are dropped silently.
@@ -103,7 +103,7 @@ public:
 
 protected:
     // Like abort(), but for good: the queue takes no tasks any more.
-    void disable() { stop(Stop::Disable); }
+    void disable();
 
 private:
     friend class internal::Dispatcher;
@@ -123,7 +123,6 @@ private:
     using Lock = std::unique_lock<internal::Mutex>;
     using Run = internal::RunBlock<Task>::Run;
     struct Runner;
-    enum class Stop { Abort, Disable, Destroy };
 
     static Runner* findRunner(const TaskQueue* queue);
     bool isRefused(const char* operation) const;
@@ -142,7 +141,7 @@ private:
 
     template <class IsOver>
     void sleepUntil(Lock& lock, IsOver isOver);
-    void stop(Stop how);
+    void stop(bool forGood);
     void dropAll(Lock& lock);
     void dropEntries(Lock& lock, internal::Fifo<Entry>& entries);
     void dropEntry(Lock& lock, const Entry& entry);
@@ -186,7 +185,6 @@ private:
     uint32_t m_parked = 0;                    // runners that have left and look whether they are summoned
     std::optional<std::thread::id> m_aborter; // who is in stop(), if anybody
     bool m_isDying = false;                   // disabled or destroyed
-    bool m_isTakenOver = false;               // by the destructor, from a run that aborts
     bool m_isDestroyed = false; // who sleeps is to leave, also when it is one of the queue's runs that destroys it
 
     alignas(64) std::atomic<uint32_t> m_finishedWeight{0};
