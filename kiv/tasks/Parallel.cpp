@@ -44,8 +44,11 @@ public:
         return isOver();
     }
     void sleep() {
-        m_left.fetch_or(sleeping, std::memory_order_acq_rel);
-        while (!isOver()) platform::waitOnAddress(m_left, m_left.load(std::memory_order_acquire));
+        uint32_t left = m_left.fetch_or(sleeping, std::memory_order_acq_rel) | sleeping;
+        while (left != sleeping) { // the value that was looked at, or the last part may have come in between
+            platform::waitOnAddress(m_left, left);
+            left = m_left.load(std::memory_order_acquire);
+        }
     }
 
 private:
