@@ -31,6 +31,13 @@ std::string countDeaths(unsigned deaths) {
     return fmt::format("{} death{}", deaths, deaths == 1 ? "" : "s");
 }
 
+std::string drawBar(const Collection& collection) {
+    constexpr uint64_t width = 24;
+    const study::Geometry* geometry = collection.getGeometry();
+    const uint64_t filled = geometry ? collection.getReceivedTiles() * width / geometry->getTiles() : 0;
+    return '[' + std::string(filled, '#') + std::string(width - filled, '.') + "] ";
+}
+
 std::string fileName(const std::string& path) {
     const std::u8string name = pathOf(path).filename().u8string();
     return {name.begin(), name.end()};
@@ -145,7 +152,7 @@ void Host::showProgress() {
     const std::string text =
         fmt::format("{}, {} slices measured, {}", m_folder.describeProgress(), m_measuredSlices, countDeaths(m_deaths));
     if (m_line->isShown())
-        m_line->show(text);
+        m_line->show(drawBar(m_folder.getCollection()) + text);
     else
         MessageStream(1, 2) << "[HOST] " << text;
     m_progress->scheduleIn(m_line->isShown() ? progressOnTerminal : progressInLog);
