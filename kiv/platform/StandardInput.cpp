@@ -23,7 +23,7 @@ bool InputWait::wait() {
 
 void InputWait::cancel() {
     m_isCancelled = true;
-    wakeUp();
+    m_waker.wake();
 }
 
 InputSource* setStandardInputSource(InputSource* source) {

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "kiv/platform/Compiler.h"
+#include "kiv/platform/Waker.h"
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 
 namespace kiv::internal {
 
@@ -16,10 +16,9 @@ KIV_API size_t readStandardInput(char* to, size_t size);
 // Lets one thread wait for standard input until another one ends the waiting.
 class KIV_API InputWait {
 public:
-    InputWait();
+    InputWait() = default;
     InputWait(const InputWait&) = delete;
     InputWait& operator=(const InputWait&) = delete;
-    ~InputWait();
 
     // Waits until readStandardInput() finds something, or the end; false once cancel() was called. An InputSource
     // counts as ready at any time.
@@ -29,10 +28,9 @@ public:
 
 private:
     bool waitForSystem();
-    void wakeUp();
 
     std::atomic<bool> m_isCancelled{false};
-    const intptr_t m_signal; // of the system; wakes up who waits
+    platform::Waker m_waker;
 };
 
 // What stands in for standard input; like readStandardInput.

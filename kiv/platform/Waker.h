@@ -5,11 +5,15 @@
 #include <atomic>
 #include <cstdint>
 
+namespace kiv::internal {
+class InputWait;
+}
+
 namespace kiv::platform {
 
-// Lets any thread end the waiting of one, which may wait for something else at the same time (ChildProcess::wait). A
-// call while nobody waits ends the next waiting; several calls count as one. Throws std::bad_alloc when the system has
-// no room for another.
+// Lets any thread end the waiting of one, which may wait for something else at the same time (ChildProcess::wait,
+// InputWait). A call while nobody waits ends the next waiting; several calls count as one. Throws std::bad_alloc when
+// the system has no room for another.
 class KIV_API Waker {
 public:
     Waker();
@@ -25,6 +29,7 @@ public:
 
 private:
     friend class ChildProcess;
+    friend class internal::InputWait;
 
     // True when nobody has called wake() since the last waiting, so that there is something to wait for.
     bool beginWait();

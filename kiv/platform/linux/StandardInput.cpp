@@ -3,9 +3,7 @@
 #include "kiv/platform/StandardStreams.h"
 
 #include <cerrno>
-#include <new>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace kiv::internal {
@@ -24,23 +22,11 @@ size_t readFromStandardInput(char* to, size_t size) {
     }
 }
 
-InputWait::InputWait() : m_signal(::eventfd(0, EFD_CLOEXEC)) {
-    if (m_signal < 0) throw std::bad_alloc();
-}
-
-InputWait::~InputWait() {
-    ::close(static_cast<int>(m_signal));
-}
-
 bool InputWait::waitForSystem() {
-    pollfd ready[] = {{STDIN_FILENO, POLLIN, 0}, {static_cast<int>(m_signal), POLLIN, 0}};
+    pollfd ready[] = {{STDIN_FILENO, POLLIN, 0}, {static_cast<int>(m_waker.m_signal), POLLIN, 0}};
     while (::poll(ready, 2, -1) < 0 && errno == EINTR) {
     }
     return !m_isCancelled;
-}
-
-void InputWait::wakeUp() {
-    ::eventfd_write(static_cast<int>(m_signal), 1);
 }
 
 } // namespace kiv::internal

@@ -3,7 +3,6 @@
 #include "kiv/platform/StandardStreams.h"
 
 #include <algorithm>
-#include <new>
 
 #include <windows.h>
 
@@ -54,25 +53,13 @@ size_t readFromStandardInput(char* to, size_t size) {
     return count;
 }
 
-InputWait::InputWait() : m_signal(reinterpret_cast<intptr_t>(::CreateEventW(nullptr, TRUE, FALSE, nullptr))) {
-    if (!m_signal) throw std::bad_alloc();
-}
-
-InputWait::~InputWait() {
-    ::CloseHandle(reinterpret_cast<HANDLE>(m_signal));
-}
-
 bool InputWait::waitForSystem() {
     const HANDLE input = ::GetStdHandle(STD_INPUT_HANDLE);
-    const HANDLE event = reinterpret_cast<HANDLE>(m_signal);
+    const HANDLE event = reinterpret_cast<HANDLE>(m_waker.m_signal);
     DWORD mode;
     if (::GetFileType(input) == FILE_TYPE_PIPE) return waitForPipe(input, event);
     if (::GetConsoleMode(input, &mode)) return waitForConsole(input, event);
     return !isSet(event, 0);
-}
-
-void InputWait::wakeUp() {
-    ::SetEvent(reinterpret_cast<HANDLE>(m_signal));
 }
 
 } // namespace kiv::internal
