@@ -392,7 +392,9 @@ TEST(ProcessHandles, OfTheParentAreNotInherited) {
 TEST(ProcessHandles, AreAllGivenBack) {
     const auto startAll = [](int times) {
         for (int i = 0; i < times; ++i) {
-            Child child, left;
+            Child child;
+            Process left; // whose child ends when its input does
+            EXPECT_TRUE(left.spawn(childProgram, {childProgram, "wait"}, nullptr, i % 2 == 0));
             EXPECT_TRUE(child.start({"exit", "1"}, i % 2 == 0));
             EXPECT_EQ(child.finish(), 1);
             EXPECT_FALSE(child.spawn("/no/program"));
@@ -402,7 +404,7 @@ TEST(ProcessHandles, AreAllGivenBack) {
     };
     startAll(2); // what is made once
     const size_t before = support::countOpenHandles();
-    startAll(20);
+    startAll(6); // all pairs of the two ways to start and to end
     EXPECT_EQ(support::countOpenHandles(), before);
     Child other;
     EXPECT_TRUE(other.tickUntil([] { return !support::hasChildren(); }));

@@ -77,6 +77,10 @@ void closeStandardInput() {
     ::_close(0);
 }
 
+int runInBackground(const std::string& program, const std::string& argument) {
+    return std::system(("start \"\" /b \"" + program + "\" " + argument).c_str());
+}
+
 #else
 
 namespace {
@@ -135,6 +139,11 @@ void useBinaryStreams() {}
 
 void closeStandardInput() {
     ::close(0);
+}
+
+// A shell gives no input to what works in its background, unless told to.
+int runInBackground(const std::string& program, const std::string& argument) {
+    return std::system(("{ '" + program + "' " + argument + " <&3 & } 3<&0").c_str());
 }
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 // What a test or a program started by one asks the system about itself.
 namespace support {
@@ -37,5 +38,8 @@ bool isWine();
 void useBinaryStreams();
 
 void closeStandardInput();
+
+// Starts a program that works on the standard streams of this one; what a shell says to that, 0 when it could.
+int runInBackground(const std::string& program, const std::string& argument);
 
 } // namespace support
