@@ -87,16 +87,6 @@ int startBoundChild(const std::string& program) {
     return stay();
 }
 
-// One that works on the same streams.
-int leaveChild(const std::string& program) {
-#if defined(_WIN32)
-    return std::system(("start \"\" /b \"" + program + "\" wait").c_str());
-#else
-    // A shell gives no input to what it leaves behind, unless told to.
-    return std::system(("{ '" + program + "' wait <&3 & } 3<&0").c_str());
-#endif
-}
-
 // From a program without a standard input of its own, whose number the pipes may get.
 int startFromClosed(const std::string& program) {
     support::closeStandardInput();
@@ -136,7 +126,7 @@ int main(int count, char** values) {
     if (command == "alone") return endOthers(arguments.at(0));
     if (command == "lock") return holdLock(arguments.at(0));
     if (command == "parent") return startBoundChild(arguments.at(0));
-    if (command == "leave") return leaveChild(arguments.at(0));
+    if (command == "leave") return support::runInBackground(arguments.at(0), "wait");
     if (command == "closed") return startFromClosed(arguments.at(0));
     return runPacketCommand(command, arguments).value_or(99);
 }
