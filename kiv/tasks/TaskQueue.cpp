@@ -431,13 +431,12 @@ void TaskQueue::stop(bool forGood) {
     sleepUntil(lock, [this] { return !m_aborter; });
     m_aborter = std::this_thread::get_id();
     m_aborting = true;
-    // The runs that abort() is called from go on, and what is pushed later stays behind a barrier that was before them.
-    const bool hasBarrier = ownRuns != 0 && isParallelQueue() && !m_pendingSegments.empty();
     // What the one runner of a serial queue has at hand it drops itself.
     if (ownRuns != 0 || isParallelQueue()) {
         for (Run run; m_block.claim(run);) dropEntry(lock, {run.task, 1, run.weight});
     }
-    dropAll(lock);
+    // The runs that abort() is called from go on, and what is pushed later stays behind a barrier that was behind them.
+    const bool hasBarrier = dropAll(lock) && ownRuns != 0 && isParallelQueue();
     lock.unlock();
     assert(!m_mainPool || m_mainPool->isMainThread());
     const uint32_t requests = m_mainPool     ? m_mainPool->removeMainQueue(this)
@@ -462,11 +461,13 @@ void TaskQueue::stop(bool forGood) {
     if (m_sleepers != 0) m_idleCondition.notifyAll();
 }
 
-void TaskQueue::dropAll(Lock& lock) {
+// True when there was a barrier, maybe pushed while tasks before it were dropped.
+bool TaskQueue::dropAll(Lock& lock) {
     dropEntries(lock, m_currentSegment);
     std::deque<Segment> pending;
     pending.swap(m_pendingSegments);
     for (Segment& segment : pending) dropEntries(lock, segment.entries);
+    return !pending.empty();
 }
 
 void TaskQueue::dropEntries(Lock& lock, internal::Fifo<Entry>& entries) {

@@ -142,7 +142,7 @@ private:
     template <class IsOver>
     void sleepUntil(Lock& lock, IsOver isOver);
     void stop(bool forGood);
-    void dropAll(Lock& lock);
+    bool dropAll(Lock& lock);
     void dropEntries(Lock& lock, internal::Fifo<Entry>& entries);
     void dropEntry(Lock& lock, const Entry& entry);
     void discharge(uint32_t runners);

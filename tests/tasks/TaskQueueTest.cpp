@@ -366,6 +366,29 @@ TEST_F(TaskQueueTest, DoesNotWaitForItself) {
     }
 }
 
+TEST_F(TaskQueueTest, KeepsABarrierThatComesWhileARunAborts) {
+    struct Barrier { // behind the tasks before it, when it dies with one of them
+        explicit Barrier(TaskQueue& own) : queue(own) {}
+        Barrier(const Barrier&) = delete;
+        Barrier& operator=(const Barrier&) = delete;
+        ~Barrier() { queue.pushBarrier(); }
+        TaskQueue& queue;
+    };
+    TaskQueue busy(parallel), queue(parallel);
+    std::vector<std::unique_ptr<Blocker>> others; // lest the dropped task is run
+    for (int i = m_pool.getMaxThreads(); i > 1; --i) others.push_back(std::make_unique<Blocker>(busy));
+    Gate over;
+    queue.pushTask(makeTask([&] {
+        queue.pushTask(makeTask([barrier = std::make_unique<Barrier>(queue)] {}));
+        queue.abort();
+        EXPECT_EQ(TaskQueuePeek::pendingSegments(queue), 1u);
+        over.open();
+    }));
+    over.pass();
+    queue.wait();
+    EXPECT_TRUE(isClean(queue));
+}
+
 TEST_F(TaskQueueTest, WaitsForOtherRunsWhenARunAborts) {
     TaskQueue queue(parallel);
     std::atomic<bool> isReleased{false};
