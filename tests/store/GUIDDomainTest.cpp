@@ -12,15 +12,10 @@
 #include <bitset>
 #include <climits>
 #include <set>
-#include <string>
 
 namespace {
 
-using kiv::GUID;
-using kiv::GUIDDomain;
-using kiv::GUIDDomainDB;
-using kiv::Item;
-using kiv::SmartPointer;
+using namespace kiv;
 using Bits = std::bitset<256>;
 
 Bits bitsOf(const GUID& guid) {
@@ -61,14 +56,11 @@ TEST(GUIDDomain, DomainsWithinStartAboveTheirNumber) {
 }
 
 struct GUIDDomainDBTest : testing::Test {
-    SmartPointer<kiv::Store> store{new kiv::MemoryStore(true)};
-    Item root = rootOf(store.get());
+    GUIDDomainDBTest() : root(store.get()) { root.add("domain"); }
 
-    static Item rootOf(kiv::Store* store) {
-        Item item(store);
-        item.add("domain");
-        return item;
-    }
+    SmartPointer<Store> store{new MemoryStore(true)};
+    Item root;
+
     SmartPointer<GUIDDomainDB> make() { return kiv::makeObject<GUIDDomainDB>(root); }
     SmartPointer<GUIDDomainDB> make(const GUIDDomain& base, unsigned domainBits, unsigned personalBits) {
         auto db = make();

@@ -10,9 +10,7 @@
 namespace kiv {
 namespace {
 
-using support::contentOf;
-using support::list;
-using support::WatchedStore;
+using namespace support;
 using testing::ElementsAre;
 
 struct CargoScheme : PacketScheme {
@@ -47,13 +45,8 @@ TEST(ItemPackets, ComeBackAsTheyWereInBothForms) {
         ASSERT_TRUE(read && readCargo);
         key.remove(); // what was fetched stays
         EXPECT_EQ(hexOf(*read), hexOf(*packet));
-        EXPECT_EQ(read->getInteger("wide"), -77);
-        EXPECT_STREQ(read->getString("note"), "a note");
-        EXPECT_EQ(read->getFlags(), packet->getFlags());
-        EXPECT_EQ(read->getPort(), 0);
-        EXPECT_EQ(read->getReplyPort(), 0);
+        EXPECT_TRUE(read->getFlags() == packet->getFlags() && read->getPort() == 0 && read->getReplyPort() == 0);
         EXPECT_EQ(hexOf(*readCargo), hexOf(*cargo));
-        EXPECT_EQ(readCargo->getCargoSize(), 3u);
     };
     Item key(&store);
     key.add("packets");

@@ -1,27 +1,17 @@
 // Hunts: memory that ends in the midst of a change and leaves half of it, loses what a rollback needs, or leaks;
 // cursors and views into pages that were given up.
 #include "kiv/store/MemoryStore.h"
-#include "tests/store/RandomKeys.h"
+#include "tests/data/RandomKeys.h"
 #include "tests/store/StoreModel.h"
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/SystemFaults.h"
 
 #include <gtest/gtest.h>
 
-#include <iterator>
-#include <memory>
-#include <new>
-#include <string>
-#include <utility>
-#include <vector>
-
 namespace {
 
-using kiv::Item;
-using kiv::MemoryStore;
+using namespace kiv;
 using support::AllocationFault;
-using support::plain;
-
 using Order = support::StoreModel::Order;
 using Content = support::StoreModel::Content;
 

@@ -10,8 +10,7 @@
 
 namespace {
 
-using kiv::Item;
-using kiv::MemoryStore;
+using namespace kiv;
 using support::list;
 
 constexpr uint64_t entries = 200000;
@@ -83,18 +82,13 @@ TEST_F(PageTreeCosts, RemovingARangeLooksAtPagesNotAtKeys) {
 TEST_F(PageTreeCosts, WalksSearchNothing) {
     Item item;
     uint64_t count = 0;
-    EXPECT_EQ(visitsOf([&] {
-                  for (bool more = m_store.first(item); more; more = m_store.next(item, item)) {
-                      count += m_store.get(item) != nullptr;
-                  }
-              }),
-              0u);
-    EXPECT_EQ(count, entries);
-    EXPECT_EQ(visitsOf([&] {
-                  while (m_store.prev(item, item)) --count;
-              }),
-              0u);
-    EXPECT_EQ(count, 1u);
+    const auto walk = [&] {
+        for (bool more = m_store.first(item); more; more = m_store.next(item, item))
+            count += m_store.get(item) != nullptr;
+        while (m_store.prev(item, item)) ++count;
+    };
+    EXPECT_EQ(visitsOf(walk), 0u);
+    EXPECT_EQ(count, 2 * entries - 1);
 }
 
 // Pages that removals leave sparse are joined, whatever the order.
@@ -102,10 +96,6 @@ TEST_F(PageTreeCosts, MemoryShrinksWithTheEntries) {
     const uint64_t full = m_store.lastData().getPageMemory();
     for (uint64_t i = 0; i < entries * 9 / 10; ++i) m_store.remove(key(i), key(i));
     EXPECT_EQ(m_store.lastData().getCount(), entries / 10);
-    uint64_t inOrder = 0;
-    Item item;
-    for (bool more = m_store.first(item); more; more = m_store.next(item, item)) ++inOrder;
-    EXPECT_EQ(inOrder, entries / 10);
     m_store.remove(Item(), Item(1));
     for (uint64_t i = 0; i < entries; ++i) m_store.remove(key(i), key(i));
     EXPECT_LT(m_store.lastData().getPageMemory(), full / 8); // one chunk is kept

@@ -1,15 +1,14 @@
 // Hunts: keys whose bytes order otherwise than the keys, equal keys of different bytes, and bytes beyond the room for
 // them.
 #include "kiv/store/SortKey.h"
-#include "tests/store/RandomKeys.h"
+#include "tests/data/ItemReference.h"
+#include "tests/data/RandomKeys.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -18,18 +17,14 @@ using kiv::internal::SortKey;
 using support::list;
 using support::plain;
 
-int signOf(int value) {
-    return value < 0 ? -1 : value > 0;
-}
-
 int compare(const SortKey& a, const SortKey& b) {
     const int order = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
-    return order != 0 ? signOf(order) : a.size() < b.size() ? -1 : a.size() > b.size();
+    return order != 0 ? support::sign(order) : a.size() < b.size() ? -1 : a.size() > b.size();
 }
 
 void expectSameOrder(const Item& a, const Item& b) {
     const SortKey x(a), y(b);
-    ASSERT_EQ(compare(x, y), signOf(Item::compareTotal(a, b))) << a.getBase16() << "\n" << b.getBase16();
+    ASSERT_EQ(compare(x, y), support::sign(Item::compareTotal(a, b))) << a.getBase16() << "\n" << b.getBase16();
     for (const SortKey* key : {&x, &y}) EXPECT_EQ(key->headAt(key->size()), 0u);
 }
 
@@ -66,10 +61,7 @@ TEST(SortKey, OrdersNumbersAsItemsDo) {
             const auto value = static_cast<long long>((uint64_t{1} << bit) + static_cast<uint64_t>(more));
             for (long long number : {value, ~value}) {
                 numbers.emplace_back(number);
-                Item wide;
-                wide.concatItem(plain(std::string("\x01", 1)));
-                wide.concatItem(plain(std::string(reinterpret_cast<const char*>(&number), sizeof(number))));
-                numbers.push_back(wide);
+                numbers.push_back(plain('\x01' + std::string(reinterpret_cast<const char*>(&number), sizeof(number))));
                 double bits;
                 std::memcpy(&bits, &number, sizeof(bits));
                 numbers.emplace_back(bits);
@@ -89,10 +81,8 @@ TEST(SortKey, OrdersHostileKeysAsItemsDo) {
         std::string bytes(reinterpret_cast<const char*>(key.getPlainBytePointer()), key.getPlainSize());
         for (size_t i = random.below(3); i > 0 && !bytes.empty(); --i) {
             const size_t at = random.below(bytes.size());
-            if (random.oneIn(3))
-                bytes.resize(at);
-            else
-                bytes[at] = random.oneIn(2) ? static_cast<char>(random.below(16)) : static_cast<char>(random.next());
+            bytes[at] = static_cast<char>(random.oneIn(2) ? random.below(16) : random.next());
+            if (random.oneIn(3)) bytes.resize(at);
         }
         return plain(bytes);
     };

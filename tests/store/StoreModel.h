@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kiv/store/MemoryStore.h"
+#include "tests/data/Items.h"
 #include "tests/support/OutputCapture.h"
 
 #include <gtest/gtest.h>
@@ -126,6 +127,33 @@ public:
         compare();
     }
 
+    // Takes all through a copy or a move and back, transactions included; nothing else may be left of that.
+    void relocate(bool moves) {
+        if (!m_memory) return;
+        kiv::MemoryStore assigned(!m_transactional), taken(false);
+        assigned.set("old", "gone"), assigned.begin();
+        if (moves) {
+            taken = kiv::MemoryStore(std::move(*m_memory));
+            EXPECT_TRUE(m_memory->getNumberOfLayers() == 1 && m_memory->isTransactional() == m_transactional);
+            kiv::Item key;
+            EXPECT_FALSE(m_memory->first(key) || m_memory->next(kiv::Item(), key));
+            m_memory->begin(), m_memory->set("fresh", 1);
+            assigned = std::move(taken);
+        } else {
+            kiv::MemoryStore copied(*m_memory);
+            assigned = copied;
+            copied.remove(kiv::Item(), behindAll()), copied.commit();
+            m_memory->remove(kiv::Item(), behindAll());
+        }
+        const auto& self = assigned;
+        assigned = self;
+        EXPECT_EQ(assigned.isTransactional(), m_transactional);
+        *m_memory = std::move(assigned);
+        console.take();
+        checkLayers();
+        compare();
+    }
+
     // A key that was handed out belongs to the caller: changes of the store leave it alone.
     void checkKept() const { check(isSame(m_kept, m_keptBytes), "key changed after it was handed out:", m_keptBytes); }
 
@@ -178,10 +206,7 @@ private:
     Content::const_iterator before(Content::const_iterator at) const {
         return at == m_content.begin() ? m_content.end() : std::prev(at);
     }
-    static kiv::Item behindAll() {
-        const std::vector<uint8_t> ends(64, static_cast<uint8_t>(kiv::ValueType::End));
-        return kiv::Item(kiv::Item::PlainMode(), kiv::ConstByteSpan(ends.data(), 64));
-    }
+    static kiv::Item behindAll() { return plain(std::string(64, '\xFF')); }
     // `out` is what the store found from `key` on, or as it was.
     void walk(const kiv::Item& key, kiv::Item& out, bool found, Content::const_iterator expected, const char* what) {
         if (!check(found == (expected != m_content.end()), what, key)) return;

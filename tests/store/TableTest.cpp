@@ -13,15 +13,9 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 namespace {
 
-using kiv::GUID;
-using kiv::Item;
-using kiv::SmartPointer;
-using kiv::String;
+using namespace kiv;
 
 struct TileScheme : kiv::PacketScheme {
     TileScheme() : PacketScheme(311, "Test", nullptr, "Tile") {}
@@ -59,8 +53,7 @@ struct TableTest : testing::Test {
 
     static Item rootIn(kiv::Store* store) {
         Item root(store);
-        root.add("studies");
-        root.add(7);
+        root.add("studies"), root.add(7);
         return root;
     }
     Item below(const GUID& guid) {
@@ -125,11 +118,8 @@ TEST_F(TableTest, EntriesAreFoundByTheirIdentifierAndDeletedWithAllBelow) {
 }
 
 TEST_F(TableTest, NamesComeFromTheDomainInstalledOrFromChance) {
-    const Item records = [&] {
-        Item item(store.get());
-        item.add("domains");
-        return item;
-    }();
+    Item records(store.get());
+    records.add("domains");
     const auto db = kiv::makeObject<kiv::GUIDDomainDB>(records);
     kiv::GUIDDomainDB::exchangeCurrent(db.get());
     Item key;
@@ -152,24 +142,13 @@ TEST_F(TableTest, WritesOnePacketAnEntryInTheOrderOfKeys) {
     for (const int number : {5, 3, 9}) below(GUID(static_cast<uint64_t>(number), 0, 0, 0)).store(Item(number));
     below(GUID(4, 0, 0, 0)).store(Item("no tile"));
     store->set(Item(table.getRoot()), Item());
-    Item other(table.getRoot());
-    other.add("not named by an identifier");
-    other.store(Item(77));
-    Item gap = below(GUID(2, 0, 0, 0)); // is below what is no entry
-    gap.add("pixels");
-    store->set(gap, Item(2));
-    Item deep = below(GUID(3, 0, 0, 0));
-    deep.addGUID(GUID(1, 0, 0, 0));
-    deep.store(Item(1));
-    for (const Item& key : {table.getRoot(), below(GUID(8, 0, 0, 0))}) {
-        const auto* const bytes = reinterpret_cast<const char*>(key.getPlainBytePointer());
-        store->set(support::plain(std::string(bytes, key.getPlainSize()) + '\x20'), Item(8)); // no element
-    }
-    Item elsewhere = rootIn(store.get());
-    elsewhere.reduceDepthTo(1);
-    elsewhere.add(8);
-    elsewhere.addGUID(GUID(6, 0, 0, 0));
-    store->set(elsewhere, Item(6));
+    store->set(support::joined(table.getRoot(), Item("not named by an identifier")), Item(77));
+    // Below what is no entry, below an entry, and what is no element.
+    store->set(support::joined(below(GUID(2, 0, 0, 0)), Item("pixels")), Item(2));
+    store->set(support::joined(below(GUID(3, 0, 0, 0)), Item(GUID(1, 0, 0, 0))), Item(1));
+    for (const Item& key : {table.getRoot(), below(GUID(8, 0, 0, 0))})
+        store->set(support::joined(key, support::plain("\x20")), Item(8));
+    store->set(support::list("studies", 8, GUID(6, 0, 0, 0)), Item(6));
 
     support::LogLines log;
     EXPECT_EQ(written(nullptr), (std::vector<int64_t>{3, 5, 9}));

@@ -2,7 +2,7 @@
 
 #include "kiv/core/Clock.h"
 #include "kiv/store/MemoryStore.h"
-#include "tests/store/RandomKeys.h"
+#include "tests/data/RandomKeys.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -5,9 +5,7 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace support {
@@ -48,15 +46,8 @@ public:
 
     // Mostly one that was handed out before.
     kiv::Item key() {
-        if (m_pool.size() < m_poolSize || random.oneIn(10)) {
-            kiv::Item fresh = freshKey();
-            if (m_pool.size() < m_poolSize) {
-                m_pool.push_back(fresh);
-            } else if (random.oneIn(2)) {
-                m_pool[random.below(m_poolSize)] = fresh;
-            }
-            return fresh;
-        }
+        if (m_pool.size() < m_poolSize) return m_pool.emplace_back(freshKey());
+        if (random.oneIn(10)) return m_pool[random.below(m_poolSize)] = freshKey();
         const kiv::Item& known = m_pool[random.below(m_pool.size())];
         return random.oneIn(8) ? disguised(known) : known;
     }
@@ -73,11 +64,7 @@ public:
         m_sequence = random.oneIn(2) ? kiv::Item("sequence") : element(0);
         m_next = static_cast<long long>(random.below(5000)) - 300;
     }
-    kiv::Item nextOfSequence() {
-        kiv::Item key = m_sequence;
-        key.add(m_next++);
-        return key;
-    }
+    kiv::Item nextOfSequence() { return joined(m_sequence, list(m_next++)); }
 
     // Encoded otherwise, but equal in the order of keys.
     kiv::Item disguised(const kiv::Item& item) {
@@ -122,40 +109,25 @@ private:
     }
 
     static void addWide(kiv::Item& item, long long value) {
-        std::string bytes("\x01", 1);
-        bytes.append(reinterpret_cast<const char*>(&value), sizeof(value));
-        item.concatItem(plain(bytes));
+        item.concatItem(plain('\x01' + std::string(reinterpret_cast<const char*>(&value), sizeof(value))));
     }
 
     kiv::Item undecodable() {
         using namespace std::string_literals;
-        const std::string cut[] = {"\x03"s,
-                                   "\x03text"s,
-                                   "\x0C"s + "a",
-                                   "\x04\x08\0\0\0ab"s,
-                                   "\x09\xFF\xFF\xFF\xFF"s,
-                                   "\x05\xFB\xFF\xFF\xFF\x01"s,
-                                   "\xC1\x01\0"s,
-                                   "\x01\x05\0\0"s,
-                                   "\x08"s,
-                                   "\x0A\x01"s,
-                                   "\0"s,
-                                   "\0\xFF"s,
-                                   "\x0F"s,
-                                   "\xBF"s + "rest",
-                                   "\xFD\xFD"s};
+        // clang-format off
+        static const std::string cut[] = {
+            "\x03"s, "\x03text"s, "\x0C" "a"s, "\x04\x08\0\0\0ab"s, "\x09\xFF\xFF\xFF\xFF"s, "\x05\xFB\xFF\xFF\xFF\x01"s,
+            "\xC1\x01\0"s, "\x01\x05\0\0"s, "\x08"s, "\x0A\x01"s, "\0"s, "\0\xFF"s, "\x0F"s, "\xBF" "rest"s, "\xFD\xFD"s};
+        // clang-format on
         return plain(random.oneOf(cut));
     }
 
     kiv::Item longElement() {
-        kiv::Item item;
         const size_t size = 1000 + random.below(5000);
-        if (random.oneIn(2)) {
-            item.addString((std::string(size, 'x') + static_cast<char>('a' + random.below(3))).c_str());
-        } else {
+        if (random.oneIn(2)) return list(std::string(size, 'x') + static_cast<char>('a' + random.below(3)));
+        return made([&](kiv::Item& item) {
             item.addBuffer(reinterpret_cast<const uint8_t*>(m_bytes.data()), static_cast<unsigned>(size));
-        }
-        return item;
+        });
     }
 
     std::string text() {
@@ -178,17 +150,7 @@ private:
     }
 
     double number() {
-        static constexpr double infinity = std::numeric_limits<double>::infinity();
-        static constexpr double numbers[] = {0.0,
-                                             -0.0,
-                                             1.0,
-                                             -1.0,
-                                             0.5,
-                                             1e300,
-                                             infinity,
-                                             -infinity,
-                                             std::numeric_limits<double>::denorm_min(),
-                                             std::numeric_limits<double>::quiet_NaN()};
+        static constexpr double numbers[] = {0.0, -0.0, 1.0, -1.0, 0.5, 1e300, INFINITY, -INFINITY, 5e-324, NAN};
         return random.oneOf(numbers);
     }
 
@@ -199,44 +161,18 @@ private:
         const std::string bytes = shortBytes();
         const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
         const auto size = static_cast<unsigned>(bytes.size());
-        switch (random.below(16)) {
-        case 0:
-        case 1:
-        case 2:
-            item.addInteger(integer());
-            break;
-        case 3:
-            addWide(item, integer());
-            break;
-        case 4:
-            item.addFloat(number());
-            break;
-        case 5:
-        case 6:
-        case 7:
-            item.addString(text().c_str());
-            break;
-        case 8:
-            item.addPrefix(text().c_str());
-            break;
-        case 9:
-            item.addBuffer(data, size);
-            break;
-        case 10:
-            item.addPointer(data, size);
-            break;
-        case 11:
-            item.addReferee(data, size);
-            break;
-        case 12:
-            item.addGUID(kiv::GUID(random.below(3), random.below(2) << 63, 0, random.below(3)));
-            break;
-        case 13:
-            item.concatItem(plain(random.oneOf(marks)));
-            break;
-        default:
-            if (depth < 4) item.addItem(nested(depth + 1));
-        }
+        const size_t kind = random.below(16);
+        if (kind < 3) item.addInteger(integer());
+        if (kind == 3) addWide(item, integer());
+        if (kind == 4) item.addFloat(number());
+        if (kind >= 5 && kind < 8) item.addString(text().c_str());
+        if (kind == 8) item.addPrefix(text().c_str());
+        if (kind == 9) item.addBuffer(data, size);
+        if (kind == 10) item.addPointer(data, size);
+        if (kind == 11) item.addReferee(data, size);
+        if (kind == 12) item.addGUID(kiv::GUID(random.below(3), random.below(2) << 63, 0, random.below(3)));
+        if (kind == 13) item.concatItem(plain(random.oneOf(marks)));
+        if (kind > 13 && depth < 4) item.addItem(nested(depth + 1));
         return item;
     }
 
