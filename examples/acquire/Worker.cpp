@@ -2,16 +2,16 @@
 
 #include "kiv/logging/MessageStream.h"
 
-#include <chrono>
-#include <thread>
-
 using kiv::logging::MessageStream;
 
 bool Worker::run() {
     m_sender.sendHello();
     while (m_reader->valid()) {
-        if (goesOn()) std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        if (!m_request) continue;
+        if (!m_request) {
+            const kiv::SmartPointer<kiv::Packet> packet = m_reader->readTimeout(UINT32_MAX, 0);
+            if (packet) take(*packet);
+            continue;
+        }
         const std::vector<study::TileRange> wanted = std::move(*m_request);
         m_request.reset();
         if (wanted.empty())
@@ -24,11 +24,13 @@ bool Worker::run() {
 }
 
 bool Worker::goesOn() {
-    while (const kiv::SmartPointer<kiv::Packet> packet = m_reader->read()) {
-        kiv::Vector<uint32_t> numbers;
-        if (!packet->fit(&m_scheme) || !packet->getArray(m_scheme.ranges, numbers)) continue;
-        m_request.emplace();
-        for (size_t i = 0; i + 1 < numbers.size(); i += 2) m_request->push_back({numbers[i], numbers[i + 1]});
-    }
+    while (const kiv::SmartPointer<kiv::Packet> packet = m_reader->read()) take(*packet);
     return m_reader->valid() && !m_request;
+}
+
+void Worker::take(kiv::Packet& packet) {
+    kiv::Vector<uint32_t> numbers;
+    if (!packet.fit(&m_scheme) || !packet.getArray(m_scheme.ranges, numbers)) return;
+    m_request.emplace();
+    for (size_t i = 0; i + 1 < numbers.size(); i += 2) m_request->push_back({numbers[i], numbers[i + 1]});
 }

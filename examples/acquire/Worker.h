@@ -18,8 +18,9 @@ public:
     bool run();
 
 private:
-    // Looks once what has come on standard input; false when that has ended or there is a new request.
+    // Looks what has come on standard input; false when that has ended or there is a new request.
     bool goesOn();
+    void take(kiv::Packet& packet);
 
     Sender& m_sender;
     const kiv::SmartPointer<kiv::ThreadPool> m_pool = kiv::makeObject<kiv::ThreadPool>(); // reads ahead
