@@ -6,13 +6,12 @@
 #include "Volume.h"
 #include "Worker.h"
 
+#include "examples/study/CommandLine.h"
+
 #include "kiv/logging/LogBackend.h"
 #include "kiv/logging/MessageStream.h"
-#include "kiv/platform/CommandLine.h"
 
 #include <CLI/CLI.hpp>
-
-#include <algorithm>
 
 namespace {
 
@@ -63,13 +62,7 @@ int main(int argc, char** argv) {
     CLI::App app("Acquires a study and writes it as packets on standard output: acquire | collect", "acquire");
     Options options;
     describe(app, options);
-    try {
-        std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
-        std::reverse(arguments.begin(), arguments.end()); // as the parser wants them
-        app.parse(std::move(arguments));
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    if (const std::optional<int> status = readCommandLine(app, argc, argv)) return *status;
     kiv::logging::LogBackend::registerBackend(false);
     kiv::logging::g_hideTimeInConsole = options.isWorker; // the host's log has its own
     return acquire(options);

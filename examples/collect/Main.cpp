@@ -1,15 +1,13 @@
 // Receives what `acquire` writes, and keeps it in every form: acquire | collect.
 
+#include "examples/study/CommandLine.h"
 #include "examples/study/ProgressLine.h"
 #include "examples/study/StudyFolder.h"
 
 #include "kiv/data/StdInPacketReader.h"
 #include "kiv/logging/LogBackend.h"
-#include "kiv/platform/CommandLine.h"
 
 #include <CLI/CLI.hpp>
-
-#include <algorithm>
 
 namespace {
 
@@ -40,13 +38,7 @@ int main(int argc, char** argv) {
     CLI::App app("Receives a study as packets on standard input: acquire | collect", "collect");
     StudyFolder::Options options;
     options.describe(app);
-    try {
-        std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
-        std::reverse(arguments.begin(), arguments.end()); // as the parser wants them
-        app.parse(std::move(arguments));
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    if (const std::optional<int> status = readCommandLine(app, argc, argv)) return *status;
     kiv::logging::LogBackend::registerBackend(true); // the log goes into the store
     return collect(options);
 }

@@ -3,15 +3,15 @@
 
 #include "Host.h"
 
+#include "examples/study/CommandLine.h"
+
 #include "kiv/core/Random.h"
 #include "kiv/logging/LogBackend.h"
 #include "kiv/logging/Trace.h"
-#include "kiv/platform/CommandLine.h"
 #include "kiv/system/System.h"
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <filesystem>
 #include <optional>
 
@@ -75,13 +75,7 @@ int main(int argc, char** argv) {
     CLI::App app("Has a device's worker process acquire a study, and keeps it: host [OPTIONS] [-- ARGUMENTS]", "host");
     Options options;
     describe(app, options);
-    try {
-        std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
-        std::reverse(arguments.begin(), arguments.end()); // as the parser wants them
-        app.parse(std::move(arguments));
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    if (const std::optional<int> status = readCommandLine(app, argc, argv)) return *status;
     complete(options, argv[0]);
     return host(options);
 }
