@@ -8,6 +8,7 @@
 #include "kiv/core/Random.h"
 #include "kiv/logging/LogBackend.h"
 #include "kiv/logging/Trace.h"
+#include "kiv/platform/CommandLine.h"
 #include "kiv/system/System.h"
 
 #include <CLI/CLI.hpp>
@@ -38,15 +39,16 @@ void describe(CLI::App& app, Options& options) {
 }
 
 // The worker beside this program.
-std::string findWorker(const char* program) {
-    const std::filesystem::path self(program);
+std::string findWorker() {
+    const std::string own = kiv::platform::programPath();
+    const std::filesystem::path self(std::u8string(own.begin(), own.end()));
     const std::u8string path =
-        std::filesystem::absolute(self).replace_filename("acquire").replace_extension(self.extension()).u8string();
+        std::filesystem::path(self).replace_filename("acquire").replace_extension(self.extension()).u8string();
     return {path.begin(), path.end()};
 }
 
-void complete(Options& options, const char* program) {
-    if (options.host.workerPath.empty()) options.host.workerPath = findWorker(program);
+void complete(Options& options) {
+    if (options.host.workerPath.empty()) options.host.workerPath = findWorker();
     options.host.workerArguments = {options.host.workerPath.c_str(), "--worker"};
     for (const std::string& argument : options.deviceArguments) options.host.workerArguments.emplace_back(argument);
     options.host.kills = options.isChaotic ? options.kills : 0;
@@ -76,6 +78,6 @@ int main(int argc, char** argv) {
     Options options;
     describe(app, options);
     if (const std::optional<int> status = readCommandLine(app, argc, argv)) return *status;
-    complete(options, argv[0]);
+    complete(options);
     return host(options);
 }

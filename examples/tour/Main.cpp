@@ -1,6 +1,6 @@
 #include "Tour.h"
 
-int main(int argc, char** argv) {
+int main(int argc, char**) {
     if (argc > 1) return beChild(), 0; // started by showProcesses()
     showValues();
     showRecords();
@@ -8,5 +8,5 @@ int main(int argc, char** argv) {
     showObjects();
     showLogging();
     showTasks();
-    showProcesses(argv[0]);
+    showProcesses();
 }

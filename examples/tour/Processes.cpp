@@ -3,6 +3,7 @@
 #include "kiv/data/Packet.h"
 #include "kiv/data/StdOutPacketWriter.h"
 #include "kiv/logging/MessageStream.h"
+#include "kiv/platform/CommandLine.h"
 #include "kiv/process/Process.h"
 #include "kiv/process/ProcessPacketReader.h"
 
@@ -27,10 +28,11 @@ void beChild() {
     kiv::makeObject<kiv::StdOutPacketWriter>()->write(packet.get());
 }
 
-void showProcesses(const char* program) {
+void showProcesses() {
     kiv::logging::g_hideVerboseOutputInConsole = true;
     const ReadingScheme scheme;
     const auto process = kiv::makeObject<kiv::Process>();
+    const kiv::String program = kiv::platform::programPath();
     process->spawn(program, {program, "child"}, nullptr, false);
     kiv::ProcessPacketReader* reader = process->getPacketReader();
     while (reader->valid()) {

@@ -7,6 +7,6 @@ void showStores();
 void showObjects();
 void showLogging();
 void showTasks();
-void showProcesses(const char* program);
+void showProcesses();
 // What that starts the program again for.
 void beChild();

@@ -19,4 +19,10 @@ std::vector<std::string> commandLineArguments(int, char**) {
     return arguments;
 }
 
+std::string programPath() {
+    std::wstring path(32768, L'\0'); // the longest there are
+    path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return narrowText(path);
+}
+
 } // namespace kiv::platform
