@@ -31,6 +31,8 @@ using testing::Le;
 
 constexpr char quit[] = "subprocess quit unexpectedly, restarting";
 constexpr std::chrono::seconds watchdog(100);
+// A lock on Windows gets one when threads first meet at it: so many may come late.
+const size_t handlesOfLocks = support::isWindows ? 4 : 0;
 
 // The low bits of all random numbers are these.
 class FixedRandom : public Random {
@@ -272,7 +274,9 @@ TEST_F(AsyncSupervisorTest, NothingIsLostOrDoubledThough500WorkersDie) {
     host.later = [&] {
         const auto died = static_cast<unsigned>(host.died.load());
         if (died == 20) handles = support::countOpenHandles();
-        EXPECT_TRUE(died < deaths || support::countOpenHandles() <= handles);
+        if (died == deaths) {
+            EXPECT_LE(support::countOpenHandles(), handles + handlesOfLocks);
+        }
         setWorker(died < deaths ? std::to_string(firstSeed + died).c_str() : "0");
         clock.advance(2000);
     };
@@ -300,14 +304,16 @@ TEST_F(AsyncSupervisorTest, NothingIsLostOrDoubledThough500WorkersDie) {
 TEST_F(AsyncSupervisorTest, AfterTerminateItMayStartAgain) {
     Supervisor supervisor;
     supervisor.atStart = [&] { supervisor.enqueueJob(7); };
-    const size_t handles = support::countOpenHandles();
-    for (size_t round = 1; round <= 3; ++round) {
+    size_t handles = 0;
+    const size_t rounds = 3 + handlesOfLocks;
+    for (size_t round = 1; round <= rounds; ++round) {
         clock.advance(2048);
         supervisor.start();
         EXPECT_TRUE(supervisor.waitUntil([&] { return supervisor.jobs.size() == round; }));
         supervisor.terminate();
         supervisor.terminate();
-        EXPECT_LE(support::countOpenHandles(), handles);
+        if (round == 1) handles = support::countOpenHandles();
+        EXPECT_LE(support::countOpenHandles(), handles + handlesOfLocks);
         EXPECT_EQ(supervisor.workers.size(), round); // another one each time
     }
     for (const int64_t worker : supervisor.workers)
@@ -315,7 +321,7 @@ TEST_F(AsyncSupervisorTest, AfterTerminateItMayStartAgain) {
     EXPECT_EQ(supervisor.died, 0);
     clock.advance(5000);
     supervisor.tick(); // over
-    EXPECT_EQ(supervisor.started, 3);
+    EXPECT_EQ(supervisor.started, static_cast<int>(rounds));
 }
 
 TEST_F(AsyncSupervisorTest, TerminateInAHookEndsTheWorkerAndTheHooks) {
