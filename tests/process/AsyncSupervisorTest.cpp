@@ -31,8 +31,7 @@ using testing::Le;
 
 constexpr char quit[] = "subprocess quit unexpectedly, restarting";
 constexpr std::chrono::seconds watchdog(100);
-// A lock on Windows gets one when threads first meet at it: so many may come late.
-const size_t handlesOfLocks = support::isWindows ? 4 : 0;
+using support::handlesOfLocks;
 
 // The low bits of all random numbers are these.
 class FixedRandom : public Random {

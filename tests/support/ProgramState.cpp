@@ -20,6 +20,8 @@ namespace support {
 
 #if defined(_WIN32)
 
+const size_t handlesOfLocks = 4;
+
 // Not by GetProcessHandleCount, which says 0 under Wine. New handles get the lowest free numbers.
 size_t countOpenHandles() {
     size_t count = 0;
@@ -82,6 +84,8 @@ int runInBackground(const std::string& program, const std::string& argument) {
 }
 
 #else
+
+const size_t handlesOfLocks = 0;
 
 namespace {
 

@@ -9,6 +9,8 @@ namespace support {
 
 // Open handles, resp. descriptors, of this process.
 size_t countOpenHandles();
+// A lock on Windows gets one when threads first meet at it: so many may come late.
+extern const size_t handlesOfLocks;
 size_t countThreads();
 
 // Whether there are child processes that nobody has waited for; takes one, when it has ended, from whoever waits for
