@@ -14,6 +14,7 @@
 #include <exception>
 #include <filesystem>
 #include <limits>
+#include <system_error>
 #include <utility>
 
 namespace kiv {
@@ -40,9 +41,14 @@ int32_t timeSince(uint32_t time) {
 }
 
 bool isFile(const String& path) {
-    std::error_code failure;
     const std::string& text = path;
-    return std::filesystem::is_regular_file(std::filesystem::path(std::u8string(text.begin(), text.end())), failure);
+    try {
+        std::error_code failure;
+        return std::filesystem::is_regular_file(std::filesystem::path(std::u8string(text.begin(), text.end())),
+                                                failure);
+    } catch (const std::system_error&) {
+        return false; // on Windows, where it can't be the name of a file
+    }
 }
 
 void logFailure(const char* hook, const char* what) {
@@ -83,7 +89,7 @@ public:
 
 // A step in progress, on the stack: a hook may end the supervision, and may even destroy the supervisor.
 struct AsyncSupervisor::Step {
-    Step(AsyncSupervisor* owner, uint32_t inRun) : supervisor(owner), run(inRun) {
+    Step(AsyncSupervisor* owner, uint32_t inRun) : supervisor(owner), run(inRun), lock(owner->m_stepMutex) {
         supervisor->m_step = this;
         supervisor->m_stepThread = std::this_thread::get_id();
     }
@@ -99,6 +105,7 @@ struct AsyncSupervisor::Step {
 
     AsyncSupervisor* supervisor; // null once it was destroyed
     const uint32_t run;
+    std::unique_lock<std::mutex> lock;
 };
 
 AsyncSupervisor::AsyncSupervisor(const char* workerPath) : AsyncSupervisor(workerPath, {}) {}
@@ -119,6 +126,7 @@ AsyncSupervisor::~AsyncSupervisor() {
     terminate();
     if (m_step) {
         m_step->supervisor = nullptr;
+        m_step->lock.unlock();
         stopWorker();
     }
 }
@@ -146,14 +154,24 @@ void AsyncSupervisor::terminate() {
     // In a hook: the end of the step does the rest.
     if (m_stepThread.load() == std::this_thread::get_id()) return;
     m_queue->abort();
+    const std::lock_guard lock(m_stepMutex);
     stopWorker();
 }
 
 void AsyncSupervisor::terminateAll() {
-    Registry& registry = Registry::instance();
-    std::unique_lock lock(registry.mutex);
-    for (AsyncSupervisor* supervisor : registry.supervisors) supervisor->requestStop();
-    registry.hasLeft.wait(lock, [&] { return registry.atWork == 0; });
+    std::vector<SmartPointer<Process>> workers;
+    {
+        Registry& registry = Registry::instance();
+        std::unique_lock lock(registry.mutex);
+        for (AsyncSupervisor* supervisor : registry.supervisors) supervisor->requestStop();
+        registry.hasLeft.wait(lock, [&] { return registry.atWork == 0; });
+        // The loops have ended their workers. Others are driven by hand, where the end of a step in progress does so.
+        for (AsyncSupervisor* supervisor : registry.supervisors) {
+            const std::unique_lock stepLock(supervisor->m_stepMutex, std::try_to_lock);
+            if (stepLock && supervisor->m_process) workers.push_back(supervisor->detachWorker());
+        }
+    }
+    for (const SmartPointer<Process>& worker : workers) worker->terminate(false);
 }
 
 void AsyncSupervisor::enqueuePacket(Packet* packet) {
@@ -199,7 +217,8 @@ void AsyncSupervisor::waitForWork(uint32_t begin) {
 
 void AsyncSupervisor::tick() {
     const uint32_t run = m_run;
-    if (run % 2 != 0 || run == 0) step(run);
+    const bool isInHook = m_stepThread.load() == std::this_thread::get_id();
+    if (!isInHook && (run % 2 != 0 || run == 0)) step(run);
 }
 
 AsyncSupervisor::Outcome AsyncSupervisor::step(uint32_t run) {
@@ -207,6 +226,7 @@ AsyncSupervisor::Outcome AsyncSupervisor::step(uint32_t run) {
     bool isBusy = false;
     if (!step.isOver() && (m_process || startWorker(step))) isBusy = serveWorker(step);
     if (step.isOver()) return Outcome::Over;
+    if (!m_process) takeOutbox(); // lest it grows while no worker can be started
     return isBusy ? Outcome::Busy : Outcome::Idle;
 }
 
@@ -254,7 +274,7 @@ bool AsyncSupervisor::serveWorker(const Step& step) {
     if (m_process->getPacketReader()->valid() && m_readsAfterDeath < leftoverLimit) return true;
     logging::MessageStream(2, 2) << "subprocess quit unexpectedly, restarting";
     call(step, "onProcessQuit", [this] { onProcessQuit(); });
-    if (!step.isOver()) dropWorker();
+    if (!step.isOver()) detachWorker();
     return false;
 }
 
@@ -278,15 +298,13 @@ bool AsyncSupervisor::writePackets() {
     return !packets.empty();
 }
 
-void AsyncSupervisor::dropWorker() {
-    m_process = nullptr;
+SmartPointer<Process> AsyncSupervisor::detachWorker() {
     if (m_lifeId != 0) Trace::endAsync(traceCategory, traceName, std::exchange(m_lifeId, 0));
+    return std::exchange(m_process, nullptr);
 }
 
 void AsyncSupervisor::stopWorker() {
-    if (!m_process) return;
-    m_process->terminate(false);
-    dropWorker();
+    if (const SmartPointer<Process> worker = detachWorker()) worker->terminate(false);
 }
 
 } // namespace kiv

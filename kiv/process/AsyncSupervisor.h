@@ -20,8 +20,9 @@ class Packet;
 // again two seconds after it has died. Derive from it; the destructor of the derived class calls terminate(). A worker
 // that is not found is never looked for again.
 // Ownership: counted; the supervisor is not kept alive by its own work. Threads: any may enqueue packets and terminate;
-// start() and tick() from one at a time. The hooks are called on the supervising thread, no lock held; one that waits
-// for a thread which is in terminate() waits for ever. What a hook throws is logged, and the work goes on.
+// start() and tick() from one at a time, which does not race with terminate(). The hooks are called on the supervising
+// thread; one that waits for a thread which is in terminate() waits for ever. What it throws is logged, and the work
+// goes on.
 class KIV_API AsyncSupervisor : public Object {
     KIV_OBJECT(AsyncSupervisor, Object)
 public:
@@ -72,7 +73,7 @@ private:
     bool serveWorker(const Step& step);
     bool readPackets(const Step& step, bool isAlive);
     bool writePackets();
-    void dropWorker();
+    SmartPointer<Process> detachWorker();
     void stopWorker();
     template <class Hook>
     static void call(const Step& step, const char* name, Hook hook);
@@ -89,7 +90,9 @@ private:
     std::mutex m_outboxMutex;
     Packets m_outbox; // guarded by the mutex
 
-    // Of the supervising thread.
+    // Held in each step, also while hooks are called, and by terminate() to end a worker.
+    std::mutex m_stepMutex;
+    // Guarded by it; a loop in progress needs no lock to read them.
     String m_workerPath; // empty once it was not found
     const List<String> m_arguments;
     SmartPointer<Process> m_process;

@@ -123,8 +123,10 @@ struct AsyncSupervisorTest : testing::Test {
 
 TEST_F(AsyncSupervisorTest, AMissingBinaryIsToldOnceAndNeverLookedForAgain) {
     const support::TemporaryFolder folder;
-    for (const std::string& path : {folder.utf8("worker"), folder.utf8(""), std::string()}) {
+    for (const std::string& path : {folder.utf8("worker"), folder.utf8(""), folder.utf8("\xFF"), std::string()}) {
         Supervisor supervisor(path);
+        const SmartPointer<Packet> packet = support::requestOf(1);
+        supervisor.enqueuePacket(packet.get());
         const auto seconds = [&](int count) {
             for (int i = 0; i < count; ++i) clock.advance(1000), supervisor.tick();
         };
@@ -133,6 +135,7 @@ TEST_F(AsyncSupervisorTest, AMissingBinaryIsToldOnceAndNeverLookedForAgain) {
                                    std::filesystem::copy_options::skip_existing);
         seconds(20);
         EXPECT_EQ(supervisor.started, 0);
+        EXPECT_EQ(packet->getReferenceCount(), 1); // what nobody will get is not kept
         EXPECT_EQ(takeLog(), path.empty() ? std::vector<std::string>()
                                           : std::vector{"worker binary not found under path: " + path});
         std::filesystem::remove(folder.path("worker"));
@@ -345,6 +348,20 @@ TEST_F(AsyncSupervisorTest, TerminateInAHookEndsTheWorkerAndTheHooks) {
     }
 }
 
+TEST_F(AsyncSupervisorTest, AnyThreadMayEndWhatAnotherOneDrivesByHand) {
+    for (int round = 0; round < 10; ++round) {
+        Supervisor supervisor;
+        supervisor.atStart = [&] { supervisor.tick(); }; // does nothing
+        clock.advance(2048);
+        std::jthread driver([&](const std::stop_token& stop) {
+            while (!stop.stop_requested()) supervisor.tick();
+        });
+        EXPECT_TRUE(supervisor.waitUntil([&] { return supervisor.started == 1; }));
+        std::jthread other([&] { supervisor.terminate(); });
+        supervisor.terminate();
+    }
+}
+
 TEST_F(AsyncSupervisorTest, AHookOfTheLoopMayEndItAndBeginAnother) {
     Supervisor supervisor;
     supervisor.atStart = [&] { supervisor.enqueueJob(7); };
@@ -408,8 +425,10 @@ TEST_F(AsyncSupervisorTest, OneThatIsForgottenToBeEndedIsToldOf) {
 
 TEST_F(AsyncSupervisorTest, AllAreEndedAtOnce) {
     clock.advance(2048);
-    Supervisor working, idle("/no/such/worker"), never;
+    Supervisor byHand, working, idle("/no/such/worker"), never;
+    byHand.atStart = [&] { byHand.enqueueJob(7); };
     clock.advance(2048);
+    EXPECT_TRUE(byHand.tickUntil([&] { return !byHand.workers.empty(); }));
     working.start();
     idle.start();
     EXPECT_TRUE(working.waitUntil([&] { return working.started == 1; }));
@@ -417,6 +436,7 @@ TEST_F(AsyncSupervisorTest, AllAreEndedAtOnce) {
     const auto areThreadsIdle = [&] { return pool->getIdleCount() == pool->getThreadCount(); };
     EXPECT_TRUE(never.tickUntil(areThreadsIdle));
     EXPECT_EQ(never.started, 0);
+    EXPECT_TRUE(byHand.tickUntil([&] { return !Process::processExists(*byHand.workers.begin()); }));
     clock.advance(5000);
     working.start(); // as after terminate()
     EXPECT_TRUE(working.waitUntil([&] { return working.started == 2; }));
