@@ -117,6 +117,8 @@ void System::shutDown() {
     m_tick.disconnectAll();
     internal::exchangeReleaseQueue(nullptr);
     releaseEverything();
+    m_threadPool->close();
+    AsyncSupervisor::terminateAll(); // those that were started meanwhile
     // Threads may still be busy with queues of the application's own, and use all this, until they have ended.
     m_threadPool->shutdown();
     releaseEverything();
@@ -126,6 +128,7 @@ void System::shutDown() {
     m_deleteIOQueue = nullptr;
     m_parallelQueue = nullptr;
     m_mainQueue = nullptr;
+    m_scheduler->uninstall();
     m_scheduler = nullptr;
     m_mainPool->uninstall();
     m_mainPool = nullptr;
@@ -165,7 +168,7 @@ void System::pump() {
         const PerfMon::Scope phase(m_perfMon, "Tick");
         if (Application* application = Application::current())
             guarded("the application's onTick", [&] { application->onTick(); });
-        guarded("a listener of the pump", [&] { m_tick.emit(); });
+        m_tick.emit();
     }
     {
         const PerfMon::Scope phase(m_perfMon, "VM");
@@ -184,7 +187,9 @@ void System::pump() {
 }
 
 Connection System::connectTick(std::function<void()> function) {
-    return instance().m_tick.connect(std::move(function));
+    // Else one that throws would keep those behind it from being called.
+    return instance().m_tick.connect(
+        [called = std::move(function)] { guarded("a listener of the pump", [&] { called(); }); });
 }
 
 void System::setScriptPass(Delegate<void()> pass) {

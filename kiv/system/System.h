@@ -35,9 +35,10 @@ public:
 
     // False, and logged, when there is one already.
     static bool initialize();
-    // Stops supervisors of worker processes, drops what the global queues still hold, waits for runs in progress on all
-    // queues, and releases all deferred references. False, and logged, when there is no System, when something else
-    // holds a reference to it (as a pump in progress does) or off the main thread; nothing has changed then.
+    // Stops supervisors of worker processes, drops what the global queues still hold, waits until the other queues that
+    // have a thread are empty, and releases all deferred references. What other threads do with the System must be over
+    // by then. False, and logged, when there is no System, when something else holds a reference to it (as a pump in
+    // progress does) or off the main thread; nothing has changed then.
     static bool deinitialize();
 
     // The main pump, once a frame: the phases "Tick", "VM", "Queue", housekeeping of the threads, "Scheduler"; then the

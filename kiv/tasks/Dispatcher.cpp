@@ -257,8 +257,7 @@ void Dispatcher::wakeSurplus() {
     reap();
 }
 
-void Dispatcher::shutdown() {
-    assert(!isWorker() && "a thread pool is destroyed by one of its threads");
+void Dispatcher::close() {
     Requests unserved[2];
     {
         const Lock lock(m_mutex);
@@ -271,6 +270,11 @@ void Dispatcher::shutdown() {
         for (const Request& request : requests) request.queue->discharge(request.runners);
     }
     m_workCondition.notifyAll();
+}
+
+void Dispatcher::shutdown() {
+    assert(!isWorker() && "a thread pool is destroyed by one of its threads");
+    close();
     std::list<Worker> workers;
     {
         const std::lock_guard lock(m_workersMutex);

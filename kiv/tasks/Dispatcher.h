@@ -53,8 +53,9 @@ public:
     void unpark(bool isBusy);
     void startWorker() noexcept;
     void wakeSurplus();
-    // Waits for the runs in progress and ends all threads. Requests that nobody serves any more are taken off their
-    // queues' accounts.
+    // The beginning of the shutdown. Requests that nobody serves any more are taken off their queues' accounts.
+    void close();
+    // Waits for the runs in progress and ends all threads.
     void shutdown();
 
     // How many runners of a parallel queue are of use.

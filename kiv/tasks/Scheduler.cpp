@@ -41,6 +41,10 @@ Scheduler::Scheduler() : m_now(Clock::current().getTime()) {
 
 Scheduler::~Scheduler() {
     cancelAll();
+    uninstall();
+}
+
+void Scheduler::uninstall() {
     Scheduler* self = this;
     g_current.compare_exchange_strong(self, nullptr);
 }

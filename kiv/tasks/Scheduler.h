@@ -13,7 +13,8 @@ namespace kiv {
 class Alarm;
 
 // Fires alarms on the main thread, in the order of their due times. Times are those of Clock::getTime(), a count that
-// wraps: they are right as long as alarms are at most 24.8 days ahead and no more than that passes between two ticks.
+// wraps: they are right as long as alarms are at most 24.8 days ahead and no more than half of that passes between two
+// ticks.
 // The first one made is current() until it dies; destroying it cancels its alarms. Never destroy it from a callback.
 // Threads: that of its constructor alone, which is asserted.
 class KIV_API Scheduler : public Object {
@@ -27,6 +28,8 @@ public:
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
     ~Scheduler() override;
+    // Lets another one be the current one, while references to this are still held.
+    void uninstall();
 
     // Makes the alarm due at `time`, and takes a reference unless it is scheduled. Among alarms that are due at the
     // same time a new one comes last when it is nearer to the last alarm than to the first, else first. One that is

@@ -22,6 +22,10 @@ ThreadPool::~ThreadPool() {
     shutdown();
 }
 
+void ThreadPool::close() {
+    m_dispatcher->close();
+}
+
 void ThreadPool::shutdown() {
     ThreadPool* self = this;
     if (g_current.compare_exchange_strong(self, nullptr)) internal::Dispatcher::uninstall(m_dispatcher);

@@ -25,12 +25,15 @@ public:
     ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
-    // Waits for the runs in progress; what is queued is not run, and dropped when its queue is destroyed.
+    // Waits until the queues that have a thread are empty: a task that pushes itself again and again keeps it waiting.
+    // What waits for a thread is not run, and dropped when its queue is destroyed.
     ~ThreadPool() override;
 
     // Null when there is none.
     static ThreadPool* current();
-    // What the destructor does, while others may still hold references; tasks pushed from then on are not run.
+    // From now on no queue gets a thread; those that have one go on.
+    void close();
+    // What the destructor does, while others may still hold references.
     void shutdown();
 
     // Asks for threads that call the queue's processTasks(); for TaskQueue.

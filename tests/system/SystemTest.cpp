@@ -14,6 +14,7 @@
 #include "kiv/tasks/MainPool.h"
 #include "kiv/tasks/Scheduler.h"
 #include "kiv/tasks/ThreadPool.h"
+#include "tests/support/Gate.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/ProgramState.h"
 #include "tests/support/TemporaryFolder.h"
@@ -168,13 +169,14 @@ TEST_F(SystemTest, APumpRunsItsPhasesInOrder) {
     support::LogLines log;
     application.tick = [] { throw std::runtime_error("tired"); };
     System::setScriptPass(Delegate<void()>([] { throw 1; }));
-    listener.disconnect();
+    listener = System::connectTick([] { throw std::runtime_error("tired"); });
+    const Connection behind = System::connectTick(step("behind"));
     steps.clear();
     System::getGlobalMainQueue().pushTask(makeTask([] { throw std::runtime_error("tired, too"); }));
     System::getGlobalMainQueue().pushTask(makeTask(step("task")));
     System::processEvents();
-    EXPECT_THAT(steps, ElementsAre("task"));
-    EXPECT_EQ(log.take().size(), 3u);
+    EXPECT_THAT(steps, ElementsAre("behind", "task"));
+    EXPECT_EQ(log.take().size(), 4u);
 }
 
 TEST_F(SystemTest, ATaskMayPumpInALoopOfItsOwn) {
@@ -272,24 +274,33 @@ TEST(SystemLife, TheEndReleasesEverythingThatIsLeftInAnyOrder) {
 
 // Else it would wait for ever for the threads they are on.
 TEST_F(SystemTest, TheEndStopsSupervisorsThatNobodyHasStopped) {
+    const support::Watchdog watchdog;
     struct Supervisor : AsyncSupervisor {
         Supervisor() : AsyncSupervisor("/no/such/worker") {}
         ~Supervisor() override { terminate(); }
+        void startAndWait() {
+            const auto countBusy = [] {
+                return System::getThreadPool()->getThreadCount() - System::getThreadPool()->getIdleCount();
+            };
+            support::waitUntil([&] { return countBusy() == 0; });
+            start();
+            support::waitUntil([&] { return countBusy() > 0; });
+        }
         using AsyncSupervisor::start;
         void onProcessStarted() override {}
         void onProcessQuit() override {}
         void onPacket(Packet*) override {}
-    } at, work;
-    at.start();
-    work.start();
-    while (System::getThreadPool()->getIdleCount() == System::getThreadPool()->getThreadCount()) {
-    }
+    } atWork, asked, late;
+    atWork.startAndWait();
+    asked.start();
+    makeObject<Mortal>([&] { late.startAndWait(); })->takeTimedReference();
     EXPECT_TRUE(System::deinitialize());
 }
 
 TEST(SystemLife, ServicesThatAreStillHeldDoNotDisturbTheNextSystem) {
     EXPECT_TRUE(System::initialize());
     const SmartPointer<ThreadPool> pool = System::getThreadPool();
+    const SmartPointer<Scheduler> scheduler = System::getScheduler();
     const SmartPointer<TaskQueue> queue = &System::getGlobalParallelQueue();
     const auto own = makeObject<TaskQueue>(TaskQueue::Main);
     EXPECT_TRUE(System::deinitialize());
@@ -300,6 +311,7 @@ TEST(SystemLife, ServicesThatAreStillHeldDoNotDisturbTheNextSystem) {
     EXPECT_TRUE(System::initialize());
     EXPECT_EQ(System::getThreadPool(), ThreadPool::current());
     EXPECT_EQ(System::getMainPool(), MainPool::current());
+    EXPECT_EQ(System::getScheduler(), Scheduler::current());
     System::processEvents();
     EXPECT_FALSE(hasRun);
     EXPECT_TRUE(System::deinitialize());
