@@ -32,6 +32,10 @@ void PerfMon::end() {
     Trace::span("pump", phase.name, open.begin, nanoseconds);
 }
 
+void PerfMon::endDownTo(size_t depth) {
+    while (m_open.size() > depth) end();
+}
+
 const PerfMon::Phase* PerfMon::find(std::string_view name) const {
     const auto found =
         std::find_if(m_phases.begin(), m_phases.end(), [&](const Phase& each) { return each.name == name; });

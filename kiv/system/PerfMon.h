@@ -45,20 +45,25 @@ private:
         int64_t begin; // nanoseconds
     };
 
+    void endDownTo(size_t depth);
+
     std::vector<Phase> m_phases;
     std::vector<Open> m_open;
 };
 
-// A phase as long as a block of code.
+// A phase as long as a block of code. It also ends what was begun in there and not ended.
 class KIV_API PerfMon::Scope {
 public:
-    Scope(PerfMon& perfMon, const char* name) : m_perfMon(perfMon) { m_perfMon.begin(name); }
+    Scope(PerfMon& perfMon, const char* name) : m_perfMon(perfMon), m_depth(perfMon.m_open.size()) {
+        m_perfMon.begin(name);
+    }
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
-    ~Scope() { m_perfMon.end(); }
+    ~Scope() { m_perfMon.endDownTo(m_depth); }
 
 private:
     PerfMon& m_perfMon;
+    const size_t m_depth;
 };
 
 } // namespace kiv

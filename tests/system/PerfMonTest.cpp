@@ -48,7 +48,11 @@ TEST(PerfMon, MeasuresEachPhaseAndThoseWithin) {
 
 TEST(PerfMon, KeepsThePumpsPhasesInOrderAndOthersBehind) {
     PerfMon perfMon;
-    { const PerfMon::Scope scope(perfMon, "Demo"); }
+    {
+        const PerfMon::Scope scope(perfMon, "Demo");
+        perfMon.begin("VM"); // and not ended
+    }
+    EXPECT_EQ(perfMon.find("Demo")->count + perfMon.find("VM")->count, 2u);
     std::string names;
     for (const PerfMon::Phase& phase : perfMon.getPhases()) names += std::string(phase.name) + " ";
     EXPECT_EQ(names, "Tick VM Queue Scheduler Demo ");
