@@ -12,9 +12,19 @@ bool isPortable(char character) {
     return code >= 0x20 && code != 0x7F && std::string_view("\\:*?\"<>|").find(character) == std::string_view::npos;
 }
 
+// Of Windows, in every directory and whatever the extension.
+bool isDevice(std::string_view part) {
+    std::string stem(part.substr(0, part.find('.')));
+    stem.erase(stem.find_last_not_of(' ') + 1);
+    std::transform(stem.begin(), stem.end(), stem.begin(),
+                   [](char c) { return 'a' <= c && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    if (stem.size() == 4 && '0' <= stem[3] && stem[3] <= '9') return stem.starts_with("COM") || stem.starts_with("LPT");
+    return stem == "CON" || stem == "PRN" || stem == "AUX" || stem == "NUL" || stem == "CONIN$" || stem == "CONOUT$";
+}
+
 // Windows takes dots and blanks at the end for nothing: ".. " is "..".
 bool isPart(std::string_view part) {
-    return !part.empty() && part.back() != '.' && part.back() != ' ' &&
+    return !part.empty() && part.back() != '.' && part.back() != ' ' && !isDevice(part) &&
            std::all_of(part.begin(), part.end(), isPortable);
 }
 

@@ -31,8 +31,8 @@ public:
     // that can be read.
     bool fetch(TextArg name, Buffer& out) const;
 
-    // True for parts that are separated by "/", none of them empty, ending in "." or " " (so neither "." nor "..") or
-    // with a control character or one of \ : * ? " < > |.
+    // True for parts that are separated by "/", none of them empty, ending in "." or " " (so neither "." nor ".."),
+    // the name of a device like "con" or "Nul.txt", or with a control character or one of \ : * ? " < > |.
     static bool isResourceName(std::string_view name);
 
 private:

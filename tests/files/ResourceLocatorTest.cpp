@@ -12,11 +12,12 @@ namespace {
 
 TEST(ResourceLocator, NamesLeadOutOfNoDirectoryOnAnySystem) {
     const auto isName = [](std::string_view name) { return ResourceLocator::isResourceName(name); };
-    for (const char* good : {"a", "a.b", "a/b/c.txt", ".hidden", "..a", "a..b/c", "\xC3\xA4 b/\xE4\xB8\x96"})
+    for (const char* good :
+         {"a", "a.b", "a/b/c.txt", ".hidden", "..a", "a..b/c", "com", "console/lpt", "\xC3\xA4 b/\xE4\xB8\x96"})
         EXPECT_TRUE(isName(good)) << good;
-    for (const char* bad :
-         {"",    ".",    "..",       "/a",   "a/",    "a//b", "../a", "a/../b", "a/..",  "./a", "a\\b", "\\\\host\\a",
-          "C:a", "C:/a", "a:stream", "a./b", ".. /a", "a ",   "...",  "a\nb",   "a\x7F", "a*",  "con|"})
+    for (const char* bad : {"",    ".",    "..",          "/a",  "a/",   "a//b",     "../a",     "a/../b",   "a/..",
+                            "./a", "a\\b", "\\\\host\\a", "C:a", "C:/a", "a:stream", "a./b",     ".. /a",    "a ",
+                            "...", "a\nb", "a\x7F",       "a*",  "con|", "a/nul",    "Con .txt", "lpt1.a/b", "CONIN$"})
         EXPECT_FALSE(isName(bad)) << bad;
     EXPECT_FALSE(isName(std::string_view("a\0b", 3)));
 }
