@@ -103,11 +103,16 @@ private:
         if (key.getPlainSize() > 6000) key.clear();
         if (random.oneIn(3)) key.parent();
         for (size_t i = random.below(4); i > 0; --i) key.concatItem(element(0));
-        if (random.oneIn(300)) key.concatItem(longElement());
+        if (random.oneIn(100)) key.concatItem(longElement());
+        if (random.oneIn(40)) key = deep(key);
         if (random.oneIn(16)) key.concatItem(undecodable());
         return key;
     }
 
+    static kiv::Item deep(kiv::Item item) {
+        for (int i = 0; i < 20; ++i) item = list(item);
+        return item;
+    }
     static void addWide(kiv::Item& item, long long value) {
         item.concatItem(plain('\x01' + std::string(reinterpret_cast<const char*>(&value), sizeof(value))));
     }

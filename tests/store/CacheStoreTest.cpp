@@ -91,8 +91,7 @@ TEST_F(CacheStoreTest, WithoutABackingStoreDoesNothing) {
     none.begin(), none.commit(), none.rollback(), none.close(), none.flush(), none.invalidate();
     EXPECT_EQ(none.get(Item(1)), nullptr);
     EXPECT_FALSE(none.first(out) || none.next(Item(), out) || none.prev(Item("z"), out));
-    EXPECT_EQ(none.getSizeInBytes() + none.getHitCount() + none.getMissCount(), 0);
-    EXPECT_FALSE(CacheStore(none).good());
+    EXPECT_TRUE(none.getSizeInBytes() + none.getHitCount() + none.getMissCount() == 0 && !CacheStore(none).good());
 }
 
 TEST_F(CacheStoreTest, CopiesAndMovesHandOutTheirOwnValues) {
@@ -100,8 +99,7 @@ TEST_F(CacheStoreTest, CopiesAndMovesHandOutTheirOwnValues) {
     cache->get(Item(2));
     const auto isOwn = [](CacheStore& of) { return of.get(Item(1))->getStore() == &of && !of.get(Item(2)); };
     CacheStore copy(*cache);
-    EXPECT_TRUE(isOwn(copy) && isOwn(*cache));
-    EXPECT_TRUE(copy.getHitCount() == 2 && copy.getMissCount() == 1);
+    EXPECT_TRUE(isOwn(copy) && isOwn(*cache) && copy.getHitCount() == 2 && copy.getMissCount() == 1);
     CacheStore moved(std::move(copy));
     EXPECT_FALSE(copy.good() || copy.get(Item(1)));
     EXPECT_TRUE(isOwn(moved) && moved.getMissCount() == 1);

@@ -49,8 +49,7 @@ TEST(ItemPackets, ComeBackAsTheyWereInBothForms) {
         EXPECT_EQ(hexOf(*readCargo), hexOf(*cargo));
     };
     Item key(&store);
-    key.add("packets");
-    key.add(1);
+    key.add("packets"), key.add(1);
     roundTrip(&Item::storePacket, &Item::fetchPacket, key);
     roundTrip(&Item::storePacketCompact, &Item::fetchPacket, key);
     roundTrip(&Item::storePacketCompact, &Item::fetchPacketCompact, key);
@@ -93,8 +92,7 @@ TEST(ItemPackets, HaveTheirPlacesUnderTheKey) {
     const auto before = contentOf(store);
     store.setsLeft = 1;
     EXPECT_THROW(key.storePacket(cargo.get()), std::bad_alloc);
-    EXPECT_EQ(contentOf(store), before);
-    EXPECT_EQ(store.getNumberOfLayers(), 1u);
+    EXPECT_TRUE(contentOf(store) == before && store.getNumberOfLayers() == 1u);
 }
 
 TEST(ItemPackets, OlderRecordsAreBroughtUp) {
@@ -138,8 +136,7 @@ TEST(ItemPackets, WhatIsNoneIsRefused) {
         refused(Item(reinterpret_cast<const uint8_t*>("\1\2\3"), 3), &cargoScheme,
                 "corrupt buffer_manifest packet encoding");
         key.remove();
-        EXPECT_FALSE((key.*fetch)(&cargoScheme));
-        EXPECT_FALSE((Item("unbound").*fetch)(&cargoScheme));
+        EXPECT_FALSE((key.*fetch)(&cargoScheme) || (Item("unbound").*fetch)(&cargoScheme));
         EXPECT_EQ(log.takeOne(), "");
     }
     // A key that happens to exist holds no packet.

@@ -14,9 +14,7 @@
 namespace kiv {
 namespace {
 
-using support::list;
-using support::LogLines;
-using support::plain;
+using namespace support;
 
 template <class T>
 std::string bytesOf(T number) {
@@ -81,13 +79,11 @@ protected:
         const std::string path = folder.utf8("round");
         MemoryStore again(false);
         again.set("old", 1);
-        EXPECT_TRUE(StoreFile::save(&store, path));
-        EXPECT_TRUE(StoreFile::load(&again, path));
-        EXPECT_TRUE(blobOf(again) == blobOf(store));
+        EXPECT_TRUE(StoreFile::save(&store, path) && StoreFile::load(&again, path) && blobOf(again) == blobOf(store));
         EXPECT_FALSE(again.isTransactional());
     }
 
-    const support::TemporaryFolder folder;
+    const TemporaryFolder folder;
     MemoryStore small{true};
 };
 
@@ -115,16 +111,13 @@ TEST_F(StoreFiles, ComeBackWhateverTheSizesOfEntries) {
         store.set(list("large", size), Item(value.getConstByteSpan()));
     }
     for (int i = 0; i < 50000; ++i) store.set(list("many", i, i % 7), list(i, "value"));
-    Item largest;
-    largest.addString(std::string(65534, 'k').c_str()); // the largest clean key
-    store.set(largest, 1);
+    store.set(list(std::string(65534, 'k')), 1); // the largest clean key
     expectRoundTrip(store);
 
     uint64_t saved = 0, loaded = 0, calls = 0;
     const auto follow = [&calls](uint64_t& last) {
         return [&calls, &last](uint64_t done, uint64_t total) {
-            EXPECT_TRUE(done > last && done <= total);
-            last = done;
+            EXPECT_TRUE(done > std::exchange(last, done) && done <= total);
             ++calls;
         };
     };
@@ -183,12 +176,9 @@ TEST_F(StoreFiles, AreReadUpToTheDamage) {
     EXPECT_TRUE(reader.read(key, value) && reader.read(key, value) && reader.read(key, value));
     EXPECT_EQ(key, list("a", 300));
     EXPECT_EQ(value, Item("x"));
-    EXPECT_FALSE(reader.read(key, value));
-    EXPECT_FALSE(reader.read(key, value) || reader.isWhole());
-    EXPECT_EQ(reader.getNumberOfEntries(), 3u);
-    EXPECT_EQ(reader.getOffset(), 60u);
-    EXPECT_FALSE(StoreFileReader(folder.utf8("nowhere")).isOpen());
-    EXPECT_FALSE(StoreFileReader(folder.utf8(".")).isOpen());
+    EXPECT_FALSE(reader.read(key, value) || reader.read(key, value) || reader.isWhole());
+    EXPECT_TRUE(reader.getNumberOfEntries() == 3u && reader.getOffset() == 60u);
+    EXPECT_FALSE(StoreFileReader(folder.utf8("nowhere")).isOpen() || StoreFileReader(folder.utf8(".")).isOpen());
 }
 
 TEST_F(StoreFiles, ASaveThatFailsLeavesTheOldFile) {
@@ -213,7 +203,7 @@ TEST_F(StoreFiles, ASaveThatFailsLeavesTheOldFile) {
     EXPECT_NE(log.takeOne().find("nowhere/file': can't be created: "), std::string::npos);
 
     unclean.remove(key, key);
-    const support::FileSizeLimit limit(300000);
+    const FileSizeLimit limit(300000);
     if (limit.isInForce()) refuses(&unclean, "can't be written: ");
 }
 
@@ -225,8 +215,7 @@ TEST_F(StoreFiles, ALoadThatFailsLeavesTheStore) {
     EXPECT_FALSE(StoreFile::load(&store, folder.utf8("file")));
     EXPECT_EQ(log.takeOne(), "[STORE] can't load '" + folder.utf8("file") + "': the store has an open transaction");
     store.rollback();
-    EXPECT_TRUE(StoreFile::load(&store, folder.utf8("file")));
-    EXPECT_TRUE(store.isTransactional());
+    EXPECT_TRUE(StoreFile::load(&store, folder.utf8("file")) && store.isTransactional());
     EXPECT_EQ(store.get("a")->getStore(), &store);
     EXPECT_FALSE(StoreFile::load(&store, folder.utf8("nowhere")));
     EXPECT_EQ(log.takeOne(), "[STORE] can't load '" + folder.utf8("nowhere") + "': it can't be opened");

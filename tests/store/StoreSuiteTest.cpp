@@ -1,11 +1,14 @@
 // Hunts, in every kind of store: keys and values lost, doubled, out of order or torn, range ends off by one, rollbacks
 // that restore less or more than they should, arguments that lie in the store itself, and what was handed out dying too
-// early. KIV_TEST_SEED repeats a failed run.
+// early; memory that ends in the midst of a change and leaves half of it, loses what a rollback needs, or leaks.
+// KIV_TEST_SEED repeats a failed run.
 #include "kiv/core/SmartPointer.h"
 #include "kiv/store/CacheStore.h"
 #include "kiv/store/MemoryStore.h"
 #include "tests/data/RandomKeys.h"
 #include "tests/store/StoreModel.h"
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/SystemFaults.h"
 
 #include <gtest/gtest.h>
 
@@ -259,6 +262,130 @@ TEST_P(StoreSuite, BindsWhatItHandsOut) {
     m_model.set(key, value), m_model.set("before", 1);
     m_model.get("key"), m_model.prev(key), m_model.first();
     EXPECT_TRUE(m_store->good() && m_store->getSizeInBytes() == 0);
+}
+
+// Tries each change with memory that ends ever later, until it succeeds. One that fails must leave all as it was, but
+// of a removal, of whose range the beginning may be gone, and of a rollback, which can be done again.
+class ShortOfMemory : public MemoryStore {
+public:
+    using Content = StoreModel::Content;
+
+    ShortOfMemory() : MemoryStore(true) {}
+
+    static Content contentOf(MemoryStore& store) {
+        Content content;
+        Item key;
+        for (bool more = store.first(key); more; more = store.next(key, key)) content[key] = *store.get(key);
+        EXPECT_EQ(content.size(), store.lastData().getCount());
+        return content;
+    }
+
+    void set(const Item& key, const Item& value) override {
+        const Item ownKey = key, ownValue = value; // they may be the store's, which takes them back as it fails
+        change([&] { MemoryStore::set(ownKey, ownValue); });
+    }
+    void remove(const Item& from, const Item& to) override {
+        const Item ownFrom = from, ownTo = to;
+        change([&] { MemoryStore::remove(ownFrom, ownTo); }, &ownFrom, &ownTo);
+    }
+    void begin() override {
+        change([&] { const MemoryStore copy(*this); });
+        change([&] { MemoryStore::begin(); });
+    }
+    void commit() override {
+        if (getNumberOfLayers() == 1) return MemoryStore::commit(); // which is told
+        change([&] { MemoryStore::commit(); });
+    }
+    void rollback() override {
+        const size_t layers = getNumberOfLayers();
+        if (layers == 1) return MemoryStore::rollback();
+        const auto tryIt = [&] { MemoryStore::rollback(); };
+        for (size_t successes = 0; !succeeds(tryIt, successes); ++successes) EXPECT_EQ(getNumberOfLayers(), layers);
+    }
+
+    size_t faults = 0, tornRemovals = 0;
+
+private:
+    template <class Try>
+    bool succeeds(Try tryIt, size_t successes) {
+        const support::AllocationFault fault(successes, m_random.oneIn(2) ? 1 : support::AllocationFault::forever);
+        try {
+            tryIt();
+            return true;
+        } catch (const std::bad_alloc&) {
+            ++faults;
+            return false;
+        }
+    }
+    template <class Try>
+    void change(Try tryIt, const Item* from = nullptr, const Item* to = nullptr) {
+        Content content = contentOf(*this);
+        const size_t layers = getNumberOfLayers();
+        const auto isSame = [](const auto& a, const auto& b) {
+            return support::isSame(a.first, b.first) && support::isSame(a.second, b.second);
+        };
+        for (size_t successes = 0; !succeeds(tryIt, successes); ++successes) {
+            const Content left = contentOf(*this);
+            for (size_t gone = content.size() - left.size(); from && gone > 0; --gone, ++tornRemovals) {
+                const auto first = content.lower_bound(*from);
+                if (first == content.end() || StoreModel::Order()(*to, first->first)) break;
+                content.erase(first);
+            }
+            EXPECT_TRUE(std::equal(left.begin(), left.end(), content.begin(), content.end(), isSame));
+            EXPECT_EQ(getNumberOfLayers(), layers);
+            if (testing::Test::HasFailure()) return;
+        }
+    }
+
+    support::Random m_random{1};
+};
+
+TEST(MemoryStoreFaults, ChangesHappenOrDont) {
+    size_t faults = 0, tornRemovals = 0;
+    for (uint64_t seed = 1; seed <= 4; ++seed) {
+        ShortOfMemory store;
+        StoreModel model(store, true);
+        RandomWork work(model, seed, {400, 1000, 15, 200});
+        for (int i = 0; i < 1000; ++i) {
+            work.operation();
+            ASSERT_FALSE(HasFailure()) << "seed " << seed << ", operation " << i;
+        }
+        faults += store.faults;
+        tornRemovals += store.tornRemovals;
+    }
+    if (!support::countsLibraryAllocations()) GTEST_SKIP() << "the library's allocations can't fail here";
+    EXPECT_TRUE(faults > 2000 && tornRemovals > 0) << faults << " " << tornRemovals;
+}
+
+// Chunks of pages come from the system itself.
+TEST(MemoryStoreFaults, TheSystemHasNoMoreMemory) {
+    constexpr int64_t stored = 50000;
+    MemoryStore store(true);
+    const auto fill = [&](const char* name, int64_t count) {
+        int64_t i = 0;
+        try {
+            for (; i < count; ++i) store.set(support::list(name, i), "value");
+        } catch (const std::bad_alloc&) {
+        }
+        return i;
+    };
+    ASSERT_EQ(fill("before", stored), stored);
+    store.begin();
+    int64_t added = 0;
+    bool isInForce = false;
+    {
+        const support::MemoryLimit limit;
+        isInForce = limit.isInForce();
+        if (isInForce) added = fill("more", 10 * stored);
+    }
+    if (!isInForce) GTEST_SKIP() << "memory has no limit here";
+    EXPECT_LT(added, 10 * stored) << "memory did not end";
+    EXPECT_EQ(store.lastData().getCount(), static_cast<uint64_t>(stored + added));
+    EXPECT_EQ(fill("more", 2 * added + 1000), 2 * added + 1000) << "it goes on when there is memory again";
+    store.rollback();
+    const StoreModel::Content content = ShortOfMemory::contentOf(store);
+    ASSERT_EQ(content.size(), static_cast<size_t>(stored));
+    EXPECT_TRUE(support::isSame(content.rbegin()->first, support::list("before", stored - 1)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, StoreSuite, testing::ValuesIn(kinds),

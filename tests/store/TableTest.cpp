@@ -27,10 +27,7 @@ struct TileScheme : kiv::PacketScheme {
 class Tiles : public kiv::Table {
     KIV_OBJECT(Tiles, Table)
 public:
-    using kiv::Table::createEntry;
-    using kiv::Table::createTable;
-    using kiv::Table::deleteEntry;
-    using kiv::Table::findEntry;
+    using kiv::Table::createEntry, kiv::Table::createTable, kiv::Table::deleteEntry, kiv::Table::findEntry;
     using kiv::Table::Table;
 
 private:
@@ -57,7 +54,7 @@ struct TableTest : testing::Test {
         return root;
     }
     Item below(const GUID& guid) {
-        Item key(table.getRoot());
+        Item key(table.getRoot()); // and its store
         key.addGUID(guid);
         return key;
     }
@@ -97,8 +94,7 @@ TEST_F(TableTest, IsCreatedOnceWithItsAncestors) {
 TEST_F(TableTest, EntriesAreFoundByTheirIdentifierAndDeletedWithAllBelow) {
     Item key, found("out");
     ASSERT_TRUE(table.createEntry(key, error));
-    EXPECT_EQ(key.getStore(), store.get());
-    EXPECT_TRUE(key.exists() && key.fetch()->empty());
+    EXPECT_TRUE(key.getStore() == store.get() && key.exists() && key.fetch()->empty());
     ASSERT_TRUE(table.findEntry(guidOf(key), found, error));
     EXPECT_EQ(found, key);
     EXPECT_EQ(error, "");
@@ -108,8 +104,7 @@ TEST_F(TableTest, EntriesAreFoundByTheirIdentifierAndDeletedWithAllBelow) {
     child.store(Item(1));
     ASSERT_TRUE(table.deleteEntry(found, error));
     EXPECT_FALSE(child.exists() || key.exists());
-    EXPECT_TRUE(table.getRoot().exists());
-    EXPECT_FALSE(table.deleteEntry(found, error));
+    EXPECT_TRUE(table.getRoot().exists() && !table.deleteEntry(found, error));
     EXPECT_EQ(error, "entry not found");
     error.clear();
     EXPECT_FALSE(table.findEntry(guidOf(key), found, error));
