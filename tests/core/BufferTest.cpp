@@ -95,8 +95,7 @@ TEST(Buffer, ChangesMatchThoseOfAString) {
 
 TEST(Buffer, SizesPastTheLimitThrowAndLeaveTheBufferAsItWas) {
     Buffer buffer(bytes("ab"));
-    EXPECT_THROW(buffer.append(UINT_MAX), std::length_error);
-    EXPECT_THROW(buffer.append(UINT_MAX - 1), std::length_error);
+    for (const unsigned size : {UINT_MAX, UINT_MAX - 1}) EXPECT_THROW(buffer.append(size), std::length_error);
     EXPECT_THROW(buffer.reserveAdditionally(UINT_MAX, 0), std::length_error);
     const uint8_t byte = 0;
     EXPECT_THROW(Buffer(&byte, UINT_MAX, &byte, 1), std::length_error);

@@ -78,8 +78,7 @@ TEST_P(CodecsLevels, EverySizeGoesThereAndBack) {
         expectDecoded(decodeBase16, hex, bytes); // in either case
         expectDecoded(decodeBase64, text, bytes);
         expectDecoded(decodeBase64crc, crc, bytes);
-        EXPECT_EQ(decodedBase16Size(hex.size()), size);
-        EXPECT_EQ(decodedBase64Size(text.size()), size);
+        EXPECT_TRUE(decodedBase16Size(hex.size()) == size && decodedBase64Size(text.size()) == size);
         EXPECT_EQ(decodedBase64crcSize(crc.size()), size);
     }
 }
@@ -132,7 +131,6 @@ TEST(Codecs, RefusalsNameTheFirstFault) {
 }
 
 TEST(Codecs, SizesDoNotWrapAndImpossibleLengthsGiveZero) {
-    EXPECT_EQ(encodedBase64Size(536870912), 715827883u);
-    EXPECT_EQ(encodedBase16Size(0x80000000), 0x100000000u);
+    EXPECT_TRUE(encodedBase64Size(536870912) == 715827883u && encodedBase16Size(0x80000000) == 0x100000000u);
     EXPECT_EQ(decodedBase16Size(3) + decodedBase64Size(5) + decodedBase64crcSize(3) + decodedBase64crcSize(9), 0u);
 }

@@ -6,6 +6,7 @@
 #include "kiv/core/SmartPointer.h"
 #include "kiv/core/TimedReferences.h"
 #include "kiv/core/UnmanagedObject.h"
+#include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -38,20 +39,14 @@ template <>
 class Nested<1> : public Object {};
 
 Names namesOf(const ClassChain& chain) {
-    Names names;
-    for (const char* name : chain) {
-        if (name) names.emplace_back(name);
-    }
-    return names;
+    return {chain.begin(), std::find(chain.begin(), chain.end(), nullptr)};
 }
 
 TEST(Object, DiesOnceWithItsLastReference) {
     int deaths = 0;
     auto first = makeObject<Mortal>(deaths);
     SmartPointer<Object> second(first);
-    first->decreaseReferenceCountBy(0);
-    first->increaseReferenceCountBy(4);
-    first->decreaseReferenceCountBy(3);
+    first->decreaseReferenceCountBy(0), first->increaseReferenceCountBy(4), first->decreaseReferenceCountBy(3);
     EXPECT_EQ(first->getReferenceCount(), 3);
     first.reset();
     second->decreaseReferenceCountBy(1);
@@ -59,8 +54,7 @@ TEST(Object, DiesOnceWithItsLastReference) {
     second = nullptr;
     EXPECT_EQ(deaths, 1);
     auto* bulk = new Mortal(deaths);
-    bulk->increaseReferenceCountBy(2);
-    bulk->decreaseReferenceCountBy(2);
+    bulk->increaseReferenceCountBy(2), bulk->decreaseReferenceCountBy(2);
     EXPECT_EQ(deaths, 2);
 
     auto* disabled = new Mortal(deaths);
@@ -148,8 +142,7 @@ TEST(Object, SmartPointerToADyingObjectDoesNotDeleteItTwice) {
         countInside = self->getReferenceCount();
     });
     SmartPointer<Object>(self).reset();
-    EXPECT_EQ(deaths, 1);
-    EXPECT_EQ(countInside, 0);
+    EXPECT_TRUE(deaths == 1 && countInside == 0);
 }
 #endif
 
@@ -185,8 +178,7 @@ TEST(TimedReferences, KeepObjectsUntilTheDrainWhichReleasesTheLatestFirst) {
     timed->takeTimedReference();
     internal::appendTimedReference(mortal("second", [&] { late->decreaseReferenceCountAsyncOnMain(); }));
     internal::appendTimedReferenceParallel(mortal("parallel", nothing));
-    EXPECT_TRUE(order.empty() && timed->getReferenceCount() == 2);
-    EXPECT_TRUE(internal::removeAllTimedReferences());
+    EXPECT_TRUE(order.empty() && timed->getReferenceCount() == 2 && internal::removeAllTimedReferences());
     EXPECT_EQ(order, (Names{"second", "late", "first"}));
     EXPECT_EQ(timed->getReferenceCount(), 1);
     EXPECT_TRUE(internal::removeAllTimedReferencesParallel());
@@ -222,14 +214,12 @@ TEST(Singletons, HoldOneReferencePerName) {
     int deaths = 0;
     Object* first = new Mortal(deaths);
     Object* second = new Mortal(deaths);
-    EXPECT_EQ(Object::setSingleton("x", first), first);
-    EXPECT_EQ(Object::setSingleton("x", first), first);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(Object::setSingleton("x", first), first);
     EXPECT_EQ(first->getReferenceCount(), 1);
     EXPECT_EQ(Object::setSingleton("x", second), second);
     EXPECT_TRUE(deaths == 1 && Object::getSingletonObject("x") == second);
     EXPECT_EQ(internal::getSingleton("x")->getReferenceCount(), 2);
-    EXPECT_EQ(Object::setSingleton("x", nullptr), nullptr);
-    EXPECT_TRUE(deaths == 2 && !Object::getSingletonObject("x"));
+    EXPECT_TRUE(Object::setSingleton("x", nullptr) == nullptr && deaths == 2 && !Object::getSingletonObject("x"));
     Object* unnamed = Object::setSingleton(nullptr, new Mortal(deaths));
     EXPECT_TRUE(Object::getSingletonObject("") == unnamed && Object::getSingletonObject(nullptr) == unnamed);
     Object::discardSingletons();

@@ -24,8 +24,7 @@ TEST(Random, RepeatsForTheSameSeedAndForNothingElse) {
         }
         EXPECT_EQ(Random::current().randomUInt(), 0x61da6f3du); // the upper half
         SeededRandom again(0);
-        EXPECT_EQ(draw(), 0x53175d61490b23df);
-        EXPECT_EQ(draw(), 0x61da6f3dc380d507);
+        EXPECT_TRUE(draw() == 0x53175d61490b23df && draw() == 0x61da6f3dc380d507);
     }
     EXPECT_TRUE(seen.insert(draw()).second); // the system's again
 }

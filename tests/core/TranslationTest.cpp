@@ -53,8 +53,7 @@ TEST_F(Translation, IsAskedForOnceAndStaysInPlaceUntilTheCacheIsCleared) {
     text = "changed";
     for (int i = 0; i < 1000; ++i) Object::tr(std::to_string(i).c_str());
     asked = 0;
-    EXPECT_EQ(Object::tr("unknown"), unknown);
-    EXPECT_EQ(Object::tr("dog"), dog);
+    EXPECT_TRUE(Object::tr("unknown") == unknown && Object::tr("dog") == dog);
     EXPECT_STREQ(unknown, "unknown");
     EXPECT_EQ(asked, 0);
     Object::clearTrCache();
@@ -63,10 +62,8 @@ TEST_F(Translation, IsAskedForOnceAndStaysInPlaceUntilTheCacheIsCleared) {
 }
 
 TEST_F(Translation, FallsBackWhereThereIsNone) {
-    EXPECT_EQ(Object::tr_l("river", "bank", "fallback"), "Ufer");
-    EXPECT_EQ(Object::tr_l(nullptr, "dog", "fallback"), "Hund");
-    EXPECT_EQ(Object::tr_l("", "bank", "fallback"), "fallback");
-    EXPECT_EQ(Object::tr_l("", "bank", nullptr), "");
+    EXPECT_EQ(Object::tr_l("river", "bank", "fallback") + Object::tr_l(nullptr, "dog", "fallback"), "UferHund");
+    EXPECT_EQ(Object::tr_l("", "bank", "fallback") + Object::tr_l("", "bank", nullptr), "fallback");
     EXPECT_EQ(Object::tr_l("money", "unknown"), "unknown");
     EXPECT_TRUE(Object::isTrValid("dog") && !Object::isTrValid("bank") && !Object::isTrValid(nullptr));
     EXPECT_EQ(String("bank").apply_tr("river") + String("bank").apply_tr(), "Uferbank");

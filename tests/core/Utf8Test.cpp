@@ -124,8 +124,7 @@ TEST_P(Utf8Levels, EveryPairOfBytesAndManyLongerPrefixes) {
                 const std::string text = lead + std::string(bytes, 4);
                 const char* it = text.data();
                 const char* const end = it + text.size();
-                while (it != end && strictDecode(it, end) != noCodePoint) {
-                }
+                while (it != end && strictDecode(it, end) != noCodePoint) continue;
                 ASSERT_EQ(validateUtf8(text.data(), text.size()), it == end) << testing::PrintToString(text);
             }
         }

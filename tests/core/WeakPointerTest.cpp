@@ -119,8 +119,7 @@ TEST(WeakPointer, FirstRegistrationsOfTwoThreadsShareOneRegistry) {
         for (size_t i = 0; i < count; ++i) {
             ++arrivals[i];
             // Meets the other one here, unless that has no processor.
-            for (int spins = 0; arrivals[i] < 2 && spins < 100000; ++spins) {
-            }
+            for (int spins = 0; arrivals[i] < 2 && spins < 100000;) ++spins;
             pointers[2 * i + first] = targets[i];
             WeakPointer<Object>(pointers[2 * i + first]).reset();
         }
