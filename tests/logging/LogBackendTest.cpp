@@ -11,7 +11,6 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <map>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -123,24 +122,21 @@ TEST_F(LogBackendTest, VerboseLinesThatNobodySeesAreNotFormatted) {
     LogBackend::registerBackend(true);
     EXPECT_TRUE(formats(0, 1) && !formats(0, 0));
     LogBackend::registerBackend(false);
-    {
-        const Connection support = LogBackend::getSignalNewSupportMessage().connect([](const char*) {});
-        EXPECT_TRUE(formats(0, 0));
-    }
-    {
-        Texts heard;
-        const Connection listener = listen(heard);
-        EXPECT_TRUE(formats(0, 0));
-    }
+    Connection support = LogBackend::getSignalNewSupportMessage().connect([](const char*) {});
+    EXPECT_TRUE(formats(0, 0));
+    support.disconnect();
+    Texts heard;
+    Connection listener = listen(heard);
+    EXPECT_TRUE(formats(0, 0));
+    listener.disconnect();
     EXPECT_FALSE(formats(0, 0));
     LogBackend::unregisterBackend();
     EXPECT_FALSE(formats(0, 2));
 }
 
 TEST_F(StoringBackendTest, WhatAListenerLogsIsPublishedAfterItsMessage) {
-    std::optional<Connection> connection;
     Texts heard;
-    connection = LogBackend::getSignalNewLogMessage().connect([&](int, const char* text) {
+    const Connection connection = LogBackend::getSignalNewLogMessage().connect([&](int, const char* text) {
         heard.push_back(text);
         if (heard.size() == 1) {
             MessageStream(2, 2) << "nested";
