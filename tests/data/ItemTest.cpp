@@ -45,8 +45,7 @@ TEST(Item, TextsWithTheMarkOfAGUIDBecomeOne) {
 TEST(Item, GrowsFromInlineBytesByAQuarterAnd256) {
     Item item;
     item.addPrefix(std::string(37, 'x').c_str());
-    EXPECT_EQ(item.getPlainSize(), 39u);
-    EXPECT_EQ(item.getPlainCapacity(), 39u);
+    EXPECT_TRUE(item.getPlainSize() == 39u && item.getPlainCapacity() == 39u);
     item.addNIL();
     EXPECT_EQ(item.getPlainCapacity(), 304u);
     const Item view(Item::ExternalBufferMode(), item.getConstByteSpan());
@@ -79,14 +78,9 @@ TEST(Item, WritersTakeSourcesInsideTheItem) {
         same([](Item& i) { i = *&i; }, before);
         same([](Item& i) { i.setPlain(ConstByteSpan(i.getPlainBytePointer() + i.getPlainSize() - 2, 2)); }, list(7));
         for (const int at : {0, 1}) {
-            const Item expected = at == 0 ? list(text) : list(7);
-            same(
-                [&](Item& i) {
-                    const Item view = viewOf(i, at);
-                    i = view;
-                },
-                expected);
-            same([&](Item& i) { i = viewOf(i, at); }, expected);
+            const auto assign = [&](Item& i, const Item& view) { i = view; };
+            same([&](Item& i) { assign(i, viewOf(i, at)); }, at == 0 ? list(text) : list(7));
+            same([&](Item& i) { i = viewOf(i, at); }, at == 0 ? list(text) : list(7));
         }
     }
 }
@@ -131,8 +125,7 @@ TEST(Item, ReadersOfTheWrongTypeNeitherMoveNorWrite) {
     auto it = item.getIterator();
     const auto refuses = [&]<class Value>(bool (Item::Iterator::*read)(Value&), const Value& before) {
         Value value = before;
-        EXPECT_FALSE((it.*read)(value));
-        EXPECT_TRUE(value == before && it.getOffset() == 0);
+        EXPECT_TRUE(!(it.*read)(value) && value == before && it.getOffset() == 0);
     };
     refuses(&Item::Iterator::asBool, true), refuses(&Item::Iterator::asBuffer, Buffer(3));
     refuses(&Item::Iterator::asGUID, GUID(9, 9, 9, 9)), refuses(&Item::Iterator::asSubItem, list(5));
@@ -216,8 +209,7 @@ TEST(Item, IteratorsThatBeginAgainSeeTextsAnew) {
 TEST(Item, PathsLoseTheirLastElements) {
     const Item path = list("a", 2, "c");
     Item out;
-    EXPECT_TRUE(path.parent(out) && out == list("a", 2));
-    EXPECT_TRUE(path.trail(out) && out == list("c"));
+    EXPECT_TRUE(path.parent(out) && out == list("a", 2) && path.trail(out) && out == list("c"));
     out = path;
     out.reduceDepthTo(7);
     EXPECT_EQ(out, path);

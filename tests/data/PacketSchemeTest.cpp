@@ -20,15 +20,8 @@ struct Scheme : PacketScheme {
         static short last = 2000;
         return ++last;
     }
-    using PacketScheme::addElement;
-    using PacketScheme::Buffer;
-    using PacketScheme::Cargo;
-    using PacketScheme::Item;
-    using PacketScheme::NextVersion;
-    using PacketScheme::Number;
-    using PacketScheme::Numbers;
-    using PacketScheme::String;
-    using PacketScheme::Table;
+    using PacketScheme::addElement, PacketScheme::Buffer, PacketScheme::Cargo, PacketScheme::NextVersion;
+    using PacketScheme::Number, PacketScheme::Numbers, PacketScheme::String, PacketScheme::Table;
 
     std::string versions() const {
         std::string text;

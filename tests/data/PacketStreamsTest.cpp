@@ -28,10 +28,7 @@ protected:
     void store(const std::string& bytes) const { m_folder.write("packets", bytes); }
     std::string load() const { return m_folder.read("packets"); }
 
-private:
     const support::TemporaryFolder m_folder;
-
-protected:
     const std::string path = m_folder.utf8("packets");
 };
 
@@ -167,70 +164,11 @@ TEST(StdOutPacketWriter, WritesALineOfItsOwnInOnePieceAndItsPort) {
                                         "\nPKTB16[040000000000000041]\n"}));
 }
 
-// Standard input that comes in pieces of a fixed size.
-class Input : public internal::InputSource {
-public:
-    Input(std::string text, size_t piece)
-        : m_text(std::move(text)), m_piece(piece), m_previous(internal::setStandardInputSource(this)) {}
-    ~Input() override { internal::setStandardInputSource(m_previous); }
-
-    size_t read(char* to, size_t size) override {
-        const size_t count = m_text.copy(to, std::min(size, m_piece), m_at);
-        m_at += count;
-        return count;
-    }
-
-private:
-    const std::string m_text;
-    const size_t m_piece;
-    size_t m_at = 0;
-    internal::InputSource* m_previous;
-};
-
-TEST(StdInPacketReader, PacketsAreFoundAmongOtherLinesHoweverTheyArrive) {
-    const std::string text = "[  0.001] hello\r\n\nPKTB16[010000000000000041]\r\n\r\n\n"
-                             "tab\there\nPKTB16[0100000000000000]\n PKTB16[0200000000000000]\nPKTB16[xyz]\n"
-                             "PKTB16[030000000000000042434445]\nrest\n"
-                             "PKTB16[01000000000"; // cut off
-    for (const size_t piece : {1u, 2u, 3u, 7u, 19u, 1000u}) {
-        LogLines log;
-        Input input(text, piece);
-        StdInPacketReader reader;
-        EXPECT_TRUE(reader.valid());
-        std::string payloads;
-        while (const auto packet = reader.read()) payloads += hexOf(*packet) + ";";
-        EXPECT_EQ(payloads, "41;;42434445;");
-        EXPECT_FALSE(reader.valid());
-        EXPECT_FALSE(reader.read());
-        EXPECT_EQ(log.take(),
-                  (std::vector<std::string>{"[STDINPACKET][  0.001] hello", "[STDINPACKET]tab\\there",
-                                            "[STDINPACKET] PKTB16[0200000000000000]", "corrupt base16 packet encoding",
-                                            "[STDINPACKET]PKTB16[xyz]", "[STDINPACKET]rest",
-                                            "corrupt base16 packet encoding", "[STDINPACKET]PKTB16[01000000000"}));
-    }
-}
-
-TEST(StdInPacketReader, TheLargestPacketPassesAndALongerLineIsDroppedOnce) {
-    LogLines log;
-    const std::string digits(2 * 0xFFFFFF, '0');
-    Input input("PKTB16[0100000000000000" + digits + "0]\nPKTB16[0100000000000000" + digits + "]\r\nPKTB16[" + digits +
-                    digits + "]\nPKTB16[0200000000000000]\nPKTB16[0100000000000000" + digits + "0]",
-                60000);
-    StdInPacketReader reader;
-    const auto largest = reader.read();
-    ASSERT_TRUE(largest);
-    EXPECT_EQ(largest->getPayloadSize(), 0xFFFFFFu);
-    const auto last = reader.read();
-    ASSERT_TRUE(last);
-    EXPECT_EQ(last->getPort(), 2);
-    EXPECT_FALSE(reader.read());
-    EXPECT_EQ(log.take(), (std::vector<std::string>(3, "[STDINPACKET]line too long, dropped")));
-}
-
-// Standard input that waits for the test to give something.
+// Standard input that waits for the test to give something, or comes to its end in pieces of a fixed size.
 class Feed : public internal::InputSource {
 public:
-    Feed() : m_previous(internal::setStandardInputSource(this)) {}
+    Feed() = default;
+    Feed(std::string text, size_t piece) : m_bytes(std::move(text)), m_piece(piece), m_hasEnded(true) {}
     ~Feed() override { internal::setStandardInputSource(m_previous); }
 
     void give(std::string_view bytes) {
@@ -252,7 +190,7 @@ public:
     size_t read(char* to, size_t size) override {
         std::unique_lock lock(m_mutex);
         m_condition.wait(lock, [&] { return m_read < m_bytes.size() || m_hasEnded; });
-        const size_t count = m_bytes.copy(to, size, m_read);
+        const size_t count = m_bytes.copy(to, std::min(size, m_piece), m_read);
         m_read += count;
         m_condition.notify_all();
         return count;
@@ -269,10 +207,50 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_condition;
     std::string m_bytes;
+    const size_t m_piece = SIZE_MAX;
     size_t m_read = 0;
     bool m_hasEnded = false;
-    internal::InputSource* m_previous;
+    internal::InputSource* const m_previous = internal::setStandardInputSource(this);
 };
+
+TEST(StdInPacketReader, PacketsAreFoundAmongOtherLinesHoweverTheyArrive) {
+    const std::string text = "[  0.001] hello\r\n\nPKTB16[010000000000000041]\r\n\r\n\n"
+                             "tab\there\nPKTB16[0100000000000000]\n PKTB16[0200000000000000]\nPKTB16[xyz]\n"
+                             "PKTB16[030000000000000042434445]\nrest\n"
+                             "PKTB16[01000000000"; // cut off
+    for (const size_t piece : {1u, 2u, 3u, 7u, 19u, 1000u}) {
+        LogLines log;
+        Feed input(text, piece);
+        StdInPacketReader reader;
+        EXPECT_TRUE(reader.valid());
+        std::string payloads;
+        while (const auto packet = reader.read()) payloads += hexOf(*packet) + ";";
+        EXPECT_EQ(payloads, "41;;42434445;");
+        EXPECT_FALSE(reader.valid() || reader.read());
+        EXPECT_EQ(log.take(),
+                  (std::vector<std::string>{"[STDINPACKET][  0.001] hello", "[STDINPACKET]tab\\there",
+                                            "[STDINPACKET] PKTB16[0200000000000000]", "corrupt base16 packet encoding",
+                                            "[STDINPACKET]PKTB16[xyz]", "[STDINPACKET]rest",
+                                            "corrupt base16 packet encoding", "[STDINPACKET]PKTB16[01000000000"}));
+    }
+}
+
+TEST(StdInPacketReader, TheLargestPacketPassesAndALongerLineIsDroppedOnce) {
+    LogLines log;
+    const std::string digits(2 * 0xFFFFFF, '0');
+    Feed input("PKTB16[0100000000000000" + digits + "0]\nPKTB16[0100000000000000" + digits + "]\r\nPKTB16[" + digits +
+                   digits + "]\nPKTB16[0200000000000000]\nPKTB16[0100000000000000" + digits + "0]",
+               60000);
+    StdInPacketReader reader;
+    const auto largest = reader.read();
+    ASSERT_TRUE(largest);
+    EXPECT_EQ(largest->getPayloadSize(), 0xFFFFFFu);
+    const auto last = reader.read();
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->getPort(), 2);
+    EXPECT_FALSE(reader.read());
+    EXPECT_EQ(log.take(), (std::vector<std::string>(3, "[STDINPACKET]line too long, dropped")));
+}
 
 class StdInPacketReaderAhead : public testing::Test {
 protected:
@@ -295,17 +273,14 @@ TEST_F(StdInPacketReaderAhead, GivesPacketsAsTheyComeAndNeverWaits) {
     EXPECT_EQ(nextPort(), 1); // still waiting for input
     reader.disableBlocking();
     reader.disableBlocking();
-    EXPECT_EQ(nextPort(), 2);
-    EXPECT_TRUE(reader.valid() && !reader.read());
+    EXPECT_TRUE(nextPort() == 2 && reader.valid() && !reader.read());
     feed.give("text\n\nPKTB16[03000000");
     ASSERT_TRUE(feed.waitForRead(72));
     EXPECT_TRUE(reader.valid() && !reader.read());
     feed.give("00000000]\nPKTB16[0400000000000000]");
-    EXPECT_EQ(nextPort(), 3);
-    EXPECT_TRUE(reader.valid() && !reader.read());
+    EXPECT_TRUE(nextPort() == 3 && reader.valid() && !reader.read());
     feed.end();
-    EXPECT_EQ(nextPort(), 4);
-    EXPECT_EQ(nextPort(), -1);
+    EXPECT_TRUE(nextPort() == 4 && nextPort() == -1);
     EXPECT_FALSE(reader.valid() || reader.read());
     EXPECT_EQ(log.takeOne(), "[STDINPACKET]text");
 }
@@ -369,7 +344,7 @@ TEST_F(StdInPacketReaderAhead, ReadsNoMoreThanAMegabyteAhead) {
 
 TEST(StdInPacketReader, WithoutAPoolItBlocksOn) {
     LogLines log;
-    Input input("PKTB16[0100000000000000]\n", 5);
+    Feed input("PKTB16[0100000000000000]\n", 5);
     StdInPacketReader reader;
     reader.disableBlocking();
     EXPECT_EQ(log.takeOne(), "[ASSERT] [STDINPACKET]can't read in the background without a ThreadPool");

@@ -48,8 +48,7 @@ TEST(Packet, NewPacketHasHeaderAndDefaults) {
     packet.addFlag(12);
     EXPECT_TRUE(packet.hasFlag(9) && !packet.hasFlag(17));
     packet.clearFlag(6);
-    EXPECT_EQ(packet.getFlags(), 8);
-    EXPECT_TRUE(packet.manifest().id == 1003 && packet.association().replyPort == -1);
+    EXPECT_TRUE(packet.getFlags() == 8 && packet.manifest().id == 1003 && packet.association().replyPort == -1);
 }
 
 TEST(Packet, WireFormIsStaticPartAlignedArraysAndSuffix) {
@@ -153,13 +152,10 @@ TEST(Packet, MisuseIsLoggedAndChangesNothing) {
             "pixels");
     refused([](Packet& p) { EXPECT_FALSE(p.allocateBuffer("blob", 65, false)); }, "allocateBuffer" + large, "blob");
     refused([&](Packet& p) { p.setArray("pixels", wide, 2); }, "setArray" + none, "pixels");
-    refused([&](Packet& p) { p.setArray("pixels", narrow, size_t{1} << 63); }, "setArray" + large,
-            "pixels"); // 0 bytes in 64 bits
-    refused(
-        [](Packet& p) {
-            p.setStringList("text", Vector<String>{"12345", "123456"});
-        },
-        "setStringList" + large, "text");
+    constexpr size_t zeroBytes = size_t{1} << 63; // in 64 bits
+    refused([&](Packet& p) { p.setArray("pixels", narrow, zeroBytes); }, "setArray" + large, "pixels");
+    const Vector<String> tooLong{"12345", "123456"};
+    refused([&](Packet& p) { p.setStringList("text", tooLong); }, "setStringList" + large, "text");
 
     Packet raw(4u);
     EXPECT_EQ(raw.getInteger(every.u16), 0);
