@@ -12,9 +12,7 @@
 #include <atomic>
 #include <gmock/gmock.h>
 
-using kiv::List;
-using kiv::Process;
-using kiv::String;
+using namespace kiv;
 using support::Child;
 using support::childProgram;
 using testing::ElementsAre;
@@ -47,13 +45,8 @@ struct CopiedProgram {
 
 TEST(Process, WithoutAChildDoesNothing) {
     Child child;
-    EXPECT_EQ(child.exit_status(), -1);
-    EXPECT_FALSE(child.tick());
-    EXPECT_FALSE(child.terminate(true));
-    EXPECT_FALSE(child.sendBreak());
-    EXPECT_FALSE(child.writeLine("x"));
-    EXPECT_TRUE(child.isEOF() && child.isErrEOF());
-    EXPECT_EQ(child.getProcessId(), 0);
+    EXPECT_FALSE(child.tick() || child.terminate(true) || child.sendBreak() || child.writeLine("x"));
+    EXPECT_TRUE(child.exit_status() == -1 && child.isEOF() && child.isErrEOF() && child.getProcessId() == 0);
 }
 
 TEST(Process, TellsTheExitCodeAndStartsAgain) {
@@ -62,9 +55,7 @@ TEST(Process, TellsTheExitCodeAndStartsAgain) {
     for (const int32_t code : {0, 7, 255}) {
         ASSERT_TRUE(child.start({"exit", std::to_string(code)}));
         EXPECT_EQ(child.exit_status(), Process::stillActive);
-        EXPECT_EQ(child.finish(), code);
-        EXPECT_FALSE(child.tick());
-        EXPECT_TRUE(child.isEOF() && child.isErrEOF());
+        EXPECT_TRUE(child.finish() == code && !child.tick() && child.isEOF() && child.isErrEOF());
     }
     EXPECT_FALSE(child.terminate(false)); // there is none any more
     EXPECT_EQ(child.exit_status(), 255);
@@ -85,12 +76,9 @@ TEST(Process, TerminateEndsARunningChildOnce) {
         Child child;
         ASSERT_TRUE(child.start({"stay"}));
         const int64_t id = child.getProcessId();
-        EXPECT_TRUE(Process::processExists(id));
-        EXPECT_TRUE(child.terminate(wait));
+        EXPECT_TRUE(Process::processExists(id) && child.terminate(wait));
         EXPECT_FALSE(wait && Process::processExists(id));
-        EXPECT_EQ(child.exit_status(), -1);
-        EXPECT_FALSE(child.terminate(wait));
-        EXPECT_FALSE(child.tick());
+        EXPECT_TRUE(child.exit_status() == -1 && !child.terminate(wait) && !child.tick());
         EXPECT_EQ(child.exit_status(), -1);
         EXPECT_TRUE(child.tickUntil([&] { return !Process::processExists(id); }));
     }
@@ -100,8 +88,7 @@ TEST(Process, RefusesASecondChildWhileOneRuns) {
     Child child;
     ASSERT_TRUE(child.start({"wait"}));
     support::LogLines log;
-    EXPECT_FALSE(child.start({"exit", "0"}));
-    EXPECT_NE(child.error(), 0);
+    EXPECT_TRUE(!child.start({"exit", "0"}) && child.error() != 0);
     EXPECT_THAT(log.takeOne(), StartsWith("can not start subprocess " + childProgram + " error: "));
     child.close_stdin();
     EXPECT_EQ(child.finish(), 0); // it did not notice
@@ -112,9 +99,7 @@ TEST(Process, AnEndThatSomebodyElseWasToldIsUnknown) {
     Child child;
     ASSERT_TRUE(child.start({"exit", "7"}));
     while (!support::takeEndedChild(child.getProcessId())) std::this_thread::yield();
-    EXPECT_FALSE(child.tick());
-    EXPECT_EQ(child.exit_status(), -1);
-    EXPECT_NE(child.error(), 0);
+    EXPECT_TRUE(!child.tick() && child.exit_status() == -1 && child.error() != 0);
     EXPECT_FALSE(child.terminate(true));
 }
 
@@ -130,15 +115,10 @@ TEST(Process, WhatCannotBeStartedIsLogged) {
         const Texts lines = log.take();
         ASSERT_EQ(lines.size(), 2u);
         EXPECT_EQ(lines[1], "can not start subprocess " + path + " error: " + child.error_text().to_std_string());
-        EXPECT_FALSE(child.error_text().empty());
-        EXPECT_EQ(child.exit_status(), -1);
-        EXPECT_FALSE(child.tick());
+        EXPECT_TRUE(!child.error_text().empty() && child.exit_status() == -1 && !child.tick());
     };
-    refuses(folder.utf8("missing"));
-    refuses(folder.utf8("text.txt"));
-    refuses(folder.utf8("script.bat"));
-    refuses(folder.utf8("script.bat") + ". "); // Windows drops such an end
-    refuses(folder.utf8(""));
+    for (const char* name : {"missing", "text.txt", "script.bat", "script.bat. ", ""}) // Windows drops ". "
+        refuses(folder.utf8(name));
     refuses("");
     refuses(std::string("a\0b", 3));
     refuses(childProgram, folder.utf8("missing").c_str());
@@ -199,8 +179,7 @@ TEST(Process, IsKnownByItsName) {
     Child first, second, last;
     EXPECT_FALSE(Process::processExists(name));
     ASSERT_TRUE(start(first, "stay") && start(second, "stay"));
-    EXPECT_TRUE(Process::processExists(name));
-    EXPECT_FALSE(Process::waitForProcessesToTerminate({"other", copy.name}, 0));
+    EXPECT_TRUE(Process::processExists(name) && !Process::waitForProcessesToTerminate({"other", copy.name}, 0));
     EXPECT_TRUE(Process::terminateProcessesByName(name, second.getProcessId()));
     EXPECT_EQ(first.finish(), support::isWindows ? 0 : 137);
     EXPECT_TRUE(second.tick());
@@ -208,8 +187,7 @@ TEST(Process, IsKnownByItsName) {
     ASSERT_TRUE(start(last, "alone"));
     EXPECT_EQ(last.nextLine(), "alone");
     EXPECT_NE(second.finish(), Process::stillActive);
-    EXPECT_EQ(last.finish(), 0);
-    EXPECT_TRUE(Process::waitForProcessesToTerminate({"other", copy.name}, 60000));
+    EXPECT_TRUE(last.finish() == 0 && Process::waitForProcessesToTerminate({"other", copy.name}, 60000));
 }
 
 TEST(Process, KnowsProcesses) {
@@ -217,8 +195,8 @@ TEST(Process, KnowsProcesses) {
     EXPECT_TRUE(Process::processExists(self));
     for (const int64_t none : {int64_t{-1}, int64_t{0}, self + (int64_t{1} << 32)})
         EXPECT_FALSE(Process::processExists(none));
-    EXPECT_FALSE(Process::processExists(nullptr) || Process::processExists("") ||
-                 Process::processExists("no such name"));
+    for (const char* none : {"", "no such name", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(Process::processExists(none));
     std::string own;
     for (const kiv::platform::RunningProcess& process : kiv::platform::listProcesses())
         if (process.id == self) own = process.name;
@@ -242,8 +220,7 @@ TEST(ProcessPipes, CarryLinesBothWays) {
 TEST(ProcessPipes, HalfALineIsALineAtTheEnd) {
     Child child;
     ASSERT_TRUE(child.start({"half"}));
-    EXPECT_EQ(child.finish(), 3);
-    EXPECT_FALSE(child.isEOF());
+    EXPECT_TRUE(child.finish() == 3 && !child.isEOF());
     EXPECT_THAT(child.lines(), ElementsAre("whole", "half"));
     EXPECT_TRUE(child.isEOF());
 }
@@ -281,31 +258,22 @@ TEST(ProcessPipes, InputThatNobodyReadsIsBounded) {
     EXPECT_TRUE(child.writeLine("a short one"));
 }
 
-// What comes without line ends is handed out by the buffer, and the child is never left waiting.
-TEST(ProcessPipes, AFloodWithoutLineEndsComesThrough) {
-    Child child;
-    ASSERT_TRUE(child.start({"flood", "40"}));
-    size_t total = 0;
-    EXPECT_TRUE(child.tickUntil([&] {
-        for (String line; child.readLine(line);) total += line.size();
-        return child.isEOF() && !child.tick();
-    }));
-    EXPECT_EQ(total, size_t{40} << 20);
-    EXPECT_EQ(child.exit_status(), 0);
-}
-
-// More than the buffer holds is left in the pipe when the child is seen to have ended.
-TEST(ProcessPipes, OutputIsReadOnAfterTheEnd) {
-    Child child;
-    ASSERT_TRUE(child.start({"flood", "1"}));
-    size_t total = 0;
-    const auto drain = [&] {
-        for (String line; child.readLine(line);) total += line.size();
-    };
-    EXPECT_EQ(child.finish(), 0);
-    drain();
-    EXPECT_EQ(total, size_t{1} << 20);
-    EXPECT_TRUE(child.isEOF());
+// It is handed out by the buffer, and the child is never left waiting; of the shorter one more than the buffer holds is
+// left in the pipe when the child is seen to have ended.
+TEST(ProcessPipes, OutputWithoutLineEndsComesThroughAlsoAfterTheEnd) {
+    for (const bool isReadMeanwhile : {true, false}) {
+        Child child;
+        const size_t megabytes = isReadMeanwhile ? 40 : 1;
+        ASSERT_TRUE(child.start({"flood", std::to_string(megabytes)}));
+        size_t total = 0;
+        const auto drain = [&] {
+            for (String line; child.readLine(line);) total += line.size();
+            return child.isEOF() && !child.tick();
+        };
+        EXPECT_TRUE(!isReadMeanwhile || child.tickUntil(drain));
+        EXPECT_TRUE(child.finish() == 0 && drain());
+        EXPECT_EQ(total, megabytes << 20);
+    }
 }
 
 TEST(ProcessPipes, OfErrorsThatNobodyReadsTheLatestAreKept) {
@@ -334,9 +302,7 @@ TEST(ProcessPipes, AClosedInputClosesNothingElse) {
     ASSERT_TRUE(child.start({"deaf"}));
     EXPECT_EQ(child.nextLine(), "deaf");
     EXPECT_TRUE(child.tickUntil([&] { return !child.writeLine("anybody there?"); }));
-    EXPECT_NE(child.error(), 0);
-    EXPECT_TRUE(child.tick());
-    EXPECT_FALSE(child.isEOF());
+    EXPECT_TRUE(child.error() != 0 && child.tick() && !child.isEOF());
     EXPECT_TRUE(child.terminate(true));
 }
 
@@ -395,11 +361,8 @@ TEST(ProcessHandles, AreAllGivenBack) {
             Child child;
             Process left; // whose child ends when its input does
             EXPECT_TRUE(left.spawn(childProgram, {childProgram, "wait"}, nullptr, i % 2 == 0));
-            EXPECT_TRUE(child.start({"exit", "1"}, i % 2 == 0));
-            EXPECT_EQ(child.finish(), 1);
-            EXPECT_FALSE(child.spawn("/no/program"));
-            EXPECT_TRUE(child.start({"stay"}));
-            EXPECT_TRUE(child.terminate(i % 3 == 0));
+            EXPECT_TRUE(child.start({"exit", "1"}, i % 2 == 0) && child.finish() == 1 && !child.spawn("/no/program"));
+            EXPECT_TRUE(child.start({"stay"}) && child.terminate(i % 3 == 0));
         }
     };
     startAll(2); // what is made once
@@ -433,8 +396,7 @@ TEST(ProcessParents, TakeBoundChildrenWithThem) {
     Child parent;
     ASSERT_TRUE(parent.start({"parent", childProgram}));
     const int64_t id = std::stoll(parent.nextLine());
-    EXPECT_TRUE(Process::processExists(id));
-    EXPECT_TRUE(parent.terminate(true));
+    EXPECT_TRUE(Process::processExists(id) && parent.terminate(true));
     EXPECT_TRUE(parent.tickUntil([&] { return !Process::processExists(id); }));
 }
 
@@ -456,13 +418,10 @@ TEST(ProcessLockFile, IsHeldByOneProgram) {
     EXPECT_FALSE(lock.tryLock());
     child.terminate(true); // the system unlocks
     EXPECT_TRUE(child.tickUntil([&] { return lock.tryLock(); }));
-    EXPECT_TRUE(lock.tryLock());
-    EXPECT_FALSE(other.tryLock());
+    EXPECT_TRUE(lock.tryLock() && !other.tryLock());
     ASSERT_TRUE(child.start({"lock", path}));
     EXPECT_EQ(child.nextLine(), "refused");
     lock.unlock();
     lock.unlock();
-    EXPECT_TRUE(other.tryLock());
-    EXPECT_FALSE(impossible.tryLock());
-    EXPECT_TRUE(std::filesystem::exists(folder.path("lock")));
+    EXPECT_TRUE(other.tryLock() && !impossible.tryLock() && std::filesystem::exists(folder.path("lock")));
 }
