@@ -29,10 +29,8 @@ TEST(ResourceLocator, TheDirectoryAddedLastIsSearchedFirst) {
     second.write("both", "new");
     std::filesystem::create_directory(second.path("one")); // in the way, and no file
     ResourceLocator locator;
-    EXPECT_FALSE(locator.addDirectory(""));
-    EXPECT_TRUE(locator.addDirectory(first.utf8("")));
-    EXPECT_TRUE(locator.addDirectory(second.utf8("missing")));
-    EXPECT_TRUE(locator.addDirectory(second.utf8("")));
+    EXPECT_TRUE(!locator.addDirectory("") && locator.addDirectory(first.utf8("")));
+    EXPECT_TRUE(locator.addDirectory(second.utf8("missing")) && locator.addDirectory(second.utf8("")));
     const auto fetch = [&](const char* name) {
         Buffer bytes;
         bytes.appendStringWithNull("leftover");

@@ -74,10 +74,8 @@ TEST(FileReplacement, AFullDiskLeavesTheOldFile) {
         const support::FileSizeLimit limit(100000);
         if (!limit.isInForce()) GTEST_SKIP() << "this system has no limit to run into";
         const std::string piece(70000, 'x');
-        EXPECT_TRUE(file.write(piece.data(), piece.size()));
-        EXPECT_FALSE(file.write(piece.data(), piece.size()));
-        EXPECT_FALSE(file.write("x", 1));
-        EXPECT_FALSE(file.commit());
+        EXPECT_TRUE(file.write(piece.data(), piece.size()) && !file.write(piece.data(), piece.size()));
+        EXPECT_FALSE(file.write("x", 1) || file.commit());
     }
     EXPECT_EQ(file.getFailure().substr(0, 18), "can't be written: ");
     EXPECT_EQ(folder.read("file"), "old");
@@ -96,8 +94,7 @@ TEST(FileReplacement, KeepsRightsAndLinks) {
     FileReplacement file(folder.utf8("other/link"));
     EXPECT_TRUE(file.write("new", 3) && file.commit()) << file.getFailure();
     EXPECT_EQ(folder.read("file"), "new");
-    EXPECT_TRUE(fs::is_symlink(folder.path("other/link")));
-    EXPECT_EQ(fs::status(folder.path("file")).permissions(), rights);
+    EXPECT_TRUE(fs::is_symlink(folder.path("other/link")) && fs::status(folder.path("file")).permissions() == rights);
 }
 
 } // namespace
