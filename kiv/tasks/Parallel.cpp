@@ -7,6 +7,7 @@
 #include "kiv/tasks/LambdaTask.h"
 
 #include <exception>
+#include <thread>
 
 namespace kiv {
 namespace {
@@ -22,7 +23,7 @@ void executePart(Parallel::Kernel& kernel, unsigned index) {
 }
 
 constexpr int smallKernelSpins = 100;
-constexpr int waitSpins = 1000;
+constexpr int waitYields = 20;
 
 // Counts the parts of one call down to zero; one thread waits for that.
 class Countdown {
@@ -88,7 +89,8 @@ void Parallel::execute(Kernel& kernel) {
         // A small kernel is done sooner by the threads that are awake than others wake up.
         if (!countdown.spin(smallKernelSpins)) {
             if (!takesPart) dispatcher->wakeForRequests();
-            if (!countdown.spin(waitSpins)) countdown.sleep();
+            for (int i = 0; i < waitYields && !countdown.isOver(); ++i) std::this_thread::yield();
+            if (!countdown.isOver()) countdown.sleep();
         }
     }
     kernel.finish();

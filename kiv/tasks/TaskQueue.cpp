@@ -11,12 +11,14 @@
 #include <algorithm>
 #include <exception>
 #include <limits>
+#include <thread>
 
 namespace kiv {
 namespace {
 
 constexpr unsigned maximalCount = 0x1FFFFFFF; // of references that one push may add to a task
-constexpr int waitSpins = 500;
+constexpr int waitSpins = 100;
+constexpr int waitYields = 20;
 constexpr int parkSpins = 100;
 constexpr uint32_t noLimit = std::numeric_limits<uint32_t>::max();
 
@@ -375,6 +377,8 @@ void TaskQueue::wait() {
     if (empty() || isRefused("wait")) return;
     const auto isOver = [&] { return empty() || m_idleEpoch.load(std::memory_order_acquire) != epoch; };
     for (int i = 0; i < waitSpins && !isOver(); ++i) KIV_PAUSE();
+    // The runner may need this processor.
+    for (int i = 0; i < waitYields && !isOver(); ++i) std::this_thread::yield();
     Lock lock(m_mutex);
     sleepUntil(lock, isOver);
 }
