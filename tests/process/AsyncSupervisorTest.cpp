@@ -379,7 +379,8 @@ TEST_F(AsyncSupervisorTest, AHookOfTheLoopMayEndItAndBeginAnother) {
 }
 
 TEST_F(AsyncSupervisorTest, AHookMayDestroyItsSupervisor) {
-    for (const bool hasLoop : {false, true}) {
+    for (int round = 0; round < 3; ++round) {
+        const bool hasLoop = round == 2;
         const size_t handles = support::countOpenHandles();
         auto* supervisor = new Supervisor;
         std::atomic<bool> isGone{false};
@@ -395,7 +396,8 @@ TEST_F(AsyncSupervisorTest, AHookMayDestroyItsSupervisor) {
              !isGone && std::chrono::steady_clock::now() < end; std::this_thread::yield())
             if (!hasLoop) supervisor->tick();
         ASSERT_TRUE(isGone);
-        EXPECT_TRUE(hasLoop || support::countOpenHandles() <= handles);
+        // The first child costs handles for good on some systems.
+        EXPECT_TRUE(round != 1 || support::countOpenHandles() <= handles);
     }
 }
 
