@@ -1,11 +1,13 @@
 #include "kiv/tasks/Dispatcher.h"
 
 #include "kiv/core/Clock.h"
+#include "kiv/logging/Trace.h"
 #include "kiv/tasks/HardwareConcurrency.h"
 #include "kiv/tasks/TaskQueue.h"
 
 #include <algorithm>
 #include <chrono>
+#include <string>
 #include <utility>
 
 namespace kiv::internal {
@@ -185,6 +187,8 @@ TaskQueue* Dispatcher::take() {
 
 void Dispatcher::work(Worker& worker) {
     t_dispatcher = this;
+    static std::atomic<unsigned> g_workers{0};
+    Trace::setThreadName("worker " + std::to_string(++g_workers));
     Lock lock(m_mutex);
     --m_starting;
     uint32_t lastActive = Clock::current().getTime();
