@@ -40,7 +40,7 @@
 #if defined(_MSC_VER) && !defined(__clang__)
 #define KIV_PREFETCH_TO_WRITE(address) _m_prefetchw(address)
 #else
-#define KIV_PREFETCH_TO_WRITE(address) __asm__ volatile("prefetchw %0" : : "m"(*static_cast<const char*>(address)))
+#define KIV_PREFETCH_TO_WRITE(address) __asm__ volatile("prefetchw %0" : : "m"(*reinterpret_cast<const char*>(address)))
 #endif
 
 // In loops that wait for another processor: leaves it the memory bus and the twin of this core.

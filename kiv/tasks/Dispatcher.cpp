@@ -243,7 +243,6 @@ bool Dispatcher::spin(Lock& lock) {
     };
     do {
         for (int i = 0; i < 16 && !isDue(); ++i) KIV_PAUSE();
-        if (!isDue()) std::this_thread::yield(); // whoever has work goes first
     } while (!isDue() && std::chrono::steady_clock::now() < end);
     m_looking.fetch_sub(1, std::memory_order_relaxed);
     lock.lock();

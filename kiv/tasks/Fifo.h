@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kiv/platform/Compiler.h"
+
 #include <cassert>
 #include <cstddef>
 #include <memory>
@@ -36,6 +38,7 @@ public:
 
     void push_back(const T& value) {
         if (!m_last || m_end == valuesInBlock) addBlock();
+        if (m_end + 16 < valuesInBlock) KIV_PREFETCH_TO_WRITE(&m_last->values[m_end + 16]);
         m_last->values[m_end++] = value;
         ++m_size;
     }

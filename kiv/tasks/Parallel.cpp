@@ -23,6 +23,7 @@ void executePart(Parallel::Kernel& kernel, unsigned index) {
 }
 
 constexpr int smallKernelSpins = 100;
+constexpr int waitSpins = 500;
 constexpr int waitYields = 20;
 
 // Counts the parts of one call down to zero; one thread waits for that.
@@ -89,8 +90,12 @@ void Parallel::execute(Kernel& kernel) {
         // A small kernel is done sooner by the threads that are awake than others wake up.
         if (!countdown.spin(smallKernelSpins)) {
             if (!takesPart) dispatcher->wakeForRequests();
-            for (int i = 0; i < waitYields && !countdown.isOver(); ++i) std::this_thread::yield();
-            if (!countdown.isOver()) countdown.sleep();
+            bool isOver = countdown.spin(waitSpins);
+            for (int i = 0; i < waitYields && !isOver; ++i) {
+                std::this_thread::yield(); // a part may need this processor
+                isOver = countdown.isOver();
+            }
+            if (!isOver) countdown.sleep();
         }
     }
     kernel.finish();

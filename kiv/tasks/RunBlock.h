@@ -12,7 +12,7 @@ namespace kiv::internal {
 template <class Task>
 class RunBlock {
 public:
-    static constexpr uint32_t capacity = 32;
+    static constexpr uint32_t capacity = 64;
 
     struct Run {
         Task* task;
@@ -21,6 +21,9 @@ public:
     };
 
     bool empty() const { return isEmpty(m_position.load(std::memory_order_acquire)); }
+
+    // Whether all its room was used when it was filled last.
+    bool wasFull() const { return size(m_position.load(std::memory_order_relaxed)) == capacity; }
 
     // For a queue with one runner, which nobody else claims from.
     bool claimAlone(Run& run) {

@@ -10,7 +10,8 @@
 namespace kiv::internal {
 namespace {
 
-constexpr size_t blockSize = 56; // larger tasks are left to the general allocator
+constexpr size_t blockSize = 64; // larger tasks are left to the general allocator
+constexpr std::align_val_t blockAlignment{64}; // a cache line each: another processor takes them
 constexpr unsigned batchSize = 32;
 constexpr unsigned keptBatches = 1024; // two megabytes
 
@@ -21,7 +22,7 @@ struct Batch {
     Batch* next = nullptr;
 
     void free() {
-        for (void* block : blocks) ::operator delete(block);
+        for (void* block : blocks) ::operator delete(block, blockAlignment);
     }
 };
 
@@ -81,7 +82,7 @@ Depot& depot() {
 class Cache {
 public:
     ~Cache() {
-        while (m_count != 0) ::operator delete(m_batch->blocks[--m_count]);
+        while (m_count != 0) ::operator delete(m_batch->blocks[--m_count], blockAlignment);
         if (m_reserve) depot().giveFull(m_reserve);
         delete m_batch;
         // The destructors of other objects of the thread may still come here.
@@ -90,14 +91,14 @@ public:
     }
 
     void* allocate() {
-        if (m_count == 0 && !refill()) return ::operator new(blockSize);
+        if (m_count == 0 && !refill()) return ::operator new(blockSize, blockAlignment);
         void* block = m_batch->blocks[--m_count];
         if (m_count >= prefetched) KIV_PREFETCH_TO_WRITE(m_batch->blocks[m_count - prefetched]);
         return block;
     }
     void free(void* block) {
         if (!m_batch || m_count == batchSize) {
-            if (!makeRoom()) return ::operator delete(block);
+            if (!makeRoom()) return ::operator delete(block, blockAlignment);
         }
         m_batch->blocks[m_count++] = block;
     }

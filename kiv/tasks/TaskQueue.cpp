@@ -17,9 +17,11 @@ namespace kiv {
 namespace {
 
 constexpr unsigned maximalCount = 0x1FFFFFFF; // of references that one push may add to a task
-constexpr int waitSpins = 100;
+constexpr int waitSpins = 400;
 constexpr int waitYields = 20;
 constexpr int parkSpins = 100;
+constexpr int breathSpins = 120;
+constexpr unsigned breathlessTurns = 4;
 constexpr uint32_t noLimit = std::numeric_limits<uint32_t>::max();
 
 void logFailure(const char* what) {
@@ -72,6 +74,14 @@ struct TaskQueue::Runner {
     void release() {
         if (finished) QueueReferences::release(std::exchange(finished, nullptr), std::exchange(finishedRuns, 0u));
     }
+
+    // Whoever takes runs as fast as they are pushed is in the pusher's way at each of them: a moment later there are
+    // more to take at once. Not while somebody waits for the queue.
+    void breathe() {
+        if (++turns < breathlessTurns || queue->m_block.wasFull()) return;
+        for (int i = 0; i < breathSpins && queue->m_waiters.load(std::memory_order_relaxed) == 0; ++i) KIV_PAUSE();
+    }
+    unsigned turns = 0;
 
     static thread_local Runner* top;
 };
@@ -148,7 +158,8 @@ uint32_t TaskQueue::addRunners(uint32_t wanted) {
     const uint32_t active = m_activeRunners.load(std::memory_order_relaxed);
     uint32_t limit = 1;
     if (isParallelQueue()) limit = isIOQueue() || !m_dispatcher ? noLimit : m_dispatcher->getRunnerLimit();
-    const uint32_t added = active < limit ? std::min(wanted, limit - active) : 0;
+    if (active >= limit) return 0;
+    const uint32_t added = std::min(wanted, limit - active);
     m_activeRunners.store(active + added, std::memory_order_relaxed);
     const uint32_t summoned = m_summoned.load(std::memory_order_relaxed);
     const uint32_t newlySummoned = std::min(added, m_parked - summoned);
@@ -220,17 +231,19 @@ void TaskQueue::processTasks() {
         }
         runner.release();
         if (runner.isQueueGone) return;
+        runner.breathe();
     } while (findRuns(runner));
 }
 
 // False when there are none, and this runner has left: the queue may be gone.
-bool TaskQueue::findRuns(const Runner& runner) {
+bool TaskQueue::findRuns(Runner& runner) {
     Lock lock(m_mutex);
     for (;;) {
         if (!m_block.empty() || refill() || promote(lock)) return true;
         if (takeBackRequests(lock)) continue;
         runnersEnded(1);
         if (!park(lock, runner)) return false;
+        runner.turns = 0;
     }
 }
 
@@ -239,7 +252,7 @@ bool TaskQueue::refill() {
     uint32_t size = 0;
     while (size < m_block.capacity && !m_currentSegment.empty()) {
         Entry& entry = m_currentSegment.front();
-        KIV_PREFETCH(entry.task); // another processor has it
+        KIV_PREFETCH_TO_WRITE(entry.task); // another processor has it
         const uint32_t taken = std::min(entry.count, m_block.capacity - size);
         for (uint32_t i = 0; i < taken; ++i) m_block.set(size++, {entry.task, --entry.count, entry.weight});
         if (entry.count == 0) m_currentSegment.pop_front();
@@ -376,11 +389,13 @@ void TaskQueue::wait() {
     const uint32_t epoch = m_idleEpoch.load(std::memory_order_acquire);
     if (empty() || isRefused("wait")) return;
     const auto isOver = [&] { return empty() || m_idleEpoch.load(std::memory_order_acquire) != epoch; };
+    m_waiters.fetch_add(1, std::memory_order_relaxed);
     for (int i = 0; i < waitSpins && !isOver(); ++i) KIV_PAUSE();
     // The runner may need this processor.
     for (int i = 0; i < waitYields && !isOver(); ++i) std::this_thread::yield();
     Lock lock(m_mutex);
     sleepUntil(lock, isOver);
+    m_waiters.fetch_sub(1, std::memory_order_relaxed);
 }
 
 void TaskQueue::pause() {

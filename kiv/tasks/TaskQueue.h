@@ -132,7 +132,7 @@ private:
     void requestRunners(uint32_t count, bool wakesAtOnce = true);
     void execute(const Run& run, Runner& runner);
     void drop(const Run& run, const Runner& runner);
-    bool findRuns(const Runner& runner);
+    bool findRuns(Runner& runner);
     bool refill();
     bool promote(Lock& lock);
     bool takeBackRequests(Lock& lock);
@@ -172,7 +172,6 @@ private:
     // Written under the mutex.
     std::atomic<uint32_t> m_activeRunners{0}; // threads that are in processTasks() or are asked to come
     std::atomic<uint32_t> m_idleEpoch{0};     // times the queue became idle
-    std::atomic<uint32_t> m_summoned{0};      // parked runners that are active again, but do not know yet
     std::atomic<uint32_t> m_keptWeight{0};    // of all that was pushed and not dropped
     // Free of it.
     std::atomic<uint32_t> m_helpers{0}; // sleepers that would serve a request of this queue
@@ -186,6 +185,10 @@ private:
     std::optional<std::thread::id> m_aborter; // who is in stop(), if anybody
     bool m_isDying = false;                   // disabled or destroyed
     bool m_isDestroyed = false; // who sleeps is to leave, also when it is one of the queue's runs that destroys it
+
+    // What idle runners look at.
+    alignas(64) std::atomic<uint32_t> m_summoned{0}; // parked runners that are active again; written under the mutex
+    std::atomic<uint32_t> m_waiters{0};              // calls of wait() in progress
 
     alignas(64) std::atomic<uint32_t> m_finishedWeight{0};
     internal::RunBlock<Task> m_block; // the front of the current segment
