@@ -10,7 +10,7 @@
 namespace kiv::internal {
 namespace {
 
-constexpr size_t blockSize = 64; // larger tasks are left to the general allocator
+constexpr size_t blockSize = 64;               // larger tasks are left to the general allocator
 constexpr std::align_val_t blockAlignment{64}; // a cache line each: another processor takes them
 constexpr unsigned batchSize = 32;
 constexpr unsigned keptBatches = 1024; // two megabytes
