@@ -21,7 +21,7 @@ class WeakPointerExtension;
 namespace internal {
 struct QueueReferences;
 struct TimedReferenceAccess;
-}
+} // namespace internal
 
 // Root of the class tree: an intrusive reference count, a run-time class name, and the weak pointers that watch it.
 // Ownership: the count starts at 0, SmartPointers own, and the release that brings it from 1 to 0 deletes the object.
