@@ -70,6 +70,7 @@ struct TaskQueue::Runner {
     // The task that ran last and the references it is owed: runs of one task give theirs back together.
     Task* finished = nullptr;
     uint32_t finishedRuns = 0;
+    unsigned turns = 0; // times it found more runs without having parked
 
     void release() {
         if (finished) QueueReferences::release(std::exchange(finished, nullptr), std::exchange(finishedRuns, 0u));
@@ -81,7 +82,6 @@ struct TaskQueue::Runner {
         if (++turns < breathlessTurns || queue->m_block.wasFull()) return;
         for (int i = 0; i < breathSpins && queue->m_waiters.load(std::memory_order_relaxed) == 0; ++i) KIV_PAUSE();
     }
-    unsigned turns = 0;
 
     static thread_local Runner* top;
 };
