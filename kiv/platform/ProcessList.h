@@ -15,6 +15,7 @@ struct RunningProcess {
     std::string name; // of the program's file without its folder, UTF-8
 };
 
+// Without those that have no name, as of processes that are just being made.
 KIV_API std::vector<RunningProcess> listProcesses();
 // As file names are compared.
 KIV_API bool isSameProgram(const std::string& name, const std::string& other);

@@ -30,7 +30,8 @@ std::vector<RunningProcess> listProcesses() {
     entry.dwSize = sizeof(entry);
     for (BOOL more = snapshot && ::Process32FirstW(snapshot.get(), &entry); more;
          more = ::Process32NextW(snapshot.get(), &entry))
-        if (entry.th32ProcessID != 0) processes.push_back({entry.th32ProcessID, narrowText(entry.szExeFile)});
+        if (entry.th32ProcessID != 0 && entry.szExeFile[0] != 0)
+            processes.push_back({entry.th32ProcessID, narrowText(entry.szExeFile)});
     return processes;
 }
 
