@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -251,16 +252,16 @@ TEST_F(TaskQueueTest, IsDestroyedBehindAnAbortThatDropsItsLastReference) {
     };
     for (const auto type : {Type::Serial, parallel}) {
         std::atomic<bool> isGone{false};
-        Gate gate;
+        const auto gate = std::make_shared<Gate>(); // a run may look at it when the queue's end has begun
         SmartPointer<TaskQueue> queue = makeObject<Watched>(type, isGone);
-        queue->pushTask(makeTask([&](TaskContext& context) {
-            gate.pass();
+        queue->pushTask(makeTask([gate](TaskContext& context) {
+            gate->pass();
             context.getQueue()->abort();
         }));
         // More than there are runners for: the last one is still queued.
-        for (int i = 0; i < 8; ++i) queue->pushTask(makeTask([&, queue] { gate.pass(); }));
+        for (int i = 0; i < 8; ++i) queue->pushTask(makeTask([gate, queue] { gate->pass(); }));
         queue = nullptr;
-        gate.open();
+        gate->open();
         waitUntil([&] { return isGone.load(); });
     }
 }
