@@ -1,0 +1,49 @@
+# The script engine: target kivUtilSquirrel, a shared library of its own, because users' binding templates call the
+# engine as kivCore does. Compiled from its sources in every build tree, so that sanitizers see into it.
+find_path(KIV_SQUIRREL_SOURCE include/squirrel.h PATH_SUFFIXES src/squirrel NO_CMAKE_SYSTEM_PATH
+    DOC "Sources of the engine Squirrel 3.1: the folder of include/, squirrel/ and sqstdlib/")
+if(NOT KIV_SQUIRREL_SOURCE)
+    message(FATAL_ERROR "The sources of the script engine Squirrel 3.1 were not found. Name their folder by "
+        "-DKIV_SQUIRREL_SOURCE=/folder/of/it, or have them in src/squirrel of CMAKE_PREFIX_PATH.")
+endif()
+file(STRINGS "${KIV_SQUIRREL_SOURCE}/squirrel/sqclass.cpp" patched REGEX MEMBER_MAX_COUNT)
+if(NOT patched)
+    message(WARNING "${KIV_SQUIRREL_SOURCE} lacks the distribution's security patches")
+endif()
+
+file(GLOB sources "${KIV_SQUIRREL_SOURCE}/squirrel/*.cpp" "${KIV_SQUIRREL_SOURCE}/sqstdlib/*.cpp")
+file(GLOB headers "${KIV_SQUIRREL_SOURCE}/include/*.h")
+add_library(kivUtilSquirrel SHARED ${sources})
+add_library(kivCore::kivUtilSquirrel ALIAS kivUtilSquirrel)
+target_sources(kivUtilSquirrel PUBLIC FILE_SET HEADERS BASE_DIRS "${KIV_SQUIRREL_SOURCE}/include" FILES ${headers})
+
+# The one place of the types' sizes; every includer gets them from here, pkg-config too.
+target_compile_definitions(kivUtilSquirrel PUBLIC _SQ64 SQUSEDOUBLE)
+
+# This is foreign C++14: neither the project's warnings nor its definitions, of which _UNICODE would change characters.
+get_target_property(definitions kivUtilSquirrel INTERFACE_COMPILE_DEFINITIONS)
+set_target_properties(kivUtilSquirrel PROPERTIES
+    COMPILE_DEFINITIONS "${definitions}" COMPILE_OPTIONS "" CXX_STANDARD 14 CXX_EXTENSIONS OFF SYSTEM ON
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+if(WIN32)
+    set_target_properties(kivUtilSquirrel PROPERTIES PREFIX "") # kivUtilSquirrel.dll
+    target_compile_definitions(kivUtilSquirrel
+        PRIVATE SQUIRREL_API=__declspec\(dllexport\) INTERFACE SQUIRREL_API=__declspec\(dllimport\))
+else()
+    target_compile_definitions(kivUtilSquirrel PRIVATE "SQUIRREL_API=extern __attribute__((visibility(\"default\")))")
+    target_link_options(kivUtilSquirrel PRIVATE LINKER:-Bsymbolic)
+endif()
+if(MSVC)
+    target_compile_options(kivUtilSquirrel PRIVATE /w /EHsc /GR- /utf-8)
+    target_compile_definitions(kivUtilSquirrel PRIVATE _CRT_SECURE_NO_WARNINGS)
+else()
+    # Natives may throw C++ exceptions, so frames of the engine keep what unwinding needs.
+    target_compile_options(kivUtilSquirrel PRIVATE -w -fexceptions -fno-rtti -fno-strict-aliasing
+        $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
+    if(NOT WIN32)
+        target_compile_options(kivUtilSquirrel PRIVATE -fno-semantic-interposition -fno-plt)
+    endif()
+endif()
+if(KIV_SANITIZE) # without "undefined", which the engine is full of
+    target_compile_options(kivUtilSquirrel PRIVATE -fsanitize=${KIV_SANITIZE} -fno-omit-frame-pointer)
+endif()
