@@ -1,0 +1,96 @@
+#include "kiv/script/Call.h"
+
+#include "kiv/logging/MessageStream.h"
+#include "kiv/script/TypeName.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+
+namespace kivSq {
+namespace internal {
+
+SQInteger throwMismatch(SQVM* v, int number, const char* expected, SQInteger index) {
+    const std::string what = number > 0 ? fmt::format("argument {}", number) : "value";
+    return sq_throwerror(v, fmt::format("{}: expected {}, got {}", what, expected, typeNameAt(v, index)).c_str());
+}
+
+bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out) {
+    const SQObjectType type = sq_gettype(v, index);
+    if (type == OT_FLOAT) {
+        SQFloat number = 0;
+        sq_getfloat(v, index, &number);
+        // Beyond, the conversion has no meaning.
+        if (!(number >= -0x1p63 && number < 0x1p63)) return false;
+        out = static_cast<int64_t>(number);
+    } else if (type == OT_INTEGER) {
+        SQInteger number = 0;
+        sq_getinteger(v, index, &number);
+        out = number;
+    } else {
+        return false;
+    }
+    return out >= smallest && out <= largest;
+}
+
+void logFailedConversion(SQVM* v) {
+    sq_getlasterror(v);
+    const SQChar* text = nullptr;
+    if (SQ_FAILED(sq_getstring(v, -1, &text))) text = "unknown";
+    kiv::logging::MessageStream(2, 2) << "[SQ] cannot make a script value: " << text;
+    sq_poptop(v);
+    sq_reseterror(v);
+}
+
+SQInteger throwException(SQVM* v, const std::exception* failure) noexcept {
+    return sq_throwerror(v, failure ? failure->what() : "native exception");
+}
+
+void pushClosure(SQVM* v, SQFUNCTION trampoline, const void* function, size_t size, const char* name) {
+    std::memcpy(sq_newuserdata(v, size), function, size);
+    sq_newclosure(v, trampoline, 1);
+    sq_setnativeclosurename(v, -1, name);
+}
+
+// A constructor may be called on anything: by hand, twice, by a class derived in a script.
+SQInteger checkConstruction(SQVM* v, const AdapterData& adapter) {
+    if (adapter.getInstance(v, 1)) return sq_throwerror(v, "native constructor called on a constructed object");
+    SQUserPointer pointer = nullptr;
+    if (SQ_FAILED(sq_getinstanceup(v, 1, &pointer, adapter.getTypeTag())))
+        return sq_throwerror(v, "native constructor called on an object of another class");
+    return 0;
+}
+
+SQInteger throwNoConstructor(SQVM* v) noexcept {
+    return sq_throwerror(v, "the native class has no constructor for scripts");
+}
+
+SQInteger throwNoConstructorClone(SQVM* v) noexcept {
+    return sq_throwerror(v, "clone called on native noconstructor kiv class");
+}
+
+SQInteger throwNoCopyClone(SQVM* v) noexcept {
+    return sq_throwerror(v, "clone called on native nocopy kiv class");
+}
+
+void* cloneSource(SQVM* v, const AdapterData& adapter) {
+    void* source = sq_gettop(v) >= 2 ? adapter.getInstance(v, 2) : nullptr;
+    if (!source) {
+        sq_throwerror(v, "clone of native class with null-pointer");
+        return nullptr;
+    }
+    return checkConstruction(v, adapter) == 0 ? source : nullptr;
+}
+
+} // namespace internal
+
+bool InitializeCharArrayAccess(SQVM* v, int64_t index, char* buffer, int size) {
+    std::string_view text;
+    if (size <= 0 || !Access<std::string_view>::get(v, index, text)) return false;
+    text = text.substr(0, static_cast<size_t>(size - 1));
+    std::memcpy(buffer, text.data(), text.size());
+    buffer[text.size()] = 0;
+    return true;
+}
+
+} // namespace kivSq

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "kiv/script/Engine.h"
+
+// The process's one engine, as handles see it.
+
+namespace kivSq {
+class VM;
+}
+
+namespace kivSq::internal {
+
+// The calling thread becomes the main thread of scripts. Requires: there is no engine.
+void installEngine(SQVM* v, VM* vm);
+// From now on releasing handles does nothing.
+void uninstallEngine();
+VM* currentVM();
+bool isEngineThread();
+
+// Gives up a reference. On other threads it is kept for releaseParkedHandles().
+void releaseHandle(HSQOBJECT handle) noexcept;
+// What other threads have given up. On the engine's thread.
+void releaseParkedHandles();
+
+} // namespace kivSq::internal

@@ -1,0 +1,7 @@
+#include "kiv/script/Libraries.h"
+
+namespace kivSq::internal {
+
+void installGuards(SQVM*) {}
+
+} // namespace kivSq::internal

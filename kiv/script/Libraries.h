@@ -1,0 +1,22 @@
+#pragma once
+
+#include "kiv/script/Object.h"
+
+// What fills the root tables.
+
+namespace kivSq::internal {
+
+// The functions of "std" resp. "string", but for those of the engine's own libraries.
+void addStdFunctions(SQVM* v, const Object& table);
+void addLogFunctions(SQVM* v, const Object& table);
+void addJSONFunctions(SQVM* v, const Object& table);
+void addProcessFunctions(SQVM* v, const Object& table);
+void addThreadFunctions(SQVM* v, const Object& table);
+void addStringFunctions(SQVM* v, const Object& table);
+
+// Replaces the functions of the engine that corrupt memory when they are misused.
+void installGuards(SQVM* v);
+// Null, or why a source text must not reach the compiler, which follows its nesting on the stack.
+const char* refuseSource(const char* source, size_t length);
+
+} // namespace kivSq::internal
