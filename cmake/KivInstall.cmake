@@ -5,6 +5,9 @@ set(KIV_PACKAGE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/kivCore")
 set(KIV_ENGINE_INCLUDE_DIR "${CMAKE_INSTALL_INCLUDEDIR}/kivUtilSquirrel")
 install(TARGETS kivCore EXPORT kivCoreTargets FILE_SET HEADERS)
 install(TARGETS kivUtilSquirrel EXPORT kivCoreTargets FILE_SET HEADERS DESTINATION ${KIV_ENGINE_INCLUDE_DIR})
+if(NOT WIN32)
+    set_target_properties(kivCore PROPERTIES INSTALL_RPATH "$ORIGIN") # the engine is beside it
+endif()
 install(FILES "${KIV_SQUIRREL_SOURCE}/COPYRIGHT" DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright.squirrel)
 install(EXPORT kivCoreTargets NAMESPACE kivCore:: DESTINATION ${KIV_PACKAGE_DIR})
 if(MINGW)
@@ -19,6 +22,9 @@ install(FILES "${PROJECT_BINARY_DIR}/kivCoreConfig.cmake" "${PROJECT_BINARY_DIR}
 
 # The prefix in kivCore.pc is relative to the file, so an installed tree can be moved.
 file(RELATIVE_PATH KIV_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+get_target_property(KIV_ENGINE_DEFINITIONS kivUtilSquirrel INTERFACE_COMPILE_DEFINITIONS)
+list(TRANSFORM KIV_ENGINE_DEFINITIONS REPLACE ".+" "\"-D\\0\"")
+list(JOIN KIV_ENGINE_DEFINITIONS " " KIV_ENGINE_DEFINITIONS)
 configure_file("${PROJECT_SOURCE_DIR}/cmake/kivCore.pc.in" "${PROJECT_BINARY_DIR}/kivCore.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/kivCore.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

@@ -11,19 +11,19 @@ if(NOT patched)
     message(WARNING "${KIV_SQUIRREL_SOURCE} lacks the distribution's security patches")
 endif()
 
-file(GLOB sources "${KIV_SQUIRREL_SOURCE}/squirrel/*.cpp" "${KIV_SQUIRREL_SOURCE}/sqstdlib/*.cpp")
-file(GLOB headers "${KIV_SQUIRREL_SOURCE}/include/*.h")
-add_library(kivUtilSquirrel SHARED ${sources})
+file(GLOB engine_sources "${KIV_SQUIRREL_SOURCE}/squirrel/*.cpp" "${KIV_SQUIRREL_SOURCE}/sqstdlib/*.cpp")
+file(GLOB engine_headers "${KIV_SQUIRREL_SOURCE}/include/*.h")
+add_library(kivUtilSquirrel SHARED ${engine_sources})
 add_library(kivCore::kivUtilSquirrel ALIAS kivUtilSquirrel)
-target_sources(kivUtilSquirrel PUBLIC FILE_SET HEADERS BASE_DIRS "${KIV_SQUIRREL_SOURCE}/include" FILES ${headers})
+target_sources(kivUtilSquirrel PUBLIC FILE_SET HEADERS BASE_DIRS "${KIV_SQUIRREL_SOURCE}/include" FILES ${engine_headers})
 
 # The one place of the types' sizes; every includer gets them from here, pkg-config too.
 target_compile_definitions(kivUtilSquirrel PUBLIC _SQ64 SQUSEDOUBLE)
 
 # This is foreign C++14: neither the project's warnings nor its definitions, of which _UNICODE would change characters.
-get_target_property(definitions kivUtilSquirrel INTERFACE_COMPILE_DEFINITIONS)
+get_target_property(engine_definitions kivUtilSquirrel INTERFACE_COMPILE_DEFINITIONS)
 set_target_properties(kivUtilSquirrel PROPERTIES
-    COMPILE_DEFINITIONS "${definitions}" COMPILE_OPTIONS "" CXX_STANDARD 14 CXX_EXTENSIONS OFF SYSTEM ON
+    COMPILE_DEFINITIONS "${engine_definitions}" COMPILE_OPTIONS "" CXX_STANDARD 14 CXX_EXTENSIONS OFF SYSTEM ON
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 if(WIN32)
     set_target_properties(kivUtilSquirrel PROPERTIES PREFIX "") # kivUtilSquirrel.dll

@@ -1,4 +1,5 @@
 #include "kiv/kivCore.h"
+#include "kiv/script/Engine.h"
 
 #include <cstdio>
 #include <cstring>
@@ -32,7 +33,7 @@ int main() {
     item.add("kiv");
     item.add(4294967296LL);
     const bool encoded = item.asBrowsableString() == "kiv;INT:4294967296";
-    if (!named || !encoded || !recordsCross()) return 1;
+    if (!named || !encoded || !recordsCross() || sq_getversion() != SQUIRREL_VERSION_NUMBER) return 1;
     std::puts("consumer: linked and ran");
     return 0;
 }
