@@ -6,6 +6,7 @@
 #include "kiv/core/Clock.h"
 #include "kiv/core/Containers.h"
 #include "kiv/core/Delegate.h"
+#include "kiv/core/GregorianDate.h"
 #include "kiv/core/IVec2.h"
 #include "kiv/core/IVec3.h"
 #include "kiv/core/IVec4.h"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <fmt/format.h>
 
 namespace kiv {
@@ -61,7 +62,8 @@ std::string utcTimeText(int64_t utcMicroseconds) {
     const auto day = floor<days>(time);
     const year_month_day date(day);
     const hh_mm_ss clock(time - day);
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(date.year()),
+    const int year = static_cast<int>(date.year());
+    return fmt::format("{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", year < 0 ? "-" : "", std::abs(year),
                        static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), clock.hours().count(),
                        clock.minutes().count(), clock.seconds().count(), clock.subseconds().count());
 }

@@ -56,7 +56,7 @@ private:
     Clock* m_previous;
 };
 
-// "2024-02-29T13:05:09.042Z" for microseconds since 1970; rounds down to milliseconds.
+// "2024-02-29T13:05:09.042Z" for microseconds since 1970; rounds down to milliseconds. The year 10 BC is "-0009".
 KIV_API std::string utcTimeText(int64_t utcMicroseconds);
 
 } // namespace kiv
