@@ -36,6 +36,7 @@
 #include "kiv/data/PacketWriter.h"
 #include "kiv/data/StdInPacketReader.h"
 #include "kiv/data/StdOutPacketWriter.h"
+#include "kiv/files/Directory.h"
 #include "kiv/files/File.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/logging/LogBackend.h"

@@ -31,4 +31,7 @@ KIV_API FileReadResult readWholeFile(const std::string& path, uint64_t limit, co
 // Creates or truncates the file and writes all of it; false when it can't be opened, written in full and closed.
 KIV_API bool writeWholeFile(const std::string& path, const void* bytes, size_t size);
 
+// The same behind what is there, wherever others have put its end by then.
+KIV_API bool appendToFile(const std::string& path, const void* bytes, size_t size);
+
 } // namespace kiv::platform

@@ -34,7 +34,7 @@ TEST(Rect, AgreesWithItsPixels) {
         ASSERT_TRUE((a.isEmpty() || united.contains(a)) && (b.isEmpty() || united.contains(b)));
         for (const Rect smaller : {Rect(united.x + 1, united.y, united.width - 1, united.height),
                                    Rect(united.x, united.y, united.width, united.height - 1)})
-            if (!a.isEmpty() && !b.isEmpty()) ASSERT_FALSE(smaller.contains(a) && smaller.contains(b));
+            ASSERT_FALSE(!a.isEmpty() && !b.isEmpty() && smaller.contains(a) && smaller.contains(b));
         const std::string own = of(a);
         ASSERT_EQ(a.getArea(), std::count(own.begin(), own.end(), '#'));
         if (a.isEmpty()) continue;

@@ -3,9 +3,11 @@
 
 #include "kiv/core/Buffer.h"
 #include "kiv/core/String.h"
+#include "kiv/files/File.h"
 #include "tests/support/OutputCapture.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -36,7 +38,6 @@ protected:
         return result;
     }
 
-private:
     const support::TemporaryFolder m_folder;
 };
 
@@ -82,7 +83,7 @@ TEST_F(Files, FilesLongerThanASpanAreRefused) {
     const String large = path("large");
     ASSERT_TRUE(String("x").saveToFile(large));
     std::error_code error;
-    std::filesystem::resize_file(large.c_str(), 0x100000000, error);
+    std::filesystem::resize_file(m_folder.path("large"), 0x100000000, error);
     if (error) GTEST_SKIP() << "no file of 4 GiB can be made here: " << error.message();
     const Loaded loaded = load(large);
     EXPECT_TRUE(!loaded.ok && loaded.text.empty());
@@ -94,4 +95,25 @@ TEST_F(Files, FilesThatTellNoLengthAreReadToTheirEnd) {
     if (!std::filesystem::exists(made)) GTEST_SKIP() << "this system has no files of unknown length";
     String text;
     EXPECT_TRUE(text.loadFromFile(made) && text.ends_with_newline());
+}
+
+TEST_F(Files, ChangeByName) {
+    const auto text = [&](const char* name) { return load(path(name), true).text; };
+    const auto span = [](const char* bytes) {
+        return ConstByteSpan(reinterpret_cast<const uint8_t*>(bytes), static_cast<unsigned>(std::strlen(bytes)));
+    };
+    const GregorianDate before = GregorianDate::now();
+    EXPECT_TRUE(File::appendFile(path("a"), span("one\n")) && File::appendFile(path("a"), span("two")));
+    EXPECT_EQ(text("a"), "one\ntwo");
+    const int64_t age = File::getModificationTime(path("a")).getMicrosecondsSince(before);
+    EXPECT_TRUE(-5000000 < age && age < 60000000) << age; // file systems keep coarser times
+    EXPECT_TRUE(File::replaceFile(path("b"), span("new")) && File::replaceFile(path("b"), span("newer")));
+    EXPECT_TRUE(File::copy(path("a"), path("c")) && File::copy(path("b"), path("a")) &&
+                File::rename(path("b"), path("c")));
+    EXPECT_EQ(text("a") + text("c"), "newernewer");
+    EXPECT_TRUE(!File::copy(path("a"), path("a")) && File::getSize(path("a")) == 5u);
+    EXPECT_TRUE(File::exists(path("c")) && File::remove(path("c")) && !File::exists(path("c")));
+    EXPECT_FALSE(File::remove(path("c")) || File::getSize(path("")) || File::exists(path("")) ||
+                 File::remove(path("")));
+    EXPECT_TRUE(File::getModificationTime(path("")).isValid());
 }

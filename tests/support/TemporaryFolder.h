@@ -24,7 +24,10 @@ public:
         std::filesystem::remove_all(m_folder, ignored);
     }
 
-    std::filesystem::path path(const std::string& name) const { return m_folder / name; }
+    // The name is UTF-8.
+    std::filesystem::path path(const std::string& name) const {
+        return m_folder / std::u8string(name.begin(), name.end());
+    }
     std::string utf8(const std::string& name) const {
         const std::u8string text = path(name).u8string();
         return std::string(text.begin(), text.end());

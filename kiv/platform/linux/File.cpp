@@ -55,6 +55,11 @@ private:
     int m_descriptor = -1;
 };
 
+bool writeTo(const std::string& path, int flag, const void* bytes, size_t size) {
+    Descriptor file(path, O_WRONLY | O_CREAT | flag);
+    return file.isOpen() && file.write(static_cast<const char*>(bytes), size) && file.close();
+}
+
 } // namespace
 
 FileReadResult readWholeFile(const std::string& path, uint64_t limit, const FileSpace& space) {
@@ -67,8 +72,11 @@ FileReadResult readWholeFile(const std::string& path, uint64_t limit, const File
 }
 
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size) {
-    Descriptor file(path, O_WRONLY | O_CREAT | O_TRUNC);
-    return file.isOpen() && file.write(static_cast<const char*>(bytes), size) && file.close();
+    return writeTo(path, O_TRUNC, bytes, size);
+}
+
+bool appendToFile(const std::string& path, const void* bytes, size_t size) {
+    return writeTo(path, O_APPEND, bytes, size);
 }
 
 } // namespace kiv::platform

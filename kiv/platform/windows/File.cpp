@@ -48,6 +48,12 @@ private:
     HANDLE m_handle;
 };
 
+bool writeTo(const std::string& path, DWORD access, DWORD creation, const void* bytes, size_t size) {
+    FileHandle file(::CreateFileW(widePath(path).c_str(), access, FILE_SHARE_READ, nullptr, creation,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file.isOpen() && file.write(static_cast<const char*>(bytes), size) && file.close();
+}
+
 } // namespace
 
 FileReadResult readWholeFile(const std::string& path, uint64_t limit, const FileSpace& space) {
@@ -67,9 +73,11 @@ FileReadResult readWholeFile(const std::string& path, uint64_t limit, const File
 }
 
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size) {
-    FileHandle file(::CreateFileW(widePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-    return file.isOpen() && file.write(static_cast<const char*>(bytes), size) && file.close();
+    return writeTo(path, GENERIC_WRITE, CREATE_ALWAYS, bytes, size);
+}
+
+bool appendToFile(const std::string& path, const void* bytes, size_t size) {
+    return writeTo(path, FILE_APPEND_DATA | SYNCHRONIZE, OPEN_ALWAYS, bytes, size);
 }
 
 } // namespace kiv::platform
