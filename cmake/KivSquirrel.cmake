@@ -15,7 +15,8 @@ file(GLOB engine_sources "${KIV_SQUIRREL_SOURCE}/squirrel/*.cpp" "${KIV_SQUIRREL
 file(GLOB engine_headers "${KIV_SQUIRREL_SOURCE}/include/*.h")
 add_library(kivUtilSquirrel SHARED ${engine_sources})
 add_library(kivCore::kivUtilSquirrel ALIAS kivUtilSquirrel)
-target_sources(kivUtilSquirrel PUBLIC FILE_SET HEADERS BASE_DIRS "${KIV_SQUIRREL_SOURCE}/include" FILES ${engine_headers})
+target_sources(kivUtilSquirrel PUBLIC
+    FILE_SET HEADERS BASE_DIRS "${KIV_SQUIRREL_SOURCE}/include" FILES ${engine_headers})
 
 # The one place of the types' sizes; every includer gets them from here, pkg-config too.
 target_compile_definitions(kivUtilSquirrel PUBLIC _SQ64 SQUSEDOUBLE)
@@ -37,13 +38,13 @@ if(MSVC)
     target_compile_options(kivUtilSquirrel PRIVATE /w /EHsc /GR- /utf-8)
     target_compile_definitions(kivUtilSquirrel PRIVATE _CRT_SECURE_NO_WARNINGS)
 else()
-    # Natives may throw C++ exceptions, so frames of the engine keep what unwinding needs.
-    target_compile_options(kivUtilSquirrel PRIVATE -w -fexceptions -fno-rtti -fno-strict-aliasing
+    # Natives may throw C++ exceptions, so frames of the engine keep what unwinding needs. Integers of scripts wrap.
+    target_compile_options(kivUtilSquirrel PRIVATE -w -fexceptions -fno-rtti -fno-strict-aliasing -fwrapv
         $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
     if(NOT WIN32)
         target_compile_options(kivUtilSquirrel PRIVATE -fno-semantic-interposition -fno-plt)
     endif()
 endif()
-if(KIV_SANITIZE) # without "undefined", which the engine is full of
+if(KIV_SANITIZE) # without "undefined": numbers and shifts of scripts come out as the processor has them
     target_compile_options(kivUtilSquirrel PRIVATE -fsanitize=${KIV_SANITIZE} -fno-omit-frame-pointer)
 endif()
