@@ -21,10 +21,9 @@ target_sources(kivUtilSquirrel PUBLIC
 # The one place of the types' sizes; every includer gets them from here, pkg-config too.
 target_compile_definitions(kivUtilSquirrel PUBLIC _SQ64 SQUSEDOUBLE)
 
-# This is foreign C++14: neither the project's warnings nor its definitions, of which _UNICODE would change characters.
-get_target_property(engine_definitions kivUtilSquirrel INTERFACE_COMPILE_DEFINITIONS)
+# This is foreign C++14: without the project's warnings, and without _UNICODE, which would make its characters wide.
 set_target_properties(kivUtilSquirrel PROPERTIES
-    COMPILE_DEFINITIONS "${engine_definitions}" COMPILE_OPTIONS "" CXX_STANDARD 14 CXX_EXTENSIONS OFF SYSTEM ON
+    COMPILE_OPTIONS "-U_UNICODE" CXX_STANDARD 14 CXX_EXTENSIONS OFF SYSTEM ON
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 if(WIN32)
     set_target_properties(kivUtilSquirrel PROPERTIES PREFIX "") # kivUtilSquirrel.dll
@@ -36,7 +35,6 @@ else()
 endif()
 if(MSVC)
     target_compile_options(kivUtilSquirrel PRIVATE /w /EHsc /GR- /utf-8)
-    target_compile_definitions(kivUtilSquirrel PRIVATE _CRT_SECURE_NO_WARNINGS)
 else()
     # Natives may throw C++ exceptions, so frames of the engine keep what unwinding needs. Integers of scripts wrap.
     target_compile_options(kivUtilSquirrel PRIVATE -w -fexceptions -fno-rtti -fno-strict-aliasing -fwrapv
