@@ -95,6 +95,10 @@ VM::~VM() {
     if (isRunning()) {
         MessageStream(4, 2) << "[SQ] the VM is destroyed inside a running script";
         internal::uninstallEngine();
+        AdapterData::forgetAll(); // another VM binds its own classes
+        // Still in use further up.
+        static auto* const abandoned = new std::vector<std::pair<std::unique_ptr<Threads>, std::unique_ptr<Imports>>>;
+        abandoned->emplace_back(std::move(m_threads), std::move(m_imports));
         return;
     }
     AdapterData::forgetAll();
@@ -107,7 +111,7 @@ void VM::seterrorhandlers(SQVM* v) {
 }
 
 bool VM::isRunning() const {
-    return m_threads->getCurrent() || sq_getvmstate(m_vm) != SQ_VMSTATE_IDLE;
+    return m_threads->isInPass() || sq_getvmstate(m_vm) != SQ_VMSTATE_IDLE;
 }
 
 int64_t VM::collectGarbage() {
@@ -235,7 +239,7 @@ VM::Thread& VM::createThread(const Object& closure, ThreadEnd onEnd) {
 
 void VM::processEvents() {
     internal::releaseParkedHandles();
-    m_threads->runPass();
+    if (!isRunning()) m_threads->runPass();
 }
 
 bool VM::isCurrentThreadsAsyncQueueAborting() const {
