@@ -2,8 +2,18 @@
 
 #include "kiv/script/Call.h"
 #include "kiv/script/StackGuard.h"
+#include "kiv/script/VM.h"
+
+#include <stdexcept>
 
 namespace kivSq::internal {
+
+// A VM that is destroyed inside a script leaves the script running.
+inline VM& requireVM() {
+    VM* vm = VM::current();
+    if (!vm) throw std::runtime_error("there is no VM");
+    return *vm;
+}
 
 // Enters a function that works on the engine's stack: its arguments are from slot 2 on, `this` is in slot 1. With a
 // negative count there are at least that many, `this` included.

@@ -11,13 +11,6 @@
 namespace kivSq::internal {
 namespace {
 
-// One that was destroyed inside a script leaves the script running.
-VM& requireVM() {
-    VM* vm = VM::current();
-    if (!vm) throw std::runtime_error("there is no VM");
-    return *vm;
-}
-
 AsyncQueue* currentQueue() {
     const VM::Thread* thread = requireVM().getCurrentThread();
     return thread ? thread->queue.get() : nullptr;

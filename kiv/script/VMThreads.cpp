@@ -113,8 +113,8 @@ void VM::Threads::run(Thread& thread) {
         // Before it runs: it may get a new one.
         thread.condition = {};
     }
-    const bool isGood = isNew ? internal::callTop(thread.engine, thread.argumentCount, bool(thread.onEnd))
-                              : resume(thread, answer);
+    const bool isGood =
+        isNew ? internal::callTop(thread.engine, thread.argumentCount, bool(thread.onEnd)) : resume(thread, answer);
     if (isEngineGone()) return;
     if (sq_getvmstate(thread.engine) == SQ_VMSTATE_SUSPENDED) {
         if (thread.onEnd) sq_poptop(thread.engine); // what it has suspended with
