@@ -219,7 +219,26 @@ bool Process::canOutputGrow() const {
     return m_child.isOpen(Pipe::Output) && !m_output.ring.full() && getOutput().size() == m_output.ring.size();
 }
 
-// ---- Lines.
+// ---- Bytes and lines.
+
+bool Process::readBytes(std::string& bytes) {
+    return takeBytes(m_output, bytes);
+}
+
+bool Process::readErrBytes(std::string& bytes) {
+    return takeBytes(m_errors, bytes);
+}
+
+bool Process::takeBytes(Incoming& from, std::string& bytes) {
+    if (from.ring.empty()) return false;
+    while (!from.ring.empty()) {
+        const std::string_view run = from.ring.readable();
+        bytes += run;
+        from.ring.consume(run.size());
+    }
+    from.scanned = 0;
+    return true;
+}
 
 bool Process::readLine(String& line) {
     return takeLine(Pipe::Output, m_output, line);

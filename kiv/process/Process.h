@@ -7,6 +7,8 @@
 #include "kiv/platform/ChildProcess.h"
 #include "kiv/process/ByteRing.h"
 
+#include <string>
+
 namespace kiv {
 
 class ProcessPacketReader;
@@ -67,6 +69,9 @@ public:
     // fills the whole buffer counts as a line, and so does the rest behind the last LF when no more comes.
     bool readLine(String& line);
     bool readErrLine(String& line);
+    // Appends what has come from standard output, resp. standard error, as it is; false when there was nothing.
+    bool readBytes(std::string& bytes);
+    bool readErrBytes(std::string& bytes);
     // Adds an LF. False when the child's standard input is closed or the buffer is full.
     bool writeLine(const String& line);
 
@@ -108,6 +113,10 @@ protected:
     void close_stdin();
     void close_stdout();
     void close_stderr();
+    // Waits until tick() has something to move or to tell, at most so many milliseconds.
+    void waitForBytes(unsigned milliseconds, platform::Waker* waker = nullptr) {
+        m_child.wait(milliseconds, !m_input.empty(), waker);
+    }
 
     // The system's number of the last failure, 0 before the first one of this child.
     int32_t error() const { return m_error; }
@@ -152,10 +161,6 @@ private:
     void consumeOutput(size_t size);
     // Whether the bytes to come will continue the run of getOutput().
     bool canOutputGrow() const;
-    // Waits until tick() has something to move or to tell, at most so many milliseconds.
-    void waitForBytes(unsigned milliseconds, platform::Waker* waker = nullptr) {
-        m_child.wait(milliseconds, !m_input.empty(), waker);
-    }
 
     void reset();
     bool failSpawn(const String& path, int32_t code);
@@ -164,6 +169,7 @@ private:
     void dropOldErrors();
     bool isEnded(Pipe pipe, const Incoming& from) const { return !m_child.isOpen(pipe) && from.ring.empty(); }
     bool takeLine(Pipe pipe, Incoming& from, String& line);
+    static bool takeBytes(Incoming& from, std::string& bytes);
 
     platform::ChildProcess m_child;
     internal::ByteRing m_input;
