@@ -3,9 +3,9 @@
 #include "kiv/core/Codecs.h"
 #include "kiv/core/Utf8.h"
 #include "kiv/data/Item.h"
+#include "kiv/data/JSONText.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <cmath>
 #include <string>
@@ -17,8 +17,6 @@
 namespace kiv {
 
 namespace {
-
-constexpr size_t maximumTextSize = size_t{64} << 20;
 
 bool isValidUtf8(const char* text) {
     return internal::validateUtf8(text, std::strlen(text));
@@ -123,11 +121,7 @@ private:
     }
 
     void put(std::string_view text) { m_out.append(text.data(), text.data() + text.size()); }
-    void putText(const char* text) {
-        std::string valid(text);
-        if (!isValidUtf8(text)) internal::repairUtf8(text, std::strlen(text), valid);
-        put(nlohmann::json(std::move(valid)).dump());
-    }
+    void putText(const char* text) { put(internal::toJSONText(text)); }
     void putLineBreak() {
         if (!m_pretty) return;
         put("\n");
@@ -193,7 +187,7 @@ private:
         } else if (std::isinf(number)) {
             putSpecial("$float", number < 0 ? "-inf" : "inf");
         } else {
-            put(nlohmann::json(number).dump());
+            put(internal::toJSONNumber(number));
         }
     }
     // Values of two elements; false when the value here is one.
@@ -277,48 +271,34 @@ private:
 
 // ---- Reading.
 
-// Receives the parser's events and builds items from the inside out; refuses what goes past the limits.
-class JSONReader {
+// Builds items from the inside out.
+class JSONReader final : public internal::JSONEvents {
 public:
-    using Number = nlohmann::json;
-    using Text = nlohmann::json::string_t;
-
     Item result;
-    const char* reason = nullptr;
-    size_t errorOffset = 0;
 
-    bool null() { return value(Item(Item::NILType())); }
-    bool boolean(bool flag) { return value(Item(flag)); }
-    bool number_integer(Number::number_integer_t number) { return value(Item(number)); }
-    bool number_unsigned(Number::number_unsigned_t number) {
-        return number <= static_cast<uint64_t>(INT64_MAX) ? value(Item(number))
-                                                          : value(Item(static_cast<double>(number)));
-    }
-    bool number_float(Number::number_float_t number, const Text&) { return value(Item(number)); }
-    bool string(Text& text) { return isText(text) && value(Item(text.c_str())); }
-    bool binary(Number::binary_t&) { return false; }
-    bool start_object(size_t) { return open(true); }
-    bool start_array(size_t) { return open(false); }
-    bool key(Text& text) {
-        if (!isText(text)) return false;
-        m_open.back().names.push_back(text);
+    bool null() override { return value(Item(Item::NILType())); }
+    bool boolean(bool flag) override { return value(Item(flag)); }
+    bool integer(int64_t number) override { return value(Item(number)); }
+    bool floating(double number) override { return value(Item(number)); }
+    bool text(std::string& text) override { return isText(text) && value(Item(text.c_str())); }
+    bool key(std::string& name) override {
+        if (!isText(name)) return false;
+        m_open.back().names.push_back(std::move(name));
         return true;
     }
-    bool end_array() {
-        Item array;
-        array.addItem(m_open.back().elements);
-        m_open.pop_back();
-        return value(std::move(array));
+    bool open(bool isObject) override {
+        m_open.push_back({isObject, {}, {}, {}});
+        return true;
     }
-    bool end_object() {
-        Item object = tableOf(m_open.back());
+    bool close(bool isObject) override {
+        Item whole;
+        if (isObject) {
+            whole = tableOf(m_open.back());
+        } else {
+            whole.addItem(m_open.back().elements);
+        }
         m_open.pop_back();
-        return value(std::move(object));
-    }
-    bool parse_error(size_t position, const std::string&, const nlohmann::detail::exception& error) {
-        errorOffset = position == 0 ? 0 : position - 1;
-        reason = error.id == 406 ? "a number out of range" : "not JSON";
-        return false;
+        return value(std::move(whole));
     }
 
 private:
@@ -348,18 +328,8 @@ private:
         out.addItem(pairs);
         return out;
     }
-    bool isText(const Text& text) {
-        if (text.find('\0') == Text::npos) return true;
-        reason = "a zero character in a text";
-        return false;
-    }
-    bool open(bool isObject) {
-        if (m_open.size() == static_cast<size_t>(Item::maximumDepth)) {
-            reason = "nested deeper than 128 levels";
-            return false;
-        }
-        m_open.push_back({isObject, {}, {}, {}});
-        return true;
+    bool isText(const std::string& text) {
+        return text.find('\0') == std::string::npos || refuse("a zero character in a text");
     }
     bool value(Item&& item) {
         if (m_open.empty()) {
@@ -375,33 +345,6 @@ private:
     std::vector<Container> m_open;
 };
 
-// Hands the text to the parser and remembers how far it has read.
-class TrackingIterator {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char*;
-    using reference = const char&;
-
-    TrackingIterator(const char* at, const char** furthest) : m_at(at), m_furthest(furthest) {}
-    const char& operator*() const { return *m_at; }
-    TrackingIterator& operator++() {
-        *m_furthest = ++m_at;
-        return *this;
-    }
-    TrackingIterator operator++(int) {
-        const TrackingIterator before = *this;
-        ++*this;
-        return before;
-    }
-    friend bool operator!=(const TrackingIterator& a, const TrackingIterator& b) { return a.m_at != b.m_at; }
-
-private:
-    const char* m_at;
-    const char** m_furthest;
-};
-
 } // namespace
 
 String Item::getJSON(bool pretty) const {
@@ -412,21 +355,12 @@ String Item::getJSON(bool pretty) const {
 
 bool Item::setJSON(const String& text, TextError* error) {
     JSONReader reader;
-    const char* read = text.data();
-    bool ok = text.size() <= maximumTextSize;
-    if (ok) {
-        const TrackingIterator begin(text.data(), &read), end(text.data() + text.size(), &read);
-        ok = nlohmann::json::sax_parse(begin, end, &reader);
-    } else {
-        reader.reason = "longer than 64 MiB";
-    }
-    if (ok) {
+    TextError failure;
+    if (internal::parseJSON(text, reader, failure)) {
         setPlain(reader.result);
         return true;
     }
-    if (reader.errorOffset == 0 && read != text.data())
-        reader.errorOffset = static_cast<size_t>(read - text.data()) - 1;
-    if (error) *error = {reader.errorOffset, reader.reason ? reader.reason : "not JSON"};
+    if (error) *error = failure;
     return false;
 }
 
