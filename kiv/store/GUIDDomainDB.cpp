@@ -40,6 +40,14 @@ GUIDDomainDB* GUIDDomainDB::exchangeCurrent(GUIDDomainDB* db) {
     return installed.exchange(db);
 }
 
+GUID GUIDDomainDB::createGUID() {
+    if (GUIDDomainDB* db = current()) return db->generateGUID();
+    Random& random = Random::current();
+    const uint64_t words[] = {random.randomUInt64(), random.randomUInt64(), random.randomUInt64(),
+                              random.randomUInt64()};
+    return {words[0], words[1], words[2], words[3]};
+}
+
 GUIDDomainDB::GUIDDomainDB(const Item& root) : m_root(root) {
     loadDomainFromDatabase();
 }

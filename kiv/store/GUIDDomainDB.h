@@ -20,6 +20,8 @@ public:
     // Installs `db`, which may be null, and returns what was installed before. An installed object that dies uninstalls
     // itself; it is not kept. Any thread.
     static GUIDDomainDB* exchangeCurrent(GUIDDomainDB* db);
+    // A new identifier of the installed object, or 256 random bits.
+    static GUID createGUID();
 
     // Reads the record below `root` if there is one.
     explicit GUIDDomainDB(const Item& root);

@@ -227,11 +227,7 @@ uint64_t System::randomUInt64() {
 }
 
 GUID System::createGUID() {
-    if (GUIDDomainDB* db = GUIDDomainDB::current()) return db->generateGUID();
-    Random& random = Random::current();
-    const uint64_t words[] = {random.randomUInt64(), random.randomUInt64(), random.randomUInt64(),
-                              random.randomUInt64()};
-    return {words[0], words[1], words[2], words[3]};
+    return GUIDDomainDB::createGUID();
 }
 
 void System::setGUIDDomainDB(GUIDDomainDB* db) {
