@@ -29,6 +29,15 @@ const PacketScheme* PacketSchemeRegistry::find(short id) {
     return found != all.schemes.end() ? found->second : nullptr;
 }
 
+const PacketScheme* PacketSchemeRegistry::find(std::string_view fullName) {
+    Registry& all = registry();
+    const std::lock_guard lock(all.mutex);
+    for (const auto& [id, scheme] : all.schemes) {
+        if (scheme->getFullName().view() == fullName) return scheme;
+    }
+    return nullptr;
+}
+
 void PacketSchemeRegistry::add(const PacketScheme* scheme) {
     Registry& all = registry();
     bool isNew;

@@ -2,6 +2,8 @@
 
 #include "kiv/platform/Compiler.h"
 
+#include <string_view>
+
 namespace kiv {
 
 class PacketScheme;
@@ -13,6 +15,8 @@ class KIV_API PacketSchemeRegistry {
 public:
     // Null when there is none.
     static const PacketScheme* find(short id);
+    // By the full name; of several the one with the smallest id. Looks at all of them.
+    static const PacketScheme* find(std::string_view fullName);
 
 private:
     friend class PacketScheme;
