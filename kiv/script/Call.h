@@ -10,6 +10,14 @@
 // How scripts call native functions: trampolines, one for each signature, that find the function in the user data of
 // their closure. No exception gets past them into the engine.
 
+namespace kivSq {
+
+// Makes objects for scripts: for a Constructor, beside signatures.
+template <auto function>
+struct Factory {};
+
+} // namespace kivSq
+
 namespace kivSq::internal {
 
 // ---- One argument: taken from the stack before the call, handed over in the call.
@@ -172,6 +180,19 @@ struct Creation<void(Arguments...)> {
     static SQInteger create(SQVM* v, T*& out) {
         return invoke<void, Arguments...>(
             v, 2, [&](auto&&... arguments) { out = new T(std::forward<decltype(arguments)>(arguments)...); },
+            std::index_sequence_for<Arguments...>());
+    }
+};
+
+// ... or by a function that returns a new one; it throws where it can't.
+template <class C, class... Arguments, C* (*function)(Arguments...)>
+struct Creation<Factory<function>> {
+    static constexpr SQInteger count = sizeof...(Arguments);
+
+    template <class T>
+    static SQInteger create(SQVM* v, T*& out) {
+        return invoke<void, Arguments...>(
+            v, 2, [&](auto&&... arguments) { out = function(std::forward<decltype(arguments)>(arguments)...); },
             std::index_sequence_for<Arguments...>());
     }
 };

@@ -7,8 +7,9 @@
 
 namespace kivSq {
 
-// Which constructors scripts may call: signatures `void(arguments)`, with different numbers of arguments. A class with
-// none of them can't be constructed by scripts; without `void()` it can't be cloned either.
+// Which constructors scripts may call: signatures `void(arguments)`, or `Factory<function>` of a function that returns
+// a new object, with different numbers of arguments. A class with none of them can't be constructed by scripts; without
+// `void()` it can't be cloned either.
 template <class... Overloads>
 struct Constructor {};
 
