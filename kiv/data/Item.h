@@ -71,7 +71,7 @@ public:
     Item(const GUID& guid) : Item() { addGUID(guid); }
     Item(const uint8_t* bytes, unsigned size) : Item() { addBuffer(bytes, size); }
     explicit Item(const ConstByteSpan& bytes) : Item(bytes.getBytePointer(), bytes.getSize()) {}
-    // Defined in script/.
+    // As addSquirrel(). Defined in script/.
     explicit Item(const kivSq::Object& value);
     Item(NILType) : Item() { addNIL(); }
     Item(WildcardMode) : Item() { addWildcard(); }
@@ -128,7 +128,9 @@ public:
     void addFalse() { addInternal(ValueType::False); }
     void addNIL() { addInternal(ValueType::NIL); }
     void addWildcard() { addInternal(ValueType::Wildcard); }
-    // Defined in script/.
+    // One value: null, bools, numbers, texts (those with a zero byte as buffers) and GUIDs as such, arrays as nested
+    // items, tables and closures with their prefix. NIL for anything else, and, logged, for what is nested deeper than
+    // maximumDepth, as all that contains itself is. Defined in script/.
     void addSquirrel(const kivSq::Object& value);
 
     // Unsigned 64-bit values keep their bits, so one above 2^63 - 1 reads back negative.
@@ -191,8 +193,8 @@ public:
 
     // The size of the element at a byte offset with its type byte, 0 when no complete element is there.
     inline unsigned decodeGetSizeOfNextElement(int offset) const;
-    // The script value of the element at a byte offset. Defined in script/.
-    bool decodeElementAsSquirrel(int offset, kivSq::Object& out) const;
+    // ItemIterator::asSquirrel() at a byte offset. Defined in script/.
+    bool decodeElementAsSquirrel(int offset, kivSq::Object& out, Trust trust = Trust::Data) const;
 
     // Order of the elements one by one; a wildcard matches any one element, and NaN equals every number.
     static int compare(const Item& a, const Item& b);

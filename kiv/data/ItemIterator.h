@@ -70,8 +70,11 @@ public:
     bool asSubItem(Item& out);
     // Sets the one that is read and clears the other.
     bool asStringOrGUID(String& text, GUID& guid);
-    // Defined in script/.
-    bool asSquirrel(kivSq::Object& out);
+    // The script value here, of one or two elements: what addSquirrel() has made, buffers and prefixes as texts, and
+    // null for all that has no script value. Functions are null unless code is trusted, and logged then when they can't
+    // be loaded. Of equal keys the first wins, null keys are left out. False also, and logged, for what is nested
+    // deeper than Item::maximumDepth, and without a VM. Defined in script/.
+    bool asSquirrel(kivSq::Object& out, Trust trust = Trust::Data);
 
     // Non-null even when the buffer is empty.
     const uint8_t* asWeakBuffer();

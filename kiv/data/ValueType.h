@@ -28,4 +28,8 @@ enum class ValueType : uint8_t {
     End = 255,
 };
 
+// What a reader may make of bytes. Compiled script functions are not verified when they are loaded, and run with all
+// that scripts may do: trust them only where the program itself has written them.
+enum class Trust : uint8_t { Data, Code };
+
 } // namespace kiv

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -278,6 +279,27 @@ struct Access<kiv::SmartPointer<T>> {
 // Copies the text into a member of fixed size, at most size - 1 bytes of it and a zero. False when it is no text.
 KIV_API bool InitializeCharArrayAccess(SQVM* v, int64_t index, char* buffer, int size);
 
+// Null is none.
+template <class T>
+struct Access<std::optional<T>> {
+    static bool get(SQVM* v, int64_t index, std::optional<T>& out) {
+        if (sq_gettype(v, index) == OT_NULL) {
+            out.reset();
+            return true;
+        }
+        T value{};
+        if (!Access<T>::get(v, index, value)) return false;
+        out = std::move(value);
+        return true;
+    }
+    static bool push(SQVM* v, const std::optional<T>& value) {
+        if (value) return Access<T>::push(v, *value);
+        sq_pushnull(v);
+        return true;
+    }
+    static const char* name() { return Access<T>::name(); }
+};
+
 // Whole members of that type.
 template <size_t size>
 struct Access<char[size]> {
@@ -318,3 +340,5 @@ bool Object::to(T& out) const {
 }
 
 } // namespace kivSq
+
+#include "kiv/script/ItemAccess.h"

@@ -2,10 +2,12 @@
 
 #include "kiv/script/Object.h"
 
-// What the modules of the library bind, each into the table of its namespace ("kiv").
+// What the modules of the library bind, each into the table of its namespace ("kiv"). What needs another class binds it
+// first; a second time does nothing.
 
 namespace kivSq::internal {
 
+void bindObject(const Object& table);
 void bindSystem(const Object& table);
 void bindGUID(const Object& table);
 void bindItem(const Object& table);

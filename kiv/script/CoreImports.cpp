@@ -7,8 +7,6 @@ namespace kivSq::internal {
 
 // Each moves to the file of its class as it is built.
 void bindSystem(const Object&) {}
-void bindGUID(const Object&) {}
-void bindItem(const Object&) {}
 void bindStore(const Object&) {}
 void bindMemoryStore(const Object&) {}
 void bindPacket(const Object&) {}
