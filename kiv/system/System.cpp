@@ -7,6 +7,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/Interrupt.h"
 #include "kiv/process/AsyncSupervisor.h"
+#include "kiv/script/VM.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/system/Application.h"
 #include "kiv/tasks/HardwareConcurrency.h"
@@ -65,6 +66,7 @@ System::System()
     assert(MainPool::current() == m_mainPool.get() && ThreadPool::current() == m_threadPool.get() &&
            Scheduler::current() == m_scheduler.get() && "services are installed that are not the System's");
     internal::exchangeReleaseQueue(m_parallelQueue);
+    m_vm = std::make_unique<kivSq::VM>();
 }
 
 System::~System() = default;
@@ -96,6 +98,10 @@ bool System::deinitialize() {
         logging::MessageStream(4, 2) << "[SYSTEM] deinitialize off the main thread";
         return false;
     }
+    if (system->m_vm->isRunning()) {
+        logging::MessageStream(4, 2) << "[SYSTEM] deinitialize inside a running script";
+        return false;
+    }
     if (system->getReferenceCount() != 1) {
         logging::MessageStream(3, 2) << "trying to deinitialize kiv::System, but there are still open references";
         return false;
@@ -113,7 +119,7 @@ void System::shutDown() {
     if (Application* application = Application::current())
         guarded("the application's onShutdown", [&] { application->onShutdown(); });
     AsyncSupervisor::terminateAll();
-    m_scriptPass.clear();
+    m_vm = nullptr;
     m_tick.disconnectAll();
     internal::exchangeReleaseQueue(nullptr);
     releaseEverything();
@@ -172,7 +178,8 @@ void System::pump() {
     }
     {
         const PerfMon::Scope phase(m_perfMon, "VM");
-        guarded("the scripts' pass", [&] { m_scriptPass(); });
+        // None any more when something pumps in the course of the end.
+        if (m_vm) guarded("the scripts' pass", [&] { m_vm->processEvents(); });
     }
     {
         const PerfMon::Scope phase(m_perfMon, "Queue");
@@ -190,10 +197,6 @@ Connection System::connectTick(std::function<void()> function) {
     // Else one that throws would keep those behind it from being called.
     return instance().m_tick.connect(
         [called = std::move(function)] { guarded("a listener of the pump", [&] { called(); }); });
-}
-
-void System::setScriptPass(Delegate<void()> pass) {
-    instance().m_scriptPass = std::move(pass);
 }
 
 // ---- Time and chance.
@@ -270,6 +273,11 @@ ThreadPool* System::getThreadPool() {
 Scheduler* System::getScheduler() {
     const System* system = Object::system();
     return system ? system->m_scheduler.get() : nullptr;
+}
+
+kivSq::VM* System::getVM() {
+    const System* system = Object::system();
+    return system ? system->m_vm.get() : nullptr;
 }
 
 PerfMon* System::getPerfMon() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "kiv/core/Delegate.h"
 #include "kiv/core/Object.h"
 #include "kiv/core/Signal.h"
 #include "kiv/core/SmartPointer.h"
@@ -10,7 +9,12 @@
 #include "kiv/tasks/Parallel.h"
 
 #include <functional>
+#include <memory>
 #include <mutex>
+
+namespace kivSq {
+class VM;
+}
 
 namespace kiv {
 
@@ -37,8 +41,9 @@ public:
     static bool initialize();
     // Stops supervisors of worker processes, drops what the global queues still hold, waits until the other queues that
     // have a thread are empty, and releases all deferred references. What other threads do with the System must be over
-    // by then. False, and logged, when there is no System, when something else holds a reference to it (as a pump in
-    // progress does) or off the main thread; nothing has changed then.
+    // by then. Scripts end first of all, and handles of their values release nothing from then on. False, and logged,
+    // when there is no System, when something else holds a reference to it (as a pump in progress does), inside a
+    // running script or off the main thread; nothing has changed then.
     static bool deinitialize();
 
     // The main pump, once a frame: the phases "Tick", "VM", "Queue", housekeeping of the threads, "Scheduler"; then the
@@ -48,8 +53,6 @@ public:
     // Calls the function in the phase "Tick" of each pump, after the application's onTick(), as long as the connection
     // lives. Requires: initialised.
     [[nodiscard]] static Connection connectTick(std::function<void()> function);
-    // What the phase "VM" calls. Main thread; requires: initialised.
-    static void setScriptPass(Delegate<void()> pass);
 
     // Time and chance. Milliseconds from an arbitrary start; the short count wraps, see Clock::timeDifference().
     static unsigned getTime();
@@ -77,6 +80,8 @@ public:
     static MainPool* getMainPool();
     static ThreadPool* getThreadPool();
     static Scheduler* getScheduler();
+    // The scripts, whose threads run in the phase "VM" of the pump. For the main thread.
+    static kivSq::VM* getVM();
     // Microseconds of each phase of the pump. For the main thread.
     static PerfMon* getPerfMon();
     // Runs a kernel on the threads of the pool, see Parallel. Requires: initialised.
@@ -109,11 +114,11 @@ private:
     SmartPointer<TaskQueue> m_mainQueue;
     SmartPointer<TaskQueue> m_parallelQueue;
     SmartPointer<TaskQueue> m_deleteIOQueue;
+    std::unique_ptr<kivSq::VM> m_vm;
     const SmartPointer<ResourceLocator> m_resourceLocator;
     std::once_flag m_parallelOnce;
     SmartPointer<Parallel> m_parallel; // made at the first use
     Signal<void()> m_tick;
-    Delegate<void()> m_scriptPass;
     PerfMon m_perfMon;
 };
 

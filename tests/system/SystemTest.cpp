@@ -6,6 +6,8 @@
 #include "kiv/core/Clock.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/process/AsyncSupervisor.h"
+#include "kiv/script/Call.h"
+#include "kiv/script/VM.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/store/MemoryStore.h"
 #include "kiv/system/Application.h"
@@ -148,7 +150,8 @@ TEST_F(SystemTest, APumpRunsItsPhasesInOrder) {
     application.tick = step("application");
     EXPECT_EQ(Object::application(), &application);
     Connection listener = System::connectTick(step("listener"));
-    System::setScriptPass(Delegate<void()>(step("scripts")));
+    const kivSq::Object nothing = System::getVM()->newClosure("return 1", 8, "test");
+    System::getVM()->createThread(nothing, [&](const kivSq::Object&, bool) { steps.push_back("scripts"); });
     const auto alarm = makeObject<Alarm>(std::function<void()>(step("alarm")));
     alarm->scheduleIn(0);
     clock.advance(1);
@@ -162,7 +165,7 @@ TEST_F(SystemTest, APumpRunsItsPhasesInOrder) {
     // What fails does not keep the rest from running.
     support::LogLines log;
     application.tick = [] { throw std::runtime_error("tired"); };
-    System::setScriptPass(Delegate<void()>([] { throw 1; }));
+    System::getVM()->createThread(nothing, [](const kivSq::Object&, bool) { throw 1; });
     listener = System::connectTick([] { throw std::runtime_error("tired"); });
     const Connection behind = System::connectTick(step("behind"));
     steps.clear();
@@ -171,6 +174,29 @@ TEST_F(SystemTest, APumpRunsItsPhasesInOrder) {
     System::processEvents();
     EXPECT_THAT(steps, ElementsAre("behind", "task"));
     EXPECT_EQ(log.take().size(), 4u);
+}
+
+TEST_F(SystemTest, ScriptsEndWithItButNotItWithinAScript) {
+    support::LogLines log;
+    kivSq::VM& vm = *System::getVM();
+    {
+        const kivSq::StackGuard guard(vm.getSquirrelVM());
+        kivSq::internal::pushFunction(vm.getSquirrelVM(), "end", &System::deinitialize);
+        vm.getRootTable().set("end", kivSq::Object(vm.getSquirrelVM(), -1));
+    }
+    EXPECT_TRUE(vm.executeString("hasEnded <- end()", "test") && vm.getRootTable().get("hasEnded").isBool());
+    EXPECT_EQ(log.takeOne(), "[ASSERT] [SYSTEM] deinitialize inside a running script");
+    vm.executeString("std.async(@() end())", "test");
+    System::processEvents();
+    EXPECT_EQ(log.takeOne(), "[ASSERT] [SYSTEM] deinitialize inside a running script");
+
+    vm.executeString("std.async(@() std.sleep_forever())", "test");
+    System::processEvents();
+    kivSq::Object value = vm.getRootTable();
+    makeObject<Mortal>([] { System::processEvents(); })->takeTimedReference(); // when the scripts have gone
+    EXPECT_TRUE(System::deinitialize() && !System::getVM() && !kivSq::VM::current());
+    value = {};
+    EXPECT_TRUE(System::initialize() && System::getVM()->executeString("std.isnull(1)", "test"));
 }
 
 TEST_F(SystemTest, ATaskMayPumpInALoopOfItsOwn) {
