@@ -42,6 +42,12 @@ std.isblob         <- function (v) { return typeof v == "blob"    }
 std.isguid         <- function (v) { try { return v.getClassName() == "GUID" } catch (e) {} return false }
 )";
 
+// The text behind a byte order mark, which the compiler takes for code.
+std::string_view withoutMark(std::string_view text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    return text.starts_with(mark) ? text.substr(mark.size()) : text;
+}
+
 Object addTable(SQVM* v, const Object& root, const char* name) {
     const StackGuard guard(v);
     sq_newtable(v);
@@ -157,7 +163,9 @@ Object VM::newClosure(const char* source, unsigned length, const char* name) con
         return {};
     }
     sq_reseterror(m_vm);
-    return SQ_SUCCEEDED(sq_compilebuffer(m_vm, source, length, name, SQTrue)) ? Object(m_vm, -1) : Object();
+    const std::string_view text = withoutMark({source, length});
+    const auto size = static_cast<SQInteger>(text.size());
+    return SQ_SUCCEEDED(sq_compilebuffer(m_vm, text.data(), size, name, SQTrue)) ? Object(m_vm, -1) : Object();
 }
 
 Object VM::newClosure(const kiv::ConstByteSpan& bytecode) const {
@@ -208,7 +216,10 @@ bool VM::executeBuffer(const char* source, unsigned length, const char* name) {
     const StackGuard guard(m_vm);
     closure.push(m_vm);
     sq_pushroottable(m_vm);
-    return internal::callTop(m_vm, 1, false);
+    SQVM* const v = m_vm; // the script may destroy this
+    if (!internal::callTop(v, 1, false)) return false;
+    sq_reseterror(v); // what it has caught
+    return true;
 }
 
 bool VM::executeString(const char* source, const char* name) {

@@ -45,7 +45,7 @@ public:
     Object newArray(int64_t size) const;
     Object newTable() const;
     Object newNull() const { return {}; }
-    // Compiles a text. Null, and logged, when it is wrong.
+    // Compiles a text; a byte order mark in front is skipped. Null, and logged, when it is wrong.
     Object newClosure(const char* source, unsigned length, const char* name) const;
     // What ClosureInterface::getBytecode() has given. Null, and logged, when the bytes can't be loaded. The engine does
     // not verify bytecode: damaged bytes can crash the process, so only load what you have written.
@@ -59,10 +59,9 @@ public:
     // Compiles and runs a text, with the root table as `this`. False, and logged, when either fails.
     bool executeBuffer(const char* source, unsigned length, const char* name);
     bool executeString(const char* source, const char* name);
-    // Loads the file whole and runs it; a byte order mark in front is skipped. False, and logged, when it can't be
-    // read.
+    // Loads the file whole and runs it. False, and logged, when it can't be read, too.
     bool executeFile(const char* path);
-    // The engine's last error as text; empty when there is none.
+    // The engine's last error as text; empty when what was run last has succeeded.
     kiv::String getLastError() const;
     // Installs the handler that logs errors, on an engine VM or thread.
     static void seterrorhandlers(SQVM* v);

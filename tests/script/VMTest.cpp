@@ -1,0 +1,158 @@
+// Hunts: modules that are run twice or searched again, errors that are not told, told twice or told late, values left
+// on the engine's stack, and handles, threads and VMs that outlive what they belong to.
+#include "kiv/script/VM.h"
+
+#include "kiv/script/Call.h"
+#include "tests/support/LogLines.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <thread>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+struct VMTest : testing::Test {
+    VMTest() { run("out <- []"); }
+
+    bool run(const std::string& code) { return vm->executeString(code.c_str(), "t"); }
+    void add(const char* name, void (*function)()) {
+        const kivSq::StackGuard guard(vm->getSquirrelVM());
+        kivSq::internal::pushFunction(vm->getSquirrelVM(), name, function);
+        vm->getRootTable().set(name, kivSq::Object(vm->getSquirrelVM(), -1));
+    }
+    // What scripts have appended to `out` since the last time.
+    std::string takeOut() {
+        std::string all;
+        for (const kivSq::Object& each : vm->getRootTable().get("out").asArray().getValues())
+            all += (all.empty() ? "" : " ") + std::string(each.describe().c_str());
+        run("out.clear()");
+        return all;
+    }
+
+    std::unique_ptr<kivSq::VM> vm = std::make_unique<kivSq::VM>();
+};
+
+TEST_F(VMTest, ModulesAreBroughtInOnceFromTheFirstPath) {
+    const support::TemporaryFolder first, second;
+    support::LogLines log;
+    first.write("m.sq", "out.append(\"first\"); import(\"self\")");
+    second.write("m.sq", "out.append(\"second\")");
+    second.write("self.sq", "\xEF\xBB\xBFout.append(\"self\"); import(\"self\"); import(\"m\")");
+    second.write("fails.sq", "out.append(\"fails\")\nthrow 1");
+    std::filesystem::create_directory(first.path("folder.sq"));
+    vm->addImportSearchPath(first.utf8("").c_str());
+    vm->addImportSearchPath(second.utf8("").c_str());
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(run("import(\"m\"); import(\"fails\")"));
+    EXPECT_EQ(takeOut(), "first self fails");
+    EXPECT_THAT(log.takeOne(), HasSubstr("fails.sq:2]")); // once, with the file's path
+
+    // Not found is asked once, too.
+    EXPECT_TRUE(run("import(\"late\")"));
+    EXPECT_EQ(log.takeOne(), "no import found for <late>");
+    second.write("late.sq", "out.append(\"late\")");
+    EXPECT_TRUE(run("import(\"late\")") && takeOut().empty() && log.take().empty());
+    EXPECT_TRUE(vm->getLibrary().isImported("late") && vm->getLibrary().isImported("fails"));
+    EXPECT_THAT(vm->getLibrary().getImported(), ElementsAre("fails", "late", "m", "self"));
+
+    // A module lies below a search path.
+    const std::string absolute = first.utf8("m");
+    for (const std::string& name : {std::string("../") + first.utf8("m").substr(first.utf8("m").find("kiv-")),
+                                    std::string("x/../m"), absolute, std::string(), std::string("folder")}) {
+        vm->import(name.c_str());
+        EXPECT_EQ(log.takeOne(), "no import found for <" + name + ">");
+    }
+    EXPECT_EQ(takeOut(), "");
+}
+
+TEST_F(VMTest, CallbacksMayImportAndRegister) {
+    support::LogLines log;
+    vm->setImportCallback(
+        "app.Outer",
+        [](kivSq::VM* importer, const char* extra) {
+            EXPECT_STREQ(extra, "more");
+            for (int i = 0; i < 50; ++i) importer->setImportCallback(std::to_string(i).c_str(), nullptr, "");
+            importer->setImportCallback(
+                "app.Inner",
+                [](kivSq::VM* inner, const char* none) {
+                    EXPECT_STREQ(none, "");
+                    inner->executeString("out.append(\"inner\")", "t");
+                },
+                nullptr);
+            importer->import("app.Inner");
+            importer->executeString("out.append(\"outer\")", "t");
+        },
+        "more");
+    EXPECT_TRUE(run("import(\"app.Outer\"); import(\"app.Outer\"); import(\"app.Inner\")"));
+    EXPECT_EQ(takeOut(), "inner outer");
+    EXPECT_TRUE(log.take().empty());
+}
+
+TEST_F(VMTest, ErrorsAreLoggedOnceAndLeaveAUsableVM) {
+    support::LogLines log;
+    const SQInteger top = sq_gettop(vm->getSquirrelVM());
+    EXPECT_FALSE(run("x <- ;"));
+    EXPECT_THAT(log.takeOne(), StartsWith("[SQ.COMPILER] t(1): "));
+    EXPECT_FALSE(run("function inner(a) {\n throw \"no \" + a }\nlocal secret = [1]; inner(7)"));
+    EXPECT_THAT(log.take(),
+                ElementsAre("[SQ.INTERPRETER] no 7", "CALLSTACK:", "* inner() [t:2]", "   a=7",
+                            HasSubstr("this=(table : 0x"), "* main() [t:3]", HasSubstr("secret=(array : 0x"),
+                            HasSubstr("vargv="), HasSubstr("this=(table : 0x"), ""));
+    EXPECT_STREQ(vm->getLastError().c_str(), "no 7");
+    EXPECT_TRUE(run("try { throw \"caught\" } catch (e) {}"));
+    EXPECT_TRUE(vm->getLastError().empty()) << vm->getLastError();
+    EXPECT_TRUE(run("import; 5") && log.take().empty());
+    vm->getRootTable().set("fail",
+                           vm->newClosure([](SQVM* v) -> SQInteger { return sq_throwerror(v, "native"); }, "", 0));
+    EXPECT_FALSE(run("fail()"));
+    EXPECT_THAT(log.take(), testing::Contains("[SQ.INTERPRETER] native").Times(1));
+    for (int i = 0; i < 60; ++i) run(i % 2 == 0 ? "throw i" : "local a = 1; return a");
+    EXPECT_EQ(sq_gettop(vm->getSquirrelVM()), top);
+    EXPECT_TRUE(run("out.append(1)") && takeOut() == "1");
+}
+
+TEST_F(VMTest, HandlesAreReleasedOnOtherThreadsAndAfterTheVM) {
+    run("held <- {}; weak <- held.weakref()");
+    kivSq::Object held = vm->getRootTable().get("held");
+    kivSq::Object leftOver = vm->getRootTable();
+    run("delete getroottable().held");
+    std::thread([taken = std::move(held)]() mutable { taken = {}; }).join();
+    const kivSq::Object root = vm->getRootTable();
+    EXPECT_TRUE(run("out.append(weak != null)")); // until the next pass
+    vm->processEvents();
+    EXPECT_TRUE(run("out.append(weak)"));
+    EXPECT_EQ(takeOut(), "true null");
+
+    run("std.async(@() std.sleep_forever()); std.queue().push(@() std.sleep_forever())");
+    vm->processEvents();
+    vm.reset();
+    EXPECT_EQ(kivSq::VM::current(), nullptr);
+    EXPECT_TRUE(leftOver.get("out").isNull());
+    leftOver = {};
+}
+
+TEST_F(VMTest, DestroyingItInAScriptIsRefused) {
+    support::LogLines log;
+    static std::unique_ptr<kivSq::VM>* owner;
+    owner = &vm;
+    add("destroy", [] { owner->reset(); });
+    for (const char* code :
+         {"destroy(); out.append(1)", "std.async(function () { destroy(); std.sleep(1) }); pump <- 1"}) {
+        kivSq::VM& before = *vm;
+        EXPECT_TRUE(run(code));
+        if (vm) before.processEvents();
+        EXPECT_EQ(vm, nullptr);
+        EXPECT_THAT(log.take().front(), HasSubstr("the VM is destroyed inside a running script"));
+        vm = std::make_unique<kivSq::VM>(); // beside what is left of it
+        EXPECT_TRUE(run("out <- []; std.async(@() out.append(2))"));
+        vm->processEvents();
+        EXPECT_EQ(takeOut(), "2");
+        add("destroy", [] { owner->reset(); });
+    }
+    EXPECT_TRUE(log.take().empty());
+}
+
+} // namespace
