@@ -20,8 +20,8 @@ public:
     ScriptCommand(const ScriptCommand&) = delete;
     ScriptCommand& operator=(const ScriptCommand&) = delete;
     ~ScriptCommand() override {
-        // What it has started itself is asked at least.
-        if (sendBreak()) terminate(false);
+        sendBreak(); // to what it has started itself, too
+        terminate(false);
     }
 
     bool start(const kiv::platform::Command& command) {
