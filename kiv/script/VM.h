@@ -77,10 +77,11 @@ public:
     void import(const char* name);
     ImportLibrary getLibrary() const;
 
-    // Makes a script thread and appends it to the list; the next processEvents() runs it. Valid until it has ended, at
-    // least until the next processEvents().
+    // Makes a script thread and appends it to the list; the next processEvents() runs it, or the one in progress. Valid
+    // until it has ended, at least until the next processEvents().
     Thread& createThread(const Object& closure);
-    // The same; at its end the function gets what the closure has returned, resp. null and false when it has failed.
+    // The same; at its end the function gets what the closure has returned, resp. null and false when it has failed. A
+    // thread that ends with the VM is not told.
     using ThreadEnd = std::function<void(const Object& result, bool isGood)>;
     Thread& createThread(const Object& closure, ThreadEnd onEnd);
     // One pass: runs every thread whose time has come until it waits again or ends. From inside a script it returns at

@@ -25,7 +25,8 @@ public:
     }
     // Until the thread's queue is aborted; without a queue for good.
     static WakeCondition never() { return WakeCondition(Kind::Never); }
-    // Until it returns true. Then it has pushed one value on the engine VM it is given: what the script gets.
+    // Until it returns true. Then it has pushed one value on the engine VM it is given, what the script gets, or none
+    // for null. What it throws is a script error in the thread. It is destroyed before the thread goes on.
     explicit WakeCondition(std::function<bool(SQVM*)> function)
         : m_kind(Kind::Function), m_function(std::move(function)) {}
 
