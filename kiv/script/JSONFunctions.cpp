@@ -1,6 +1,7 @@
 #include "kiv/core/Containers.h"
 #include "kiv/data/JSONText.h"
 #include "kiv/script/Libraries.h"
+#include "kiv/script/NativeFunction.h"
 #include "kiv/script/NativeTable.h"
 #include "kiv/script/TypeName.h"
 
@@ -94,7 +95,7 @@ private:
 };
 
 Object decode(std::string_view text) {
-    Decoder decoder(currentEngine());
+    Decoder decoder(requireVM().getSquirrelVM());
     Item::TextError error;
     if (kiv::internal::parseJSON(text, decoder, error)) return decoder.result;
     throw std::runtime_error(fmt::format("invalid json: {} at byte {}", error.reason, error.offset));
@@ -276,7 +277,7 @@ private:
 
 template <bool pretty>
 std::string encode(const Object& value) {
-    return Encoder(currentEngine(), pretty).encode(value.getHandle());
+    return Encoder(requireVM().getSquirrelVM(), pretty).encode(value.getHandle());
 }
 
 } // namespace
