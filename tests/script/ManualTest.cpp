@@ -1,3 +1,4 @@
+#include "kiv/core/Clock.h"
 #include "kiv/script/Call.h"
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/VM.h"
@@ -161,6 +162,19 @@ struct Manual {
     size_t examples = 0;
 };
 
+// Runs a closure and the threads it makes until all of them have ended; time goes on by a millisecond a pass.
+bool runInThread(kivSq::VM& vm, const kivSq::Object& closure) {
+    if (!closure) return false;
+    bool isGood = false;
+    vm.createThread(closure, [&isGood](const kivSq::Object&, bool hasEnded) { isGood = hasEnded; });
+    kiv::ManualClock clock;
+    for (int pass = 0; vm.threadsActive() && pass < 100'000; ++pass) {
+        vm.processEvents();
+        clock.advance(1);
+    }
+    return isGood && !vm.threadsActive();
+}
+
 // Runs a block in a VM of its own.
 void runBlock(Lines block, int firstLine, Manual& manual) {
     Run run;
@@ -178,7 +192,7 @@ void runBlock(Lines block, int firstLine, Manual& manual) {
     vm.executeString(helpers, "helpers");
     run.log.take();
 
-    if (!vm.executeString(source.c_str(), "manual"))
+    if (!runInThread(vm, vm.newClosure(source.c_str(), static_cast<unsigned>(source.size()), "manual")))
         manual.problems.push_back(at(firstLine) + "the block fails: " + run.log.takeOne());
     for (const auto& [line, example] : run.examples) {
         if (example.seen.empty()) manual.problems.push_back(at(line) + "does not run");
@@ -241,8 +255,13 @@ nope() // -> 1
 print("a\nb") // log: a
 if (false)
     1 // -> 1
-local after = 3.0
-after // -> 3.0
+local isAwake = false
+std.async(function() {
+    std.sleep(3)
+    isAwake = true
+})
+std.sleep(9) // -> null
+isAwake // -> true
 ```
 ```squirrel
 local x = 1
@@ -255,13 +274,13 @@ x.y()
 ```squirrel
 )");
     const Manual manual = runManual(text);
-    EXPECT_EQ(manual.examples, 9U);
+    EXPECT_EQ(manual.examples, 10U);
     EXPECT_THAT(manual.problems,
                 ElementsAre("8: says -> 5, but is -> 6", "14: says error: none, but is -> null",
                             "15: says -> 1, but is error: the index 'nope' does not exist",
                             "16: says log: a, but is log: a | b", "18: does not run",
-                            HasSubstr("23: the block fails: [SQ.INTERPRETER] the index 'y' does not exist AND"),
-                            "31: the block does not end"));
+                            HasSubstr("28: the block fails: [SQ.INTERPRETER] the index 'y' does not exist AND"),
+                            "36: the block does not end"));
 }
 
 } // namespace
