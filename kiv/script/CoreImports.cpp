@@ -7,9 +7,6 @@ namespace kivSq::internal {
 
 // Each moves to the file of its class as it is built.
 void bindSystem(const Object&) {}
-void bindStore(const Object&) {}
-void bindMemoryStore(const Object&) {}
-void bindPacket(const Object&) {}
 void bindIVec2(const Object&) {}
 void bindIVec3(const Object&) {}
 void bindRect(const Object&) {}
