@@ -1,0 +1,68 @@
+#include "Races.h"
+#include "kiv/script/Class.h"
+#include "kiv/script/Functor.h"
+#include "kiv/script/VM.h"
+
+namespace {
+
+using kivSq::Object;
+
+class Kiv {
+public:
+    static constexpr const char* name = "kiv";
+
+    Kiv() {
+        const Object root = m_vm.getRootTable();
+        kivSq::Class<bench::Counter>(root, "Counter", kivSq::Constructor<void(int64_t)>())
+            .method("add", &bench::Counter::add)
+            .member("value", &bench::Counter::value)
+            .member("step", &bench::Counter::step)
+            .member("limit", &bench::Counter::limit)
+            .member("scale", &bench::Counter::scale);
+        bind("add", &bench::add);
+        bench::check(m_vm.executeString(bench::squirrelSource, "bench"), name, "the script");
+        m_add = function("scriptAdd");
+    }
+    void select(const char* loop) { m_loop = function(loop); }
+    int64_t run(int64_t count) { return call(m_loop, count); }
+    int64_t callScript(int64_t a, int64_t b) { return call(m_add, a, b); }
+    kivSq::VM& vm() { return m_vm; }
+
+private:
+    void bind(const char* what, int64_t (*native)(int64_t, int64_t)) {
+        SQVM* const v = m_vm.getSquirrelVM();
+        const kivSq::StackGuard guard(v);
+        kivSq::internal::pushFunction(v, what, native);
+        m_vm.getRootTable().set(what, Object(v, -1));
+    }
+    kivSq::Functor function(const char* what) const { return kivSq::Functor(m_vm.getRootTable().get(what)); }
+    template <class... Arguments>
+    static int64_t call(const kivSq::Functor& function, Arguments... arguments) {
+        int64_t result = -1;
+        function.call(arguments...).to(result);
+        return result;
+    }
+
+    kivSq::VM m_vm;
+    kivSq::Functor m_loop, m_add;
+};
+
+[[maybe_unused]] const bool added = bench::addRaces<Kiv>();
+
+// A pass of the VM while all threads sleep.
+void sleepersPass(benchmark::State& state) {
+    kivSq::VM& vm = bench::contestant<Kiv>().vm();
+    static const bool once = [&] {
+        const Object sleeper = vm.newClosure("std.sleep_forever()", 19, "sleeper");
+        for (int i = 0; i < 5000; ++i) vm.createThread(sleeper);
+        const Object timed = vm.newClosure("std.sleep(100000000)", 20, "sleeper");
+        for (int i = 0; i < 5000; ++i) vm.createThread(timed);
+        vm.processEvents();
+        return true;
+    }();
+    if (!once || !vm.threadsActive()) return state.SkipWithError("threads don't sleep");
+    for (auto _ : state) vm.processEvents();
+}
+BENCHMARK(sleepersPass)->Name("pass, 10000 sleep/kiv");
+
+} // namespace
