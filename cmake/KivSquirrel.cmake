@@ -25,6 +25,10 @@ target_compile_definitions(kivUtilSquirrel PUBLIC _SQ64 SQUSEDOUBLE)
 set_target_properties(kivUtilSquirrel PROPERTIES
     COMPILE_OPTIONS "-U_UNICODE" CXX_STANDARD 14 CXX_EXTENSIONS OFF SYSTEM ON
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+# The interpreter and the functions that natives call are compiled as one, so that the short ones get inlined.
+set_source_files_properties("${KIV_SQUIRREL_SOURCE}/squirrel/sqvm.cpp" "${KIV_SQUIRREL_SOURCE}/squirrel/sqapi.cpp"
+    PROPERTIES UNITY_GROUP calls)
+set_target_properties(kivUtilSquirrel PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
 if(WIN32)
     set_target_properties(kivUtilSquirrel PROPERTIES PREFIX "") # kivUtilSquirrel.dll
     target_compile_definitions(kivUtilSquirrel
@@ -39,6 +43,9 @@ else()
     # Natives may throw C++ exceptions, so frames of the engine keep what unwinding needs. Integers of scripts wrap.
     target_compile_options(kivUtilSquirrel PRIVATE -w -fexceptions -fno-rtti -fno-strict-aliasing -fwrapv
         $<$<CONFIG:Release,RelWithDebInfo>:-O3>)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU") # else that file is too large for it to inline all it should
+        target_compile_options(kivUtilSquirrel PRIVATE --param=inline-unit-growth=300 --param=large-unit-insns=100000)
+    endif()
     if(NOT WIN32)
         target_compile_options(kivUtilSquirrel PRIVATE -fno-semantic-interposition -fno-plt)
     endif()
