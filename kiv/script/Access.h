@@ -33,8 +33,17 @@ namespace internal {
 
 // Sets the script error "argument 2: expected integer, got string" and returns SQ_ERROR. Number 0 is a member's value.
 KIV_API SQInteger throwMismatch(SQVM* v, int number, const char* expected, SQInteger index);
-KIV_API bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out);
 KIV_API void logFailedConversion(SQVM* v);
+// Whether the float or integer in a stack slot, cut towards zero, is a 64-bit integer.
+KIV_API bool fitsInteger(SQVM* v, SQInteger index);
+
+inline bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out) {
+    SQInteger number = 0;
+    if (SQ_FAILED(sq_getinteger(v, index, &number))) return false;
+    out = number;
+    // Floats that don't fit come as the smallest integer.
+    return out >= smallest && out <= largest && (out != INT64_MIN || fitsInteger(v, index));
+}
 
 // What an instance holds: of a counted class its kiv::Object, with a reference; of any other the value itself.
 template <class T>

@@ -15,22 +15,10 @@ SQInteger throwMismatch(SQVM* v, int number, const char* expected, SQInteger ind
     return sq_throwerror(v, fmt::format("{}: expected {}, got {}", what, expected, typeNameAt(v, index)).c_str());
 }
 
-bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out) {
-    const SQObjectType type = sq_gettype(v, index);
-    if (type == OT_FLOAT) {
-        SQFloat number = 0;
-        sq_getfloat(v, index, &number);
-        // Beyond, the conversion has no meaning.
-        if (!(number >= -0x1p63 && number < 0x1p63)) return false;
-        out = static_cast<int64_t>(number);
-    } else if (type == OT_INTEGER) {
-        SQInteger number = 0;
-        sq_getinteger(v, index, &number);
-        out = number;
-    } else {
-        return false;
-    }
-    return out >= smallest && out <= largest;
+bool fitsInteger(SQVM* v, SQInteger index) {
+    SQFloat number = 0;
+    return sq_gettype(v, index) == OT_INTEGER ||
+           (SQ_SUCCEEDED(sq_getfloat(v, index, &number)) && number >= -0x1p63 && number < 0x1p63);
 }
 
 void logFailedConversion(SQVM* v) {

@@ -68,7 +68,7 @@ KIV_API SQInteger throwException(SQVM* v, const std::exception* failure) noexcep
 
 // Runs what may throw; the engine must not be unwound.
 template <class Function>
-SQInteger guarded(SQVM* v, Function&& function) noexcept {
+KIV_ALWAYS_INLINE SQInteger guarded(SQVM* v, Function&& function) noexcept {
     try {
         return function();
     } catch (const std::exception& failure) {

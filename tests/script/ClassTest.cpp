@@ -77,6 +77,8 @@ protected:
             .member("small", &Shape::small)
             .member("label", &Shape::label)
             .staticMethod("unit", &Shape::unit)
+            .staticMethod(
+                "same", +[](int64_t value) { return value; })
             .constant("limit", 12);
         kivSq::Class<Round, Shape>(kiv, "Round", kivSq::Constructor<void()>()).member("radius", &Round::radius);
         kivSq::Class<Other>(kiv, "Other", kivSq::Constructor<void()>()).member("width", &Other::width);
@@ -101,6 +103,7 @@ TEST_F(ClassTest, ScriptsReachMembersAndMethods) {
     EXPECT_EQ(eval("t.Shape(3, 0.25).twice().width"), "6");
     EXPECT_EQ(eval("t.Shape(3, 0.25).sum(1)"), "4");
     EXPECT_EQ(eval("t.Shape.unit(7, 4) + t.Shape.limit"), "15");
+    EXPECT_EQ(eval("t.Shape.same(-9223372036854775807 - 1) == t.Shape.same(-9223372036854775808.0)"), "true");
     EXPECT_EQ(eval("t.Shape().small"), "-1");
     EXPECT_EQ(eval("t.Shape().label"), "ab");
     EXPECT_EQ(eval("(@(s) (s.label = \"abcdef\", s.label))(t.Shape())"), "abc");
@@ -115,6 +118,7 @@ TEST_F(ClassTest, MisuseIsAScriptError) {
     EXPECT_EQ(eval("t.Shape.unit(1)"), "error: invalid argument count on native static method call");
     EXPECT_EQ(eval("t.Shape(1)"), "error: invalid argument count on native constructor call");
     EXPECT_EQ(eval("t.Shape().area(\"x\")"), "error: argument 1: expected 32-bit integer, got string");
+    EXPECT_EQ(eval("t.Shape.same(1e300)"), "error: argument 1: expected integer, got float");
     EXPECT_EQ(eval("t.Shape().take(t.Other())"), "error: argument 1: expected Shape, got Other");
     EXPECT_EQ(eval("t.Shape().width = []"), "error: value: expected 32-bit integer, got array");
     EXPECT_EQ(eval("t.Shape.area.call(t.Other(), 1)"), "error: native method call on null-pointer");
