@@ -438,6 +438,12 @@ TEST_F(ThreadsTest, EndsAreToldAndFailuresLogged) {
     EXPECT_THAT(notes, ElementsAre("7 good", "null bad", "late good", "null bad"));
     EXPECT_THAT(log.take(), testing::Contains("squirrel thread failed (wake)").Times(1));
     EXPECT_FALSE(vm.threadsActive());
+
+    // More suspensions than its stack has places.
+    notes.clear();
+    start("for (local i = 0; i < 1000; i++) suspend(i); return 8");
+    for (int i = 0; i < 1001; ++i) pass();
+    EXPECT_THAT(notes, ElementsAre("8 good"));
 }
 
 TEST_F(ThreadsTest, ConditionsGiveTheValueOrAnError) {
