@@ -5,9 +5,11 @@
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/TypeInfoComparator.h"
 
+#include <array>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <unordered_map>
 
 namespace kivSq {
 namespace {
@@ -29,55 +31,84 @@ Adapters& adapters() {
 // ---- Members.
 
 struct Member {
-    const MemberRecord* record = nullptr; // null for a closure that is none of ours
+    const MemberRecord* record = nullptr; // null for closures of others
     int32_t position = 0;
 };
 
-// Of the user data in a stack slot. Only user data of members has a type tag.
-Member memberAt(SQVM* v, SQInteger index) {
+// Of the closure that runs: its free variable is at the top.
+Member ownMember(SQVM* v) {
     SQUserPointer data = nullptr;
     SQUserPointer tag = nullptr;
     Member member;
-    if (SQ_FAILED(sq_getuserdata(v, index, &data, &tag)) || !tag) return member;
+    sq_getuserdata(v, -1, &data, &tag);
     member.record = static_cast<const MemberRecord*>(tag);
     std::memcpy(&member.position, data, sizeof member.position);
     return member;
 }
 
-// Of the closure at the top: its first free variable is pushed.
-Member memberOfClosure(SQVM* v) {
-    const SQObjectType type = sq_gettype(v, -1);
-    if (type != OT_NATIVECLOSURE || !sq_getfreevariable(v, -1, 0)) return {};
-    return memberAt(v, -1);
+// The closures in the tables, by their addresses: kept alive, so that nothing else gets these.
+struct MemberClosure {
+    Object closure;
+    Member member;
+};
+using MemberClosures = std::unordered_map<const void*, MemberClosure>;
+
+MemberClosures& memberClosures() {
+    static MemberClosures* const all = new MemberClosures;
+    return *all;
+}
+
+// Those looked up last.
+struct KnownClosure {
+    const void* address = nullptr;
+    Member member;
+};
+std::array<KnownClosure, 256> g_known;
+
+KIV_NOINLINE Member findMember(KnownClosure& known, const void* address) {
+    const auto found = memberClosures().find(address);
+    if (found == memberClosures().end()) return {};
+    known = {address, found->second.member};
+    return known.member;
+}
+
+// Of the closure at the top.
+KIV_ALWAYS_INLINE Member memberOfClosure(SQVM* v) {
+    HSQOBJECT closure;
+    sq_getstackobj(v, -1, &closure);
+    const void* const address = closure._unVal.pNativeClosure;
+    KnownClosure& known = g_known[(reinterpret_cast<uintptr_t>(address) >> 5) % g_known.size()];
+    if (closure._type != OT_NATIVECLOSURE) return {};
+    return known.address == address ? known.member : findMember(known, address);
 }
 
 char* objectOf(SQVM* v, const Member& member) {
     return static_cast<char*>(member.record->owner->getInstance(v, 1));
 }
 
-SQInteger read(SQVM* v, const Member& member) {
+KIV_ALWAYS_INLINE SQInteger read(SQVM* v, const Member& member) {
     char* const object = objectOf(v, member);
     if (!object) return sq_throwerror(v, "native get on null-pointer");
     return member.record->read(v, *member.record, object + member.position) ? 1 : SQ_ERROR;
 }
 
-SQInteger write(SQVM* v, const Member& member, SQInteger index) {
+KIV_ALWAYS_INLINE SQInteger write(SQVM* v, const Member& member, SQInteger index) {
     char* const object = objectOf(v, member);
     if (!object) return sq_throwerror(v, "native set on null-pointer");
+    // A script may have entered a getter into the table of setters.
+    if (!member.record->write) return sq_throwerror(v, "the native member can only be read");
     return member.record->write(v, *member.record, object + member.position, index) ? 0 : SQ_ERROR;
 }
 
 // The closures in the tables: (instance, member) and (instance, value, member).
 SQInteger getter(SQVM* v) {
-    const Member member = memberAt(v, -1);
-    if (sq_gettop(v) != 2 || !member.record) return sq_throwerror(v, "invalid argument count on native get");
-    return read(v, member);
+    if (sq_gettop(v) != 2) return sq_throwerror(v, "invalid argument count on native get");
+    return read(v, ownMember(v));
 }
 
 SQInteger setter(SQVM* v) {
-    const Member member = memberAt(v, -1);
-    if (sq_gettop(v) != 3 || !member.record) return sq_throwerror(v, "invalid argument count on native set");
-    return write(v, member, 2);
+    if (sq_gettop(v) != 3) return sq_throwerror(v, "invalid argument count on native set");
+    return write(v, ownMember(v), 2);
 }
 
 // What the engine takes for "there is no such member".
@@ -88,24 +119,20 @@ SQInteger throwMissing(SQVM* v) {
 
 // (instance, key, table of getters)
 SQInteger getMember(SQVM* v) {
-    if (sq_gettop(v) != 3) return sq_throwerror(v, "invalid argument count on native get");
     sq_push(v, 2);
     if (SQ_FAILED(sq_rawget(v, 3))) return throwMissing(v);
     const Member member = memberOfClosure(v);
     if (member.record) return read(v, member);
-    sq_settop(v, 4); // the closure
     sq_push(v, 1);
     return SQ_SUCCEEDED(sq_call(v, 1, SQTrue, SQTrue)) ? 1 : SQ_ERROR;
 }
 
 // (instance, key, value, table of setters)
 SQInteger setMember(SQVM* v) {
-    if (sq_gettop(v) != 4) return sq_throwerror(v, "invalid argument count on native set");
     sq_push(v, 2);
     if (SQ_FAILED(sq_rawget(v, 4))) return throwMissing(v);
     const Member member = memberOfClosure(v);
     if (member.record) return write(v, member, 3);
-    sq_settop(v, 5);
     sq_push(v, 1);
     sq_push(v, 3);
     return SQ_SUCCEEDED(sq_call(v, 2, SQFalse, SQTrue)) ? 0 : SQ_ERROR;
@@ -152,6 +179,8 @@ AdapterData& AdapterData::of(const std::type_info& type) {
 }
 
 void AdapterData::forgetAll() {
+    g_known = {};
+    memberClosures().clear();
     for (auto& [type, adapter] : adapters()) freeObject(std::exchange(adapter->m_class, nullptr));
 }
 
@@ -175,9 +204,11 @@ void AdapterData::initialize(SQVM* v, SQFUNCTION constructor, SQFUNCTION cloned,
     enterSlot(v, getTableSlot, true);
     sq_push(v, scriptClass + 1);
     sq_newclosure(v, &internal::callNative<&setMember>, 1);
+    sq_setparamscheck(v, 3, nullptr);
     enterSlot(v, "_set");
     sq_push(v, scriptClass + 2);
     sq_newclosure(v, &internal::callNative<&getMember>, 1);
+    sq_setparamscheck(v, 2, nullptr);
     enterSlot(v, "_get");
     enterFunction(v, "weakref", &weakref);
     enterFunction(v, "constructor", constructor);
@@ -215,6 +246,8 @@ void AdapterData::addMember(SQVM* v, const char* name, int32_t position, const M
         sq_settypetag(v, -1, &kept);
         sq_newclosure(v, function, 1);
         sq_setnativeclosurename(v, -1, name);
+        const Object closure(v, -1);
+        memberClosures()[closure.getHandle()._unVal.pNativeClosure] = {closure, {&kept, position}};
         sq_newslot(v, -3, SQFalse);
     };
     enter(getTableSlot, &internal::callNative<&getter>);

@@ -74,6 +74,7 @@ protected:
             .member("width", &Shape::width)
             .member("ratio", &Shape::ratio)
             .member("name", &Shape::name)
+            .readonlyMember("fixed", &Shape::width)
             .member("small", &Shape::small)
             .member("label", &Shape::label)
             .staticMethod("unit", &Shape::unit)
@@ -128,6 +129,26 @@ TEST_F(ClassTest, MisuseIsAScriptError) {
     EXPECT_EQ(eval("t.Shape().nope"), "error: the index 'nope' does not exist");
     EXPECT_EQ(eval("t.Shape().fail()"), "error: it is broken");
     EXPECT_EQ(eval("clone t.Counted()"), "error: clone called on native nocopy kiv class");
+}
+
+TEST_F(ClassTest, TablesSayWhatMembersAre) {
+    const char* change = R"(local getters = t.Shape.__kiv_getTable, setters = t.Shape.__kiv_setTable
+        local shape = t.Shape(3, 0.25)
+        ::before <- [shape.width, shape.ratio]
+        getters.width = getters.ratio
+        getters.doubled <- @() width * 2
+        delete getters.small
+        delete setters.width
+        setters.double <- function (value) { this.ratio = value * 2 }
+        shape.double = 4
+        setters.fixed <- getters.fixed
+        ::after <- [shape.width, shape.doubled, "small" in shape])";
+    ASSERT_TRUE(vm.executeString(change, "test"));
+    EXPECT_EQ(eval("before[0] + \" \" + before[1]"), "3 0.25");
+    EXPECT_EQ(eval("after[0] + \" \" + after[1] + \" \" + after[2]"), "8 16 false");
+    EXPECT_EQ(eval("t.Shape().small"), "error: the index 'small' does not exist");
+    EXPECT_EQ(eval("t.Shape().fixed = 1"), "error: the native member can only be read");
+    EXPECT_EQ(eval("t.Shape().width = 1"), "error: the index 'width' does not exist");
 }
 
 TEST_F(ClassTest, InstancesOwnTheirObjects) {
