@@ -37,12 +37,12 @@ KIV_API void logFailedConversion(SQVM* v);
 // Whether the float or integer in a stack slot, cut towards zero, is a 64-bit integer.
 KIV_API bool fitsInteger(SQVM* v, SQInteger index);
 
-inline bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out) {
+inline bool getInteger(SQVM* v, SQInteger index, int64_t& out) {
     SQInteger number = 0;
     if (SQ_FAILED(sq_getinteger(v, index, &number))) return false;
     out = number;
     // Floats that don't fit come as the smallest integer.
-    return out >= smallest && out <= largest && (out != INT64_MIN || fitsInteger(v, index));
+    return out != INT64_MIN || fitsInteger(v, index);
 }
 
 // What an instance holds: of a counted class its kiv::Object, with a reference; of any other the value itself.
@@ -138,16 +138,14 @@ concept BoundClass = requires {
 template <std::integral T>
 struct Access<T> {
     static bool get(SQVM* v, int64_t index, T& out) {
-        // What fits the width, signed or not.
         int64_t value = 0;
-        if constexpr (sizeof(T) == 8) {
-            if (!internal::getInteger(v, index, INT64_MIN, INT64_MAX, value)) return false;
-        } else {
-            using Signed = std::make_signed_t<T>;
-            using Unsigned = std::make_unsigned_t<T>;
-            if (!internal::getInteger(v, index, std::numeric_limits<Signed>::min(),
-                                      std::numeric_limits<Unsigned>::max(), value))
-                return false;
+        return internal::getInteger(v, index, value) && convert(value, out);
+    }
+    // What fits the width, signed or not.
+    static bool convert(int64_t value, T& out) {
+        if constexpr (sizeof(T) < 8) {
+            if (value < std::numeric_limits<std::make_signed_t<T>>::min()) return false;
+            if (value > std::numeric_limits<std::make_unsigned_t<T>>::max()) return false;
         }
         out = static_cast<T>(value);
         return true;
@@ -341,6 +339,10 @@ Object Object::from(const T& value) {
 
 template <class T>
 bool Object::to(T& out) const {
+    // Most numbers need no engine.
+    if constexpr (std::integral<T> && !std::is_same_v<T, bool>) {
+        if (isInteger()) return Access<T>::convert(m_handle._unVal.nInteger, out);
+    }
     SQVM* v = internal::currentEngine();
     if (!v) return false;
     const StackGuard guard(v);

@@ -77,24 +77,18 @@ bool withPushed(const Object& object, SQObjectType type, Function function) {
 
 } // namespace
 
-Object::Object(SQVM* v, SQInteger index) {
-    sq_resetobject(&m_handle);
-    if (SQ_FAILED(sq_getstackobj(v, index, &m_handle))) return;
-    sq_addref(v, &m_handle);
-}
-
 Object::Object(const HSQOBJECT& handle) : m_handle(handle) {
     if (!ISREFCOUNTED(handle._type)) return;
     if (SQVM* v = currentEngine()) {
         sq_addref(v, &m_handle);
     } else {
-        sq_resetobject(&m_handle);
+        m_handle = none();
     }
 }
 
 void Object::release() {
     internal::releaseHandle(m_handle);
-    sq_resetobject(&m_handle);
+    m_handle = none();
 }
 
 bool Object::isSame(const Object& other) const {

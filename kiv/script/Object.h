@@ -26,9 +26,12 @@ public:
     class ClosureInterface;
     class InstanceInterface;
 
-    Object() { sq_resetobject(&m_handle); }
+    Object() : m_handle(none()) {}
     // The value in a stack slot, counted as the engine does: 1 is the first, -1 the top.
-    Object(SQVM* v, SQInteger index);
+    Object(SQVM* v, SQInteger index) : m_handle(none()) {
+        sq_getstackobj(v, index, &m_handle);
+        if (ISREFCOUNTED(m_handle._type)) sq_addref(v, &m_handle);
+    }
     explicit Object(const HSQOBJECT& handle);
     Object(const Object& other) : Object(other.m_handle) {}
     Object(Object&& other) noexcept : m_handle(std::exchange(other.m_handle, Object::none())) {}
@@ -93,7 +96,8 @@ public:
 private:
     static HSQOBJECT none() {
         HSQOBJECT handle;
-        sq_resetobject(&handle);
+        handle._type = OT_NULL;
+        handle._unVal.pUserPointer = nullptr;
         return handle;
     }
     void release();
