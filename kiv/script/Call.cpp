@@ -42,11 +42,10 @@ void pushClosure(SQVM* v, SQFUNCTION trampoline, const void* function, size_t si
 
 // A constructor may be called on anything: by hand, twice, by a class derived in a script.
 SQInteger checkConstruction(SQVM* v, const AdapterData& adapter) {
-    if (adapter.getInstance(v, 1)) return sq_throwerror(v, "native constructor called on a constructed object");
     SQUserPointer pointer = nullptr;
     if (SQ_FAILED(sq_getinstanceup(v, 1, &pointer, adapter.getTypeTag())))
         return sq_throwerror(v, "native constructor called on an object of another class");
-    return 0;
+    return pointer ? sq_throwerror(v, "native constructor called on a constructed object") : 0;
 }
 
 SQInteger throwNoConstructor(SQVM* v) noexcept {
