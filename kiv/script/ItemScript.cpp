@@ -46,11 +46,14 @@ public:
         if (!m_isDone) m_out.resizePlain(m_start);
     }
 
-    // The value at the top, which stays there.
-    bool write() {
-        const StackGuard guard(m_vm);
-        const HSQOBJECT value = handleAt(m_vm, -1);
-        m_isDone = isContainer(value._type) ? open(value) && writeContainers() : writeElement(value);
+    bool write(SQInteger index) {
+        const HSQOBJECT value = handleAt(m_vm, index);
+        if (isContainer(value._type)) {
+            m_isDone = open(value) && writeContainers();
+        } else {
+            writeElement(value, index);
+            m_isDone = true;
+        }
         return m_isDone;
     }
 
@@ -69,17 +72,34 @@ private:
             Frame& frame = m_frames[m_depth - 1];
             if (frame.hasValue) {
                 frame.hasValue = false;
-                if (!writeValue(frame.value)) return false;
-                continue;
+                sq_pushobject(m_vm, frame.value);
+                const bool isGood = writeValue();
+                sq_poptop(m_vm);
+                if (!isGood) return false;
+            } else if (!(frame.container._type == OT_TABLE ? writePairs(frame) : writeElements(frame))) {
+                return false;
             }
-            if (!writeElements(frame)) return false;
         }
         return true;
     }
 
-    // Up to the end of the container, or to one that is opened in it.
+    // These go on up to the end of the container, or to one that is opened in it.
     bool writeElements(Frame& frame) {
-        const bool isTable = frame.container._type == OT_TABLE;
+        const unsigned depth = m_depth;
+        sq_pushobject(m_vm, frame.container);
+        const SQInteger size = sq_getsize(m_vm, -1);
+        bool isGood = true;
+        while (isGood && m_depth == depth && ++frame.position < size) {
+            sq_pushinteger(m_vm, frame.position);
+            sq_rawget(m_vm, -2);
+            isGood = writeValue();
+            sq_poptop(m_vm);
+        }
+        sq_poptop(m_vm);
+        if (isGood && m_depth == depth) close(frame);
+        return isGood;
+    }
+    bool writePairs(Frame& frame) {
         const unsigned depth = m_depth;
         sq_pushobject(m_vm, frame.container);
         if (frame.position < 0) {
@@ -87,40 +107,34 @@ private:
         } else {
             sq_pushinteger(m_vm, frame.position);
         }
-        while (SQ_SUCCEEDED(sq_next(m_vm, -2))) {
-            const HSQOBJECT key = handleAt(m_vm, -2), value = handleAt(m_vm, -1);
-            frame.position = handleAt(m_vm, -3)._unVal.nInteger;
-            const bool isOpening = isTable && isContainer(key._type);
-            const bool isGood = isOpening ? open(key) : (!isTable || writeElementAt(key, -2)) && writeValueAtTop(value);
-            if (isOpening) {
-                frame.value = value;
-                frame.hasValue = true;
-            }
+        bool isGood = true;
+        while (isGood && m_depth == depth && SQ_SUCCEEDED(sq_next(m_vm, -2))) {
+            isGood = writeKey(frame);
+            if (isGood && m_depth == depth) isGood = writeValue();
+            if (m_depth != depth) frame.position = handleAt(m_vm, -3)._unVal.nInteger;
             sq_pop(m_vm, 2);
-            if (!isGood || m_depth != depth) {
-                sq_pop(m_vm, 2);
-                return isGood;
-            }
         }
         sq_pop(m_vm, 2);
-        close(frame);
+        if (isGood && m_depth == depth) close(frame);
+        return isGood;
+    }
+    // Of the pair at the top. A container is opened, and the value waits for its end.
+    bool writeKey(Frame& frame) {
+        const HSQOBJECT key = handleAt(m_vm, -2);
+        if (!isContainer(key._type)) {
+            writeElement(key, -2);
+            return true;
+        }
+        frame.value = handleAt(m_vm, -1);
+        frame.hasValue = true;
+        return open(key);
+    }
+    // At the top.
+    bool writeValue() {
+        const HSQOBJECT value = handleAt(m_vm, -1);
+        if (isContainer(value._type)) return open(value);
+        writeElement(value, -1);
         return true;
-    }
-
-    bool writeValue(const HSQOBJECT& value) {
-        sq_pushobject(m_vm, value);
-        const bool isGood = writeValueAtTop(value);
-        sq_poptop(m_vm);
-        return isGood;
-    }
-    bool writeValueAtTop(const HSQOBJECT& value) {
-        return isContainer(value._type) ? open(value) : writeElement(value);
-    }
-    bool writeElementAt(const HSQOBJECT& value, SQInteger index) {
-        sq_push(m_vm, index);
-        const bool isGood = writeElement(value);
-        sq_poptop(m_vm);
-        return isGood;
     }
 
     bool open(const HSQOBJECT& container) {
@@ -139,8 +153,8 @@ private:
         --m_depth;
     }
 
-    // What is no container, and at the top. The result is true: it is simply called where one is needed.
-    bool writeElement(const HSQOBJECT& value) {
+    // What is no container; the slot is counted from the top.
+    void writeElement(const HSQOBJECT& value, SQInteger index) {
         switch (value._type) {
         case OT_INTEGER:
             m_out.addInteger(value._unVal.nInteger);
@@ -152,41 +166,41 @@ private:
             m_out.addBool(value._unVal.nInteger != 0);
             break;
         case OT_STRING:
-            writeText();
+            writeText(index);
             break;
         case OT_CLOSURE:
-            writeClosure();
+            writeClosure(index);
             break;
         case OT_INSTANCE:
-            writeInstance();
+            writeInstance(index);
             break;
         default:
             m_out.addNIL();
             break;
         }
-        return true;
     }
-    void writeText() {
+    void writeText(SQInteger index) {
         const SQChar* text = nullptr;
-        sq_getstring(m_vm, -1, &text);
-        const auto size = static_cast<size_t>(sq_getsize(m_vm, -1));
-        if (std::memchr(text, 0, size)) {
-            m_out.addBuffer(reinterpret_cast<const uint8_t*>(text), static_cast<unsigned>(size));
-        } else {
-            m_out.addString(text);
-        }
+        sq_getstring(m_vm, index, &text);
+        const auto size = static_cast<size_t>(sq_getsize(m_vm, index));
+        // It stops at a zero byte, if there is one.
+        const unsigned before = m_out.getPlainSize();
+        m_out.addString(text);
+        if (m_out.getPlainSize() - before == size + 2) return;
+        m_out.resizePlain(before);
+        m_out.addBuffer(reinterpret_cast<const uint8_t*>(text), static_cast<unsigned>(size));
     }
-    void writeClosure() {
+    void writeClosure(SQInteger index) {
         kiv::Buffer bytecode;
-        if (Object(m_vm, -1).asClosure().getBytecode(bytecode)) {
+        if (Object(m_vm, index).asClosure().getBytecode(bytecode)) {
             m_out.addPrefix(codePrefix);
             m_out.addBuffer(bytecode);
         } else {
             m_out.addNIL();
         }
     }
-    void writeInstance() {
-        if (const void* guid = AdapterData::of<GUID>().getInstance(m_vm, -1)) {
+    void writeInstance(SQInteger index) {
+        if (const void* guid = AdapterData::of<GUID>().getInstance(m_vm, index)) {
             m_out.addGUID(*static_cast<const GUID*>(guid));
         } else {
             sq_reseterror(m_vm);
@@ -239,14 +253,17 @@ private:
         SQInteger pairs;
     };
 
+    enum class Outcome { Value, Container, End, TooDeep };
+
     bool readValue(Item::Iterator& it) {
         const unsigned size = it.getValueSize();
         const uint8_t* at = it.getItem()->getPlainBytePointer() + it.getOffset();
         const uint8_t* const end = at + size;
         it.skip(size == it.getSize() ? 1 : 2);
-        if (!readElement(at, end)) return false;
+        const Outcome outcome = readElement(at, end);
+        if (outcome != Outcome::Container) return outcome == Outcome::Value;
         // The outermost stays below the one that is filled.
-        if (m_depth > 0) sq_push(m_vm, -1);
+        sq_push(m_vm, -1);
         while (m_depth > 0) {
             Frame& frame = m_frames[m_depth - 1];
             if (!(frame.container._type == OT_TABLE ? readPairs(frame) : readElements(frame))) return false;
@@ -257,28 +274,24 @@ private:
     // These read up to the end of the container, which is at the top, or to one that is opened in it and takes its
     // place.
     bool readElements(Frame& frame) {
-        const unsigned depth = m_depth;
-        while (isElement(frame)) {
-            if (!readElement(frame.at, frame.end)) return false;
-            const HSQOBJECT value = handleAt(m_vm, -1);
+        for (;;) {
+            const Outcome outcome = readElement(frame.at, frame.end);
+            if (outcome == Outcome::End) return close();
+            if (outcome == Outcome::TooDeep) return false;
             sq_arrayappend(m_vm, -2);
-            if (m_depth != depth) return replaceTop(value);
+            if (outcome == Outcome::Container) return replaceTop(m_frames[m_depth - 1].container);
         }
-        return close();
     }
     bool readPairs(Frame& frame) {
-        const unsigned depth = m_depth;
-        while (isElement(frame)) {
+        for (;;) {
             if (frame.hasKey) {
                 sq_pushobject(m_vm, frame.key);
                 frame.hasKey = false;
             } else {
-                if (!readElement(frame.at, frame.end)) return false;
-                if (m_depth != depth) return enterContainerAsKey(frame);
-                if (!isElement(frame)) {
-                    sq_poptop(m_vm);
-                    break;
-                }
+                const Outcome key = readElement(frame.at, frame.end);
+                if (key == Outcome::Container) return enterContainerAsKey(frame);
+                if (key == Outcome::TooDeep) return false;
+                if (key == Outcome::End) break;
                 if (isLeftOut()) {
                     sq_poptop(m_vm);
                     frame.at += sizeOfValue(frame.at, frame.end);
@@ -286,10 +299,15 @@ private:
                 }
                 ++frame.pairs;
             }
-            if (!readElement(frame.at, frame.end)) return false;
-            const HSQOBJECT value = handleAt(m_vm, -1);
+            const Outcome value = readElement(frame.at, frame.end);
+            if (value == Outcome::TooDeep) return false;
+            if (value == Outcome::End) { // a key alone
+                sq_poptop(m_vm);
+                --frame.pairs;
+                break;
+            }
             sq_rawset(m_vm, -3);
-            if (m_depth != depth) return replaceTop(value);
+            if (value == Outcome::Container) return replaceTop(m_frames[m_depth - 1].container);
         }
         if (sq_getsize(m_vm, -1) != frame.pairs) m_hasEqualKeys = true;
         return close();
@@ -303,6 +321,7 @@ private:
         sq_rawset(m_vm, -3);
         return replaceTop(frame.key);
     }
+    // The key at the top.
     bool isLeftOut() {
         if (sq_gettype(m_vm, -1) == OT_NULL) return true;
         if (!m_checksKeys) return false;
@@ -329,9 +348,9 @@ private:
     static unsigned sizeOf(const uint8_t* at, const uint8_t* end) {
         return kiv::internal::sizeOfElement(at, static_cast<unsigned>(end - at));
     }
-    static bool isElement(const Frame& frame) { return sizeOf(frame.at, frame.end) != 0; }
     static unsigned sizeOfValue(const uint8_t* at, const uint8_t* end) {
         const unsigned first = sizeOf(at, end);
+        if (first == 0) return 0;
         return isPairOf(at, end, first, tablePrefix, ValueType::SubItem) ||
                        isPairOf(at, end, first, codePrefix, ValueType::Buffer)
                    ? first + sizeOf(at + first, end)
@@ -344,32 +363,52 @@ private:
                at[size] == static_cast<uint8_t>(type);
     }
 
-    // Pushes the value that begins here, steps over it, and opens it when it is a container. Requires: it is complete.
-    bool readElement(const uint8_t*& at, const uint8_t* end) {
+    // Pushes the value that begins here, steps over it, and opens it when it is a container.
+    // Numbers come first, so that they need no second look at their type.
+    Outcome readElement(const uint8_t*& at, const uint8_t* end) {
         const uint8_t* const from = at;
-        const unsigned size = sizeOf(from, end);
-        at += size;
+        const auto left = static_cast<unsigned>(end - from);
+        if (left == 0) return Outcome::End;
         switch (static_cast<ValueType>(from[0])) {
         case ValueType::Int8:
-            sq_pushinteger(m_vm, static_cast<int8_t>(from[1]));
-            break;
+            if (left >= 2) return pushInteger(at, static_cast<int8_t>(from[1]), 2);
+            return Outcome::End;
         case ValueType::Int16:
-            sq_pushinteger(m_vm, loadUnaligned<int16_t>(from + 1));
-            break;
+            if (left >= 3) return pushInteger(at, loadUnaligned<int16_t>(from + 1), 3);
+            return Outcome::End;
         case ValueType::Int32:
-            sq_pushinteger(m_vm, loadUnaligned<int32_t>(from + 1));
-            break;
+            if (left >= 5) return pushInteger(at, loadUnaligned<int32_t>(from + 1), 5);
+            return Outcome::End;
         case ValueType::Int64:
-            sq_pushinteger(m_vm, loadUnaligned<int64_t>(from + 1));
-            break;
+            if (left >= 9) return pushInteger(at, loadUnaligned<int64_t>(from + 1), 9);
+            return Outcome::End;
+        case ValueType::String:
+            if (const unsigned size = kiv::internal::sizeOfText(from, left)) {
+                at += size;
+                pushText(from + 1, size - 2);
+                return Outcome::Value;
+            }
+            return Outcome::End;
+        default:
+            return readOther(at, end);
+        }
+    }
+    Outcome pushInteger(const uint8_t*& at, int64_t value, unsigned size) {
+        at += size;
+        sq_pushinteger(m_vm, value);
+        return Outcome::Value;
+    }
+    Outcome readOther(const uint8_t*& at, const uint8_t* end) {
+        const uint8_t* const from = at;
+        const unsigned size = sizeOf(from, end);
+        if (size == 0) return Outcome::End;
+        at += size;
+        switch (static_cast<ValueType>(from[0])) {
         case ValueType::Float:
             sq_pushfloat(m_vm, loadUnaligned<double>(from + 1));
             break;
         case ValueType::Prefix:
             return readPrefix(from, at, end, size);
-        case ValueType::String:
-            pushText(from + 1, size - 2);
-            break;
         case ValueType::Buffer:
             pushText(from + 5, size - 5);
             break;
@@ -386,9 +425,9 @@ private:
             sq_pushnull(m_vm);
             break;
         }
-        return true;
+        return Outcome::Value;
     }
-    bool readPrefix(const uint8_t* from, const uint8_t*& at, const uint8_t* end, unsigned size) {
+    Outcome readPrefix(const uint8_t* from, const uint8_t*& at, const uint8_t* end, unsigned size) {
         const uint8_t* const next = from + size;
         if (isPairOf(from, end, size, tablePrefix, ValueType::SubItem)) {
             at += sizeOf(next, end);
@@ -400,10 +439,10 @@ private:
         } else {
             pushText(from + 1, size - 2);
         }
-        return true;
+        return Outcome::Value;
     }
-    bool open(bool isTable, const uint8_t* at, const uint8_t* end) {
-        if (m_depth == static_cast<unsigned>(Item::maximumDepth)) return false;
+    Outcome open(bool isTable, const uint8_t* at, const uint8_t* end) {
+        if (m_depth == static_cast<unsigned>(Item::maximumDepth)) return Outcome::TooDeep;
         if (isTable) {
             sq_newtable(m_vm);
         } else {
@@ -415,7 +454,7 @@ private:
         frame.end = end;
         frame.hasKey = false;
         frame.pairs = 0;
-        return true;
+        return Outcome::Container;
     }
     void pushText(const uint8_t* text, unsigned size) {
         sq_pushstring(m_vm, reinterpret_cast<const SQChar*>(text), size);
@@ -448,8 +487,7 @@ namespace internal {
 
 const char* addValue(SQVM* v, SQInteger index, Item& to) {
     const StackGuard guard(v);
-    sq_push(v, index);
-    return ValueWriter(v, to).write() ? nullptr : tooDeep;
+    return ValueWriter(v, to).write(index) ? nullptr : tooDeep;
 }
 
 const char* pushValue(SQVM* v, Item::Iterator& from, Trust trust) {
