@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kiv/platform/Compiler.h"
 #include "kiv/script/Object.h"
 
 // What fills the root tables.
@@ -17,6 +18,6 @@ void addStringFunctions(SQVM* v, const Object& table);
 // Replaces the functions of the engine that corrupt memory when they are misused.
 void installGuards(SQVM* v);
 // Null, or why a source text must not reach the compiler, which follows its nesting on the stack.
-const char* refuseSource(const char* source, size_t length);
+KIV_API const char* refuseSource(const char* source, size_t length);
 
 } // namespace kivSq::internal
