@@ -88,8 +88,8 @@ SQInteger checkUnconstructed(SQVM* v, const char* what, SQUserPointer typeTag) {
 }
 
 // ---- The engine's stack. Natives have 15 free slots, and sq_reservestack() forgets the captured variables of closures
-// when it moves the stack. Script calls don't, so a function with many locals makes the room. Not more locals: results of
-// calls that go to a slot above 127 miss it.
+// when it moves the stack. Script calls don't, so a function with many locals makes the room. Not more locals: results
+// of calls that go to a slot above 127 miss it.
 
 constexpr const char* growKey = "kiv_growStack";
 constexpr int slotsOfGrow = 100;
@@ -228,7 +228,8 @@ SQInteger reduceArray(SQVM* v) {
 SQInteger checkArgumentArray(SQVM* v) {
     if (countArguments(v) != 2 || sq_gettype(v, 2) != OT_ARRAY) return 0;
     const SQInteger count = sq_getsize(v, 2);
-    if (count > mostArguments) return refuse(v, "a call with {} arguments, at most {} are possible", count, mostArguments);
+    if (count > mostArguments)
+        return refuse(v, "a call with {} arguments, at most {} are possible", count, mostArguments);
     return growStack(v, count + 16) ? 0 : SQ_ERROR;
 }
 
@@ -435,7 +436,8 @@ SQInteger checkSearch(SQVM* v) {
     std::string_view text;
     SQInteger start = 0;
     if (!textAt(v, 2, text) || !integerAt(v, 3, start)) return 0;
-    const auto length = static_cast<SQInteger>(text.find('\0') == std::string_view::npos ? text.size() : text.find('\0'));
+    const auto length =
+        static_cast<SQInteger>(text.find('\0') == std::string_view::npos ? text.size() : text.find('\0'));
     return start < 0 || start > length ? refuse(v, "the start {} is not inside of the text", start) : 0;
 }
 

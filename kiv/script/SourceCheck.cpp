@@ -71,9 +71,9 @@ private:
         if (c == '"' || c == '\'') return skipText(c);
         if (m_rest.starts_with("@\"")) return skipVerbatimText();
         if (isWordCharacter(c)) {
-            m_rest.remove_prefix(std::min(std::size_t(std::find_if_not(m_rest.begin(), m_rest.end(), isWordCharacter) -
-                                                      m_rest.begin()),
-                                          m_rest.size()));
+            m_rest.remove_prefix(
+                std::min(std::size_t(std::find_if_not(m_rest.begin(), m_rest.end(), isWordCharacter) - m_rest.begin()),
+                         m_rest.size()));
             return true;
         }
         static constexpr std::string_view doubles[] = {"++", "--", "&&", "||", "::", "</", "/>", "<-"};
@@ -127,12 +127,12 @@ public:
 private:
     // What is within one pair of brackets.
     struct Level {
-        int cost = 1;            // 0 for the body of what counts itself
-        bool isHeader = false;   // the brackets after "if", "function" and the like
-        bool isList = false;     // its commas are no operators
-        bool hasEnded = false;   // a statement or a block has
-        int prefixes = 0;        // operators before the value that is read now
-        int statements = 0;      // and functions that are open without brackets
+        int cost = 1;          // 0 for the body of what counts itself
+        bool isHeader = false; // the brackets after "if", "function" and the like
+        bool isList = false;   // its commas are no operators
+        bool hasEnded = false; // a statement or a block has
+        int prefixes = 0;      // operators before the value that is read now
+        int statements = 0;    // and functions that are open without brackets
         int commas = 0;
     };
 
@@ -146,7 +146,7 @@ private:
 
     void endStatement(std::string_view token, bool isAfterNewline) {
         static constexpr std::string_view continuing[] = {
-            "else", "catch", "in", "instanceof", "(", ")", "]", "}", ".", ",", ";", "?", ":", "=", "<-",
+            "else", "catch", "in", "instanceof", "(", ")", "]", "}", ".", ",", ";",  "?",  ":", "=", "<-",
             "+",    "-",     "*",  "/",          "%", "&", "|", "^", "<", ">", "&&", "||", "[", "/>"};
         Level& level = m_levels.back();
         if (isAfterNewline && isValueBefore() && !isOneOf(token, continuing)) level.hasEnded = true;
@@ -160,10 +160,10 @@ private:
 
     // Whether an operator can follow.
     bool isValueBefore() const {
-        static constexpr std::string_view words[] = {"if",     "else",   "while", "do",    "for",     "foreach",
-                                                     "switch", "try",    "throw", "case",  "in",      "instanceof",
-                                                     "typeof", "clone",  "delete", "resume", "extends", "function",
-                                                     "class",  "local",  "const", "enum",  "static"};
+        static constexpr std::string_view words[] = {"if",     "else",  "while",  "do",     "for",     "foreach",
+                                                     "switch", "try",   "throw",  "case",   "in",      "instanceof",
+                                                     "typeof", "clone", "delete", "resume", "extends", "function",
+                                                     "class",  "local", "const",  "enum",   "static"};
         if (m_previous.empty()) return false;
         const char c = m_previous[0];
         if (c == ')') return !m_closedHeader;
@@ -203,8 +203,8 @@ private:
     }
 
     void addOther(std::string_view token) {
-        static constexpr std::string_view statements[] = {"if",  "else",     "while", "do", "for", "foreach",
-                                                          "try", "function", "class", "@"};
+        static constexpr std::string_view statements[] = {"if",     "else", "while",    "do",    "for", "foreach",
+                                                          "switch", "try",  "function", "class", "@"};
         static constexpr std::string_view prefixes[] = {"!", "~", "typeof", "clone", "resume", "delete"};
         Level& level = m_levels.back();
         if (token == ";") {
@@ -225,8 +225,7 @@ private:
             m_isFunctionHeader = true;
         } else if (token == "enum") {
             m_isEnum = true;
-        } else if (isOneOf(token, prefixes) ||
-                   ((token == "-" || token == "++" || token == "--") && !isValueBefore())) {
+        } else if (isOneOf(token, prefixes) || ((token == "-" || token == "++" || token == "--") && !isValueBefore())) {
             count(level.prefixes);
         } else if (!isWordCharacter(token[0]) && token[0] != '"' && token[0] != '\'' && token[0] != '@' &&
                    token != "." && token != "::") {
