@@ -3,9 +3,12 @@
 #include "kiv/core/Buffer.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace kiv {
 namespace {
+
+std::atomic<ResourceLocator*> g_current{nullptr};
 
 bool isPortable(char character) {
     const auto code = static_cast<unsigned char>(character);
@@ -30,9 +33,19 @@ bool isPart(std::string_view part) {
 
 } // namespace
 
-ResourceLocator::ResourceLocator() : m_directories(std::make_shared<Directories>()) {}
+ResourceLocator* ResourceLocator::current() {
+    return g_current.load(std::memory_order_acquire);
+}
 
-ResourceLocator::~ResourceLocator() = default;
+ResourceLocator::ResourceLocator() : m_directories(std::make_shared<Directories>()) {
+    ResourceLocator* none = nullptr;
+    g_current.compare_exchange_strong(none, this);
+}
+
+ResourceLocator::~ResourceLocator() {
+    ResourceLocator* self = this;
+    g_current.compare_exchange_strong(self, nullptr);
+}
 
 bool ResourceLocator::isResourceName(std::string_view name) {
     for (;;) {

@@ -15,10 +15,14 @@ class Buffer;
 
 // Finds resources by name in a list of directories, the one added last first, so that a later one overrides what is in
 // the earlier ones. Names are relative paths with "/" on every system, and lead out of no directory.
+// The first one made is current() until it dies.
 // Ownership: counted. Threads: any. A resource that is not found is the caller's to report.
 class KIV_API ResourceLocator : public Object {
     KIV_OBJECT(ResourceLocator, Object)
 public:
+    // Null when there is none. Takes no reference.
+    static ResourceLocator* current();
+
     ResourceLocator();
     ResourceLocator(const ResourceLocator&) = delete;
     ResourceLocator& operator=(const ResourceLocator&) = delete;
