@@ -353,3 +353,4 @@ bool Object::to(T& out) const {
 } // namespace kivSq
 
 #include "kiv/script/ItemAccess.h"
+#include "kiv/script/VectorAccess.h"

@@ -7,10 +7,6 @@ namespace kivSq::internal {
 
 // Each moves to the file of its class as it is built.
 void bindSystem(const Object&) {}
-void bindIVec2(const Object&) {}
-void bindIVec3(const Object&) {}
-void bindRect(const Object&) {}
-void bindGregorianDate(const Object&) {}
 void bindDirectory(const Object&) {}
 void bindFile(const Object&) {}
 

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "kiv/script/Bindings.h"
+#include "kiv/script/Class.h"
+#include "kiv/script/VM.h"
+
+// What the script classes of plain values have in common.
+
+namespace kivSq::internal {
+
+// A 32-bit integer that has its sign.
+struct Int32 {
+    operator int32_t() const { return value; }
+
+    int32_t value = 0;
+};
+
+// For _nexti: the key behind `previous`, null behind the last.
+template <size_t count>
+const char* keyBehind(const char* const (&keys)[count], const Object& previous) {
+    size_t next = 0;
+    if (!previous.isNull())
+        while (next < count && !previous.isSame(Object::from(keys[next++]))) {
+        }
+    return next < count ? keys[next] : nullptr;
+}
+
+template <class T>
+void addValueMethods(Class<T>& scriptClass) {
+    scriptClass
+        .method(
+            "getClassName", +[](const T&) { return T::getStaticClassName(); })
+        .method(
+            "_typeof", +[](const T&) { return T::getStaticClassName(); })
+        .method("toString", &T::toString)
+        .method("_tostring", &T::toString)
+        .method(
+            "equals", +[](const T& a, const T& b) { return a == b; });
+}
+
+// For classes that have an order.
+template <class T>
+int compareValues(const T& a, const T& b) {
+    return (a > b) - (a < b);
+}
+
+template <class T>
+bool getCopy(SQVM* v, int64_t index, T& out) {
+    const T* const object = getInstance<T>(v, index);
+    if (object) out = *object;
+    return object;
+}
+
+template <class T, void (*bind)(const Object&)>
+bool pushCopy(SQVM* v, const T& value) {
+    if (!AdapterData::of<T>().isInitialized()) bind(VM::current()->getNamespace("kiv"));
+    auto copy = std::make_unique<T>(value);
+    if (!AdapterData::of<T>().pushInstance(v, copy.get(), &releaseInstance<T>)) return false;
+    copy.release();
+    return true;
+}
+
+} // namespace kivSq::internal
+
+namespace kivSq {
+
+template <>
+struct Access<internal::Int32> {
+    static bool get(SQVM* v, int64_t index, internal::Int32& out) {
+        int64_t wide = 0;
+        if (!internal::getInteger(v, index, INT32_MIN, INT32_MAX, wide)) return false;
+        out.value = static_cast<int32_t>(wide);
+        return true;
+    }
+    static const char* name() { return "signed 32-bit integer"; }
+};
+
+} // namespace kivSq
