@@ -5,11 +5,6 @@
 
 namespace kivSq::internal {
 
-// Each moves to the file of its class as it is built.
-void bindSystem(const Object&) {}
-void bindDirectory(const Object&) {}
-void bindFile(const Object&) {}
-
 namespace {
 
 // `extra` is the namespace.
