@@ -248,6 +248,17 @@ VM::Thread& VM::createThread(const Object& closure, ThreadEnd onEnd) {
     return m_threads->create(closure, std::move(onEnd), nullptr);
 }
 
+VM::Thread& VM::createThread(const Object& closure, const kiv::Vector<Object>& arguments, ThreadEnd onEnd) {
+    Thread& thread = createThread(closure, std::move(onEnd));
+    const auto count = static_cast<SQInteger>(arguments.size());
+    // They stay below the result when it ends after a sleep.
+    constexpr SQInteger free = 15;
+    sq_reservestack(thread.engine, count + free);
+    for (const Object& argument : arguments) argument.push(thread.engine);
+    thread.argumentCount += count;
+    return thread;
+}
+
 void VM::processEvents() {
     internal::releaseParkedHandles();
     if (!isRunning()) m_threads->runPass();

@@ -84,6 +84,8 @@ public:
     // thread that ends with the VM is not told.
     using ThreadEnd = std::function<void(const Object& result, bool isGood)>;
     Thread& createThread(const Object& closure, ThreadEnd onEnd);
+    // The same with arguments for the closure, which main chunks find in their `vargv`.
+    Thread& createThread(const Object& closure, const kiv::Vector<Object>& arguments, ThreadEnd onEnd);
     // One pass: runs every thread whose time has come until it waits again or ends. From inside a script it returns at
     // once.
     void processEvents();
