@@ -1,5 +1,7 @@
 #include "ItemCommand.h"
 #include "PacketsCommand.h"
+#include "ReplCommand.h"
+#include "RunCommand.h"
 #include "StoreCommand.h"
 
 #include "kiv/platform/CommandLine.h"
@@ -14,6 +16,8 @@ namespace {
 using kiv::app::ItemCommand;
 using kiv::app::ItemForm;
 using kiv::app::PacketsCommand;
+using kiv::app::ReplCommand;
+using kiv::app::RunCommand;
 using kiv::app::StoreAction;
 using kiv::app::StoreCommand;
 
@@ -114,6 +118,34 @@ void describeStore(CLI::App& app, StoreCommand& command) {
                "    kiv store tree settings.store viewer");
 }
 
+void describeRun(CLI::App& app, RunCommand& command) {
+    app.add_option("script", command.script, "The script's file")->type_name("SCRIPT")->required();
+    app.footer(
+        "What follows SCRIPT is for the script, which finds it in the array vargv. It runs as a script thread, until\n"
+        "that and all it has started have ended. Modules to import are looked for beside it; the names of the "
+        "engine's\n"
+        "libraries are found at the root, too. What it prints goes to standard output, the log to standard error. The\n"
+        "exit status is the integer that it returns, 1 when it fails or does not compile, 130 after an interrupt; a\n"
+        "second interrupt ends a script that never pauses.");
+}
+
+// What follows the script's name is for the script, whatever it looks like.
+void takeScriptArguments(std::vector<std::string>& arguments, RunCommand& command) {
+    if (arguments.empty() || arguments[0] != "run") return;
+    const auto script = std::find_if(arguments.begin() + 1, arguments.end(),
+                                     [](const std::string& argument) { return !argument.starts_with('-'); });
+    if (script == arguments.end()) return;
+    command.arguments.assign(script + 1, arguments.end());
+    arguments.erase(script + 1, arguments.end());
+}
+
+void describeRepl(CLI::App& app) {
+    app.footer(
+        "What is typed is run as a script thread, and the value of an expression shown; the last one is _. While\n"
+        "brackets are open the input goes on in the next line. \".help\" tells more. When standard input is no\n"
+        "terminal there are no prompts, and the exit status is 1 when any input has failed.");
+}
+
 // The parser takes "[1,2]" apart, as if a configuration file had said it; a blank in front prevents that.
 void protectBracket(std::string& argument) {
     if (argument.starts_with('[')) argument.insert(0, 1, ' ');
@@ -125,19 +157,25 @@ void unprotectBracket(std::string& argument) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Looks into the data of kivCore.", "kiv");
+    CLI::App app("Looks into the data of kivCore, and runs scripts.", "kiv");
     app.require_subcommand(1);
     ItemCommand item;
     PacketsCommand packets;
     StoreCommand store;
+    RunCommand run;
     CLI::App* itemApp = app.add_subcommand("item", "Turns JSON, base16 and base64 forms of items into each other");
     CLI::App* packetsApp = app.add_subcommand("packets", "Lists the records of a packet file");
     CLI::App* storeApp = app.add_subcommand("store", "Looks into store files and changes them");
+    CLI::App* runApp = app.add_subcommand("run", "Runs a script");
+    CLI::App* replApp = app.add_subcommand("repl", "A prompt for scripts");
     describeItem(*itemApp, item);
     describePackets(*packetsApp, packets);
     describeStore(*storeApp, store);
+    describeRun(*runApp, run);
+    describeRepl(*replApp);
     try {
         std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
+        takeScriptArguments(arguments, run);
         std::for_each(arguments.begin(), arguments.end(), protectBracket);
         std::reverse(arguments.begin(), arguments.end()); // as the parser wants them
         app.parse(std::move(arguments));
@@ -147,7 +185,9 @@ int main(int argc, char** argv) {
     std::for_each(item.texts.begin(), item.texts.end(), unprotectBracket);
     std::for_each(item.files.begin(), item.files.end(), unprotectBracket);
     std::for_each(store.excluded.begin(), store.excluded.end(), unprotectBracket);
-    for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value})
+    for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value, &run.script})
         unprotectBracket(*text);
+    if (runApp->parsed()) return run.run();
+    if (replApp->parsed()) return ReplCommand().run();
     return itemApp->parsed() ? item.run() : packetsApp->parsed() ? packets.run() : store.run();
 }

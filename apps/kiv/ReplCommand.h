@@ -1,0 +1,11 @@
+#pragma once
+
+namespace kiv::app {
+
+// kiv repl: a prompt for scripts. Each input runs as a script thread, and the main pump goes on while the user types.
+struct ReplCommand {
+    // The exit status: 1 when standard input is no terminal and an input has failed.
+    int run() const;
+};
+
+} // namespace kiv::app

@@ -1,0 +1,66 @@
+#include "RunCommand.h"
+
+#include "ScriptHost.h"
+#include "Text.h"
+
+#include "kiv/core/Buffer.h"
+#include "kiv/script/Access.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+
+namespace kiv::app {
+
+namespace {
+
+using kivSq::Object;
+
+constexpr int failed = 1, interrupted = 130, greatestStatus = 255;
+
+std::string folderOf(const std::string& path) {
+    const std::u8string folder =
+        std::filesystem::path(std::u8string(path.begin(), path.end())).parent_path().u8string();
+    return folder.empty() ? "." : std::string(folder.begin(), folder.end());
+}
+
+Object compile(kivSq::VM& vm, const Buffer& source, const std::string& name) {
+    std::string_view text(reinterpret_cast<const char*>(source.getBytePointer()), source.getSize());
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+    return vm.newClosure(text.data(), static_cast<unsigned>(text.size()), name.c_str());
+}
+
+int statusOf(const Object& result, bool isGood) {
+    int64_t number = 0;
+    if (!isGood) return failed;
+    if (!result.isInteger() || !result.to(number)) return 0;
+    if (number >= 0 && number <= greatestStatus) return static_cast<int>(number);
+    internal::writeStandardError(fmt::format("kiv run: {} is no exit status\n", number));
+    return failed;
+}
+
+} // namespace
+
+int RunCommand::run() const {
+    int status = failed; // outlives the threads
+    ScriptHost host;
+    Buffer source;
+    if (!source.loadFromFile(script.c_str(), true)) {
+        internal::writeStandardError(fmt::format("kiv run: {}: can't be read\n", withoutControls(script)));
+        return failed;
+    }
+    kivSq::VM& vm = host.getVM();
+    vm.addImportSearchPath(folderOf(script).c_str());
+    const Vector<Object> values = host.setArguments(arguments);
+    const Object closure = compile(vm, source, script);
+    if (!closure) return failed;
+    vm.createThread(closure, values, [&](const Object& result, bool isGood) { status = statusOf(result, isGood); });
+    while (vm.threadsActive()) {
+        host.pump();
+        if (System::getHitSIGINT()) return interrupted;
+    }
+    return status;
+}
+
+} // namespace kiv::app
