@@ -78,8 +78,8 @@ function(kiv_instruction_set_flags)
     endforeach()
 endfunction()
 
-# Every folder <group>/<name> with a Main.cpp is one program; one of other sources is a library for all programs of the
-# group.
+# Every folder <group>/<name> with a Main.cpp is one program, and its scripts are copied beside it; one of other sources
+# is a library for all programs of the group.
 function(kiv_add_programs group)
     file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true "${PROJECT_SOURCE_DIR}/${group}/*")
     set(programs "")
@@ -89,6 +89,11 @@ function(kiv_add_programs group)
         cmake_path(GET folder FILENAME name)
         if(EXISTS "${folder}/Main.cpp")
             add_executable(${name} ${sources})
+            file(GLOB scripts CONFIGURE_DEPENDS "${folder}/*.sq")
+            foreach(script IN LISTS scripts)
+                cmake_path(GET script FILENAME file)
+                configure_file("${script}" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${file}" COPYONLY)
+            endforeach()
             list(APPEND programs ${name})
         elseif(sources)
             add_library(${name} STATIC EXCLUDE_FROM_ALL ${sources})

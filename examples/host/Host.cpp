@@ -64,10 +64,12 @@ void Host::run() {
     if (!m_folder.open()) return;
     System::catchInterrupts();
     m_line.emplace();
+    startReport();
     m_device->start();
     m_patience->scheduleIn(patience);
     showProgress();
-    while (!m_isOver) {
+    while (!m_isOver || m_report.isRunning()) {
+        if (m_isOver) m_report.setOver();
         System::processEvents();
         std::this_thread::sleep_for(frame);
     }
@@ -158,20 +160,36 @@ void Host::showProgress() {
     m_progress->scheduleIn(m_line->isShown() ? progressOnTerminal : progressInLog);
 }
 
+void Host::startReport() {
+    if (!m_report.start(m_options.reportPath)) m_folder.complain("no report from \"" + m_options.reportPath + '"');
+}
+
 // Counts all slices again, on one thread.
 bool Host::checkFindings() {
     const Collection& collection = m_folder.getCollection();
     const uint32_t slices = collection.getGeometry() ? collection.getGeometry()->slices : 0;
     uint32_t confirmed = 0;
+    uint64_t samples = 0;
+    SliceStatistics::Sums all;
     for (uint32_t slice = 0; slice < slices; ++slice) {
         const kiv::Item* findings = m_folder.getStore().getFindings(slice);
         SliceStatistics statistics(*collection.getGeometry(), collection.getSlice(slice));
         statistics.executeAlone();
-        if (findings && *findings == statistics.describe()) ++confirmed;
+        if (!findings || *findings != statistics.describe()) continue;
+        ++confirmed;
+        all.add(statistics.getTotal());
+        samples += statistics.getCount();
     }
-    if (confirmed == slices) return true;
-    m_folder.complain(
-        fmt::format("the statistics of {} of {} slices are missing or wrong", slices - confirmed, slices));
+    if (confirmed != slices)
+        m_folder.complain(
+            fmt::format("the statistics of {} of {} slices are missing or wrong", slices - confirmed, slices));
+    return showReport(all, samples) && confirmed == slices;
+}
+
+bool Host::showReport(const SliceStatistics::Sums& all, uint64_t samples) {
+    kiv::internal::writeStandardOutput(m_report.getText());
+    if (samples == 0 || m_report.agreesWith(all, samples)) return true;
+    m_folder.complain("the report is missing or wrong");
     return false;
 }
 

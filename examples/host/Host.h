@@ -2,6 +2,7 @@
 
 #include "Chaos.h"
 #include "Device.h"
+#include "Report.h"
 #include "examples/study/ProgressLine.h"
 #include "examples/study/StudyFolder.h"
 
@@ -20,6 +21,7 @@ public:
         StudyFolder::Options folder;
         std::string workerPath;
         kiv::List<kiv::String> workerArguments;
+        std::string reportPath; // of the script
         unsigned kills = 0;
         uint64_t seed = 0;
     };
@@ -45,6 +47,8 @@ private:
 
     void measure(uint32_t slice);
     bool checkFindings();
+    void startReport();
+    bool showReport(const SliceStatistics::Sums& all, uint64_t samples);
     void onEnd();
     void showProgress();
     void endIfComplete();
@@ -55,6 +59,7 @@ private:
     const Options m_options;
     StudyFolder m_folder;
     const kiv::SmartPointer<Device> m_device;
+    Report m_report{m_folder};
     Chaos m_chaos;
     std::optional<ProgressLine> m_line; // while it runs
     const kiv::SmartPointer<kiv::Alarm> m_progress;

@@ -31,6 +31,8 @@ void describe(CLI::App& app, Options& options) {
     options.host.folder.describe(app);
     app.add_option("--worker", options.host.workerPath, "The device's program (acquire, beside this one)")
         ->type_name("PROGRAM");
+    app.add_option("--report", options.host.reportPath, "The script that sums the study up (report.sq, beside this)")
+        ->type_name("SCRIPT");
     app.add_flag("--chaos", options.isChaotic, "Kill the worker at random moments");
     app.add_option("--kills", options.kills, "How many times")->check(CLI::Range(1, 1000))->capture_default_str();
     app.add_option("--seed", options.seed, "Of the random moments (another one each time)");
@@ -38,17 +40,19 @@ void describe(CLI::App& app, Options& options) {
     app.add_option("arguments", options.deviceArguments, "For the worker, behind --");
 }
 
-// The worker beside this program.
-std::string findWorker() {
+// A file beside this program. Programs have this one's extension.
+std::string findBeside(const char* name) {
     const std::string own = kiv::platform::programPath();
     const std::filesystem::path self(std::u8string(own.begin(), own.end()));
-    const std::u8string path =
-        std::filesystem::path(self).replace_filename("acquire").replace_extension(self.extension()).u8string();
-    return {path.begin(), path.end()};
+    std::filesystem::path path = std::filesystem::path(self).replace_filename(name);
+    if (!path.has_extension()) path.replace_extension(self.extension());
+    const std::u8string text = path.u8string();
+    return {text.begin(), text.end()};
 }
 
 void complete(Options& options) {
-    if (options.host.workerPath.empty()) options.host.workerPath = findWorker();
+    if (options.host.workerPath.empty()) options.host.workerPath = findBeside("acquire");
+    if (options.host.reportPath.empty()) options.host.reportPath = findBeside("report.sq");
     options.host.workerArguments = {options.host.workerPath.c_str(), "--worker"};
     for (const std::string& argument : options.deviceArguments) options.host.workerArguments.emplace_back(argument);
     options.host.kills = options.isChaotic ? options.kills : 0;

@@ -16,22 +16,6 @@ class SliceStatistics : public kiv::Parallel::Kernel {
 public:
     static constexpr size_t binCount = 16; // of equal width, from 0 to the maximum
 
-    // The samples outlive this.
-    SliceStatistics(const study::Geometry& geometry, const uint8_t* samples)
-        : m_geometry(geometry), m_samples(samples) {}
-
-    void prepare(unsigned& parts) override;
-    void executePart(unsigned index) override;
-    void finish() override;
-    // All of it on this thread.
-    void executeAlone();
-
-    double getMean() const;
-    double getDeviation() const;
-    // A table of everything.
-    kiv::Item describe() const;
-
-private:
     struct Sums {
         uint32_t least = UINT32_MAX;
         uint32_t greatest = 0;
@@ -43,8 +27,24 @@ private:
         void add(const Sums& other);
     };
 
-    uint64_t getCount() const { return uint64_t{m_geometry.width} * m_geometry.height; }
+    // The samples outlive this.
+    SliceStatistics(const study::Geometry& geometry, const uint8_t* samples)
+        : m_geometry(geometry), m_samples(samples) {}
 
+    void prepare(unsigned& parts) override;
+    void executePart(unsigned index) override;
+    void finish() override;
+    // All of it on this thread.
+    void executeAlone();
+
+    uint64_t getCount() const { return uint64_t{m_geometry.width} * m_geometry.height; }
+    const Sums& getTotal() const { return m_total; }
+    double getMean() const;
+    double getDeviation() const;
+    // A table of everything.
+    kiv::Item describe() const;
+
+private:
     const study::Geometry m_geometry;
     const uint8_t* const m_samples;
     std::vector<Sums> m_parts;
