@@ -8,5 +8,6 @@ int main(int argc, char**) {
     showObjects();
     showLogging();
     showTasks();
+    showScripts();
     showProcesses();
 }

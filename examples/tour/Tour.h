@@ -7,6 +7,7 @@ void showStores();
 void showObjects();
 void showLogging();
 void showTasks();
+void showScripts();
 void showProcesses();
 // What that starts the program again for.
 void beChild();
