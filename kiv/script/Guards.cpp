@@ -230,7 +230,8 @@ SQInteger checkArgumentArray(SQVM* v) {
     const SQInteger count = sq_getsize(v, 2);
     if (count > mostArguments)
         return refuse(v, "a call with {} arguments, at most {} are possible", count, mostArguments);
-    return growStack(v, count + 16) ? 0 : SQ_ERROR;
+    // The original has its own 15 slots.
+    return count <= 12 || growStack(v, count + 16) ? 0 : SQ_ERROR;
 }
 
 SQInteger checkNewThread(SQVM* v) {
