@@ -37,12 +37,12 @@ KIV_API void logFailedConversion(SQVM* v);
 // Whether the float or integer in a stack slot, cut towards zero, is a 64-bit integer.
 KIV_API bool fitsInteger(SQVM* v, SQInteger index);
 
-inline bool getInteger(SQVM* v, SQInteger index, int64_t& out) {
+inline bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out) {
     SQInteger number = 0;
     if (SQ_FAILED(sq_getinteger(v, index, &number))) return false;
     out = number;
     // Floats that don't fit come as the smallest integer.
-    return out != INT64_MIN || fitsInteger(v, index);
+    return out >= smallest && out <= largest && (out != INT64_MIN || fitsInteger(v, index));
 }
 
 // The same, within bounds; `out` is changed in any case.
@@ -142,16 +142,14 @@ concept BoundClass = requires {
 
 template <std::integral T>
 struct Access<T> {
+    // What fits the width, signed or not.
+    static constexpr int64_t smallest = std::numeric_limits<std::make_signed_t<T>>::min();
+    static constexpr int64_t largest =
+        sizeof(T) < 8 ? static_cast<int64_t>(std::numeric_limits<std::make_unsigned_t<T>>::max()) : INT64_MAX;
+
     static bool get(SQVM* v, int64_t index, T& out) {
         int64_t value = 0;
-        return internal::getInteger(v, index, value) && convert(value, out);
-    }
-    // What fits the width, signed or not.
-    static bool convert(int64_t value, T& out) {
-        if constexpr (sizeof(T) < 8) {
-            if (value < std::numeric_limits<std::make_signed_t<T>>::min()) return false;
-            if (value > std::numeric_limits<std::make_unsigned_t<T>>::max()) return false;
-        }
+        if (!internal::getInteger(v, index, smallest, largest, value)) return false;
         out = static_cast<T>(value);
         return true;
     }
@@ -346,7 +344,11 @@ template <class T>
 bool Object::to(T& out) const {
     // Most numbers need no engine.
     if constexpr (std::integral<T> && !std::is_same_v<T, bool>) {
-        if (isInteger()) return Access<T>::convert(m_handle._unVal.nInteger, out);
+        const int64_t value = m_handle._unVal.nInteger;
+        if (isInteger() && value >= Access<T>::smallest && value <= Access<T>::largest) {
+            out = static_cast<T>(value);
+            return true;
+        }
     }
     SQVM* v = internal::currentEngine();
     if (!v) return false;
