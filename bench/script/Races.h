@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Work.h"
+#include "bench/value/Record.h"
 
 #include <benchmark/benchmark.h>
 
@@ -11,6 +12,8 @@
 //     void select(const char* loop)               a function of the script
 //     int64_t run(int64_t count)                  calls it
 //     int64_t callScript(int64_t a, int64_t b)    calls scriptAdd, by a handle
+//     void makeTable()                            the record as a table of the script
+//     bool takeTable()                            back from there; whether all is right
 namespace bench {
 
 template <class C>
@@ -32,6 +35,29 @@ void callScriptRace(benchmark::State& state) {
     int64_t sum = 0, count = 0;
     for (auto _ : state) sum += me.callScript(count++, 1);
     check(sum == count * (count + 1) / 2, C::name, "callScript");
+}
+
+template <class C>
+void makeTableRace(benchmark::State& state) {
+    C& me = contestant<C>();
+    for (auto _ : state) me.makeTable();
+}
+
+template <class C>
+void roundTripRace(benchmark::State& state) {
+    C& me = contestant<C>();
+    for (auto _ : state) {
+        me.makeTable();
+        check(me.takeTable(), C::name, "the round trip");
+    }
+}
+
+template <class C>
+bool addTableRaces() {
+    const std::string suffix = std::string("/") + C::name;
+    benchmark::RegisterBenchmark(("makeTable" + suffix).c_str(), [](auto& state) { makeTableRace<C>(state); });
+    benchmark::RegisterBenchmark(("makeAndTakeTable" + suffix).c_str(), [](auto& state) { roundTripRace<C>(state); });
+    return true;
 }
 
 template <class C>

@@ -1,4 +1,5 @@
 #include "Races.h"
+#include "kiv/data/Item.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/Functor.h"
 #include "kiv/script/VM.h"
@@ -22,10 +23,13 @@ public:
         bind("add", &bench::add);
         bench::check(m_vm.executeString(bench::squirrelSource, "bench"), name, "the script");
         m_add = function("scriptAdd");
+        encode(bench::Record());
     }
     void select(const char* loop) { m_loop = function(loop); }
     int64_t run(int64_t count) { return call(m_loop, count); }
     int64_t callScript(int64_t a, int64_t b) { return call(m_add, a, b); }
+    void makeTable() { m_record.getIterator().asSquirrel(m_table); }
+    bool takeTable() { return kiv::Item(m_table).getPlainSize() == m_record.getPlainSize(); } // in another order
     kivSq::VM& vm() { return m_vm; }
 
 private:
@@ -43,11 +47,32 @@ private:
         return result;
     }
 
+    void encode(const bench::Record& record) {
+        kiv::Item fields, window;
+        const auto add = [&](const char* key, const auto& value) {
+            fields.addString(key);
+            fields.add(value);
+        };
+        add("text", record.text.c_str());
+        add("series", record.series);
+        add("position", record.position);
+        add("time", record.time);
+        add("spacing", record.spacing);
+        add("digest", std::string(record.digest.begin(), record.digest.end()).c_str());
+        for (const int32_t value : record.window) window.add(value);
+        fields.addString("window");
+        fields.addItem(window);
+        m_record.addPrefix("table");
+        m_record.addItem(fields);
+    }
+
     kivSq::VM m_vm;
     kivSq::Functor m_loop, m_add;
+    kiv::Item m_record;
+    Object m_table;
 };
 
-[[maybe_unused]] const bool added = bench::addRaces<Kiv>();
+[[maybe_unused]] const bool added = bench::addRaces<Kiv>() && bench::addTableRaces<Kiv>();
 
 // A pass of the VM while all threads sleep.
 void sleepersPass(benchmark::State& state) {

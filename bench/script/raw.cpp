@@ -1,6 +1,7 @@
 #include "Races.h"
 #include "kiv/script/Engine.h"
 
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -130,7 +131,80 @@ public:
     int64_t run(int64_t count) { return call(m_loop, count); }
     int64_t callScript(int64_t a, int64_t b) { return call(m_add, a, b); }
 
+    void makeTable() {
+        sq_settop(m_vm, 0);
+        sq_newtable(m_vm);
+        put("text", [&] { pushText(m_record.text.data(), m_record.text.size()); });
+        put("series", [&] { sq_pushinteger(m_vm, m_record.series); });
+        put("position", [&] { sq_pushinteger(m_vm, m_record.position); });
+        put("time", [&] { sq_pushinteger(m_vm, m_record.time); });
+        put("spacing", [&] { sq_pushfloat(m_vm, m_record.spacing); });
+        put("digest", [&] { pushText(reinterpret_cast<const char*>(m_record.digest.data()), m_record.digest.size()); });
+        put("window", [&] {
+            sq_newarray(m_vm, 0);
+            for (const int32_t value : m_record.window) {
+                sq_pushinteger(m_vm, value);
+                sq_arrayappend(m_vm, -2);
+            }
+        });
+    }
+    bool takeTable() {
+        bench::Record back;
+        const bool isGood = get("text", [&] { return takeText(back.text); }) &&
+                            get("series", [&] { return take(m_vm, -1, back.series); }) &&
+                            get("position", [&] { return take(m_vm, -1, back.position); }) &&
+                            get("time", [&] { return take(m_vm, -1, back.time); }) &&
+                            get("spacing", [&] { return SQ_SUCCEEDED(sq_getfloat(m_vm, -1, &back.spacing)); }) &&
+                            get("digest", [&] { return takeDigest(back); }) &&
+                            get("window", [&] { return takeWindow(back); });
+        return isGood && bench::sumOf(back) == m_sum;
+    }
+
 private:
+    // ---- The record; its table is at the top.
+
+    template <class Push>
+    void put(const char* key, Push push) {
+        sq_pushstring(m_vm, key, -1);
+        push();
+        sq_rawset(m_vm, -3);
+    }
+    template <class Take>
+    bool get(const char* key, Take takeTop) {
+        sq_pushstring(m_vm, key, -1);
+        if (SQ_FAILED(sq_rawget(m_vm, -2))) return false;
+        const bool isGood = takeTop();
+        sq_poptop(m_vm);
+        return isGood;
+    }
+    void pushText(const char* text, size_t size) { sq_pushstring(m_vm, text, static_cast<SQInteger>(size)); }
+    bool takeText(std::string& out) {
+        const SQChar* text = nullptr;
+        if (SQ_FAILED(sq_getstring(m_vm, -1, &text))) return false;
+        out.assign(text, static_cast<size_t>(sq_getsize(m_vm, -1)));
+        return true;
+    }
+    bool takeDigest(bench::Record& out) {
+        const SQChar* text = nullptr;
+        if (SQ_FAILED(sq_getstring(m_vm, -1, &text))) return false;
+        if (sq_getsize(m_vm, -1) != static_cast<SQInteger>(out.digest.size())) return false;
+        std::memcpy(out.digest.data(), text, out.digest.size());
+        return true;
+    }
+    bool takeWindow(bench::Record& out) {
+        if (sq_getsize(m_vm, -1) != static_cast<SQInteger>(out.window.size())) return false;
+        for (size_t i = 0; i < out.window.size(); ++i) {
+            sq_pushinteger(m_vm, static_cast<SQInteger>(i));
+            int64_t value = 0;
+            if (SQ_FAILED(sq_rawget(m_vm, -2)) || !take(m_vm, -1, value)) return false;
+            out.window[i] = static_cast<int32_t>(value);
+            sq_poptop(m_vm);
+        }
+        return true;
+    }
+
+    // ---- Functions.
+
     // Into the class or table at the top.
     void enter(const char* what, SQFUNCTION function, SQInteger params) {
         sq_pushstring(m_vm, what, -1);
@@ -163,8 +237,10 @@ private:
 
     SQVM* const m_vm = sq_open(1024);
     HSQOBJECT m_loop, m_add;
+    const bench::Record m_record;
+    const int64_t m_sum = bench::sumOf(m_record);
 };
 
-[[maybe_unused]] const bool added = bench::addRaces<Raw>();
+[[maybe_unused]] const bool added = bench::addRaces<Raw>() && bench::addTableRaces<Raw>();
 
 } // namespace
