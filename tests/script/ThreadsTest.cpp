@@ -48,7 +48,7 @@ struct World {
         trace.push_back(std::to_string(id) + '.' + std::to_string(count));
         std::seed_seq mixed{seed, static_cast<unsigned>(id), static_cast<unsigned>(count)};
         std::mt19937 random(mixed);
-        const unsigned action = random() % 13, value = random() % 12;
+        const auto action = static_cast<unsigned>(random() % 13), value = static_cast<unsigned>(random() % 12);
         switch (action) {
         case 0:
             return {Wait::End};
