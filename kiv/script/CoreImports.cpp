@@ -4,7 +4,6 @@
 #include <string>
 
 namespace kivSq::internal {
-
 namespace {
 
 // `extra` is the namespace.
