@@ -45,11 +45,6 @@ inline bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t large
     return out >= smallest && out <= largest && (out != INT64_MIN || fitsInteger(v, index));
 }
 
-// The same, within bounds; `out` is changed in any case.
-inline bool getInteger(SQVM* v, SQInteger index, int64_t smallest, int64_t largest, int64_t& out) {
-    return getInteger(v, index, out) && out >= smallest && out <= largest;
-}
-
 // What an instance holds: of a counted class its kiv::Object, with a reference; of any other the value itself.
 template <class T>
 constexpr bool isCounted = std::is_base_of_v<kiv::Object, T>;
