@@ -226,6 +226,12 @@ const Item& bound(const ItemObject& self) {
     return self.item;
 }
 
+// Others could not be written to files.
+const Item& writable(const ItemObject& self) {
+    if (!bound(self).isCleanKey()) throw std::runtime_error("the item is not fit to be a key");
+    return self.item;
+}
+
 using Neighbour = bool (Item::*)(Item& out) const;
 
 // A new item with the same store, or null.
@@ -273,30 +279,26 @@ void bindTree(Class<ItemObject>& item) {
         .method(
             "exists", +[](ItemObject& self) { return bound(self).exists(); })
         .method(
-            "store",
-            +[](ItemObject& self, const Item& value) {
-                if (!bound(self).isCleanKey()) throw std::runtime_error("the item is not fit to be a key");
-                self.item.store(value);
-            })
+            "store", +[](ItemObject& self, const Item& value) { writable(self).store(value); })
         .method("remove", &forward<&Item::remove>)
         .method("begin", &forward<&Item::begin>)
         .method("commit", &forward<&Item::commit>)
         .method("rollback", &forward<&Item::rollback>)
         .method(
-            "copyValueFrom", +[](ItemObject& self, const ItemObject& key) { bound(self).copyValueFrom(bound(key)); })
+            "copyValueFrom", +[](ItemObject& self, const ItemObject& key) { writable(self).copyValueFrom(bound(key)); })
         .method(
             "copyChildrenRecursive",
-            +[](ItemObject& self, const ItemObject& from) { bound(self).copyChildrenRecursive(bound(from)); })
+            +[](ItemObject& self, const ItemObject& from) { writable(self).copyChildrenRecursive(bound(from)); })
         .method(
             "createUniqueInteger",
             +[](ItemObject& self) {
                 Item out(self.item.getStore());
-                bound(self).createUniqueInteger(out);
+                writable(self).createUniqueInteger(out);
                 return ItemObject(out);
             })
         .method(
-            "archive",
-            +[](ItemObject& self, const char* name, const ItemObject& key) { bound(self).archive(name, bound(key)); })
+            "archive", +[](ItemObject& self, const char* name,
+                           const ItemObject& key) { writable(self).archive(name, bound(key)); })
         .method(
             "archiveDeleteBefore", +[](ItemObject& self, int64_t time) { bound(self).archiveDeleteBefore(time); });
 }
