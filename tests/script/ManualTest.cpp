@@ -1,4 +1,5 @@
 #include "kiv/core/Clock.h"
+#include "kiv/data/PacketScheme.h"
 #include "kiv/script/Call.h"
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/VM.h"
@@ -175,6 +176,16 @@ bool runInThread(kivSq::VM& vm, const kivSq::Object& closure) {
     return isGood && !vm.threadsActive();
 }
 
+// The application's, in examples.
+struct PictureScheme : kiv::PacketScheme {
+    PictureScheme() : PacketScheme(4041, "Camera", "Picture", nullptr) {
+        Number<uint16_t>("width");
+        Numbers<int16_t>("origin", 2);
+        String("name", 20);
+        Item("meta", UpTo(1000));
+    }
+};
+
 // Runs a block in a VM of its own.
 void runBlock(Lines block, int firstLine, Manual& manual) {
     Run run;
@@ -183,7 +194,9 @@ void runBlock(Lines block, int firstLine, Manual& manual) {
     std::string source(static_cast<size_t>(firstLine - 1), '\n');
     for (const std::string& line : block) source += line + '\n';
 
+    const PictureScheme scheme;
     kivSq::VM vm;
+    kiv::CoreImports(&vm);
     addFunction(vm, "__reportValue", &reportValue);
     addFunction(vm, "__reportError", &reportError);
     addFunction(vm, "__reportLog", &reportLog);
