@@ -16,7 +16,7 @@ namespace {
 
 using kivSq::Object;
 
-constexpr unsigned shortWait = 1, longWait = 20; // milliseconds
+constexpr unsigned longestPause = 10; // milliseconds: what else the pump has to do does not wake it
 
 // Of standard output; main thread.
 bool g_isAtLineStart = true;
@@ -80,6 +80,7 @@ std::string compact(std::string_view text) {
 ScriptHost::ScriptHost() {
     logging::g_hideTimeInConsole = true;
     logging::g_hideVerboseOutputInConsole = true;
+    internal::writeStandardError({}); // has a console take UTF-8, from scripts as well
     m_sinkBefore = internal::setStandardOutputSink(this);
     System::initialize();
     System::catchInterrupts();
@@ -109,7 +110,7 @@ Vector<Object> ScriptHost::setArguments(const std::vector<std::string>& argument
 
 void ScriptHost::pump() {
     System::processEvents();
-    m_waker.wait(getVM().threadsActive() ? shortWait : longWait);
+    if (const unsigned pause = getVM().getIdleTime(longestPause)) m_waker.wait(pause);
 }
 
 void ScriptHost::print(std::string_view text) {
