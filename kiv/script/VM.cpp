@@ -272,6 +272,10 @@ bool VM::threadsActive() const {
     return !m_threads->isEmpty();
 }
 
+unsigned VM::getIdleTime(unsigned longest) const {
+    return m_threads->getIdleTime(longest);
+}
+
 VM::Thread* VM::getCurrentThread() const {
     return m_threads->getCurrent();
 }

@@ -91,6 +91,9 @@ public:
     void processEvents();
     bool isCurrentThreadsAsyncQueueAborting() const;
     bool threadsActive() const;
+    // How many milliseconds a loop around processEvents() may pause, at most `longest`: none when a thread wants to go
+    // on at once, until the first one that sleeps, or 1 when one waits for anything else.
+    unsigned getIdleTime(unsigned longest) const;
     // The script thread that is running; null outside processEvents().
     Thread* getCurrentThread() const;
     // For native functions, `return vm.suspend(v, ...)`: lets the script thread that calls wait for the condition; the

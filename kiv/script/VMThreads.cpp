@@ -7,6 +7,8 @@
 #include "kiv/script/HostCall.h"
 #include "kiv/script/StackGuard.h"
 
+#include <algorithm>
+
 namespace kivSq {
 namespace {
 
@@ -80,6 +82,17 @@ void VM::Threads::releaseSleepers() {
         m_sleepers.erase(m_sleepers.begin());
         m_awake[thread->number] = thread;
     }
+}
+
+unsigned VM::Threads::getIdleTime(unsigned longest) {
+    int64_t time = longest;
+    for (const auto& [number, thread] : m_awake) {
+        if (thread->condition.getKind() != WakeCondition::Kind::Function) return 0;
+        time = std::min<int64_t>(time, 1);
+    }
+    // Strictly after their time they wake.
+    if (!m_sleepers.empty()) time = std::min(time, m_sleepers.begin()->first.first + 1 - now());
+    return static_cast<unsigned>(std::max<int64_t>(time, 0));
 }
 
 void VM::Threads::wakeThreadsOf(const AsyncQueue& queue) {

@@ -35,6 +35,7 @@ public:
     void runPass();
     // Those that sleep are due from now on.
     void wakeThreadsOf(const AsyncQueue& queue);
+    unsigned getIdleTime(unsigned longest);
     bool isEmpty() const { return m_threads.empty(); }
     bool isInPass() const { return m_isInPass; }
     Thread* getCurrent() const { return m_current; }

@@ -296,10 +296,16 @@ struct ThreadsTest : testing::Test {
 
 TEST_F(ThreadsTest, SleepYieldAndForever) {
     run("std.async(function () { note(\"a\"); note(std.sleep(100)); note(\"b\") })");
+    EXPECT_EQ(vm.getIdleTime(1000), 0u); // it has not begun
     pass();
+    EXPECT_EQ(vm.getIdleTime(1000), 101u);
+    EXPECT_EQ(vm.getIdleTime(50), 50u);
     pass(100);
     EXPECT_THAT(notes, ElementsAre("a")); // strictly after
-    pass(1);
+    EXPECT_EQ(vm.getIdleTime(1000), 1u);
+    clock.advance(7); // overdue
+    EXPECT_EQ(vm.getIdleTime(1000), 0u);
+    pass();
     EXPECT_THAT(notes, ElementsAre("a", "null", "b"));
     EXPECT_FALSE(vm.threadsActive());
 
@@ -319,6 +325,7 @@ TEST_F(ThreadsTest, SleepYieldAndForever) {
     EXPECT_TRUE(vm.threadsActive()); // the one that sleeps for ever
     pass(int64_t{1} << 33);
     EXPECT_TRUE(vm.threadsActive());
+    EXPECT_EQ(vm.getIdleTime(1000), 1000u);
 }
 
 TEST_F(ThreadsTest, OnlyThreadsSuspend) {
@@ -444,6 +451,15 @@ TEST_F(ThreadsTest, EndsAreToldAndFailuresLogged) {
     start("for (local i = 0; i < 1000; i++) suspend(i); return 8");
     for (int i = 0; i < 1001; ++i) pass();
     EXPECT_THAT(notes, ElementsAre("8 good"));
+
+    // More arguments than that, which are there until the end.
+    constexpr const char* count = "std.sleep(1); return vargv.len() + vargv.top()";
+    const kiv::Vector<kivSq::Object> arguments(1000, kivSq::Object::from(7));
+    vm.createThread(vm.newClosure(count, static_cast<unsigned>(std::strlen(count)), "t"), arguments,
+                    [](const kivSq::Object& result, bool) { notes.emplace_back(result.describe().c_str()); });
+    pass();
+    pass(5);
+    EXPECT_EQ(notes.back(), "1007");
 }
 
 TEST_F(ThreadsTest, ConditionsGiveTheValueOrAnError) {
