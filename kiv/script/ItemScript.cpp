@@ -444,7 +444,7 @@ private:
     Outcome open(bool isTable, const uint8_t* at, const uint8_t* end) {
         if (m_depth == static_cast<unsigned>(Item::maximumDepth)) return Outcome::TooDeep;
         if (isTable) {
-            sq_newtable(m_vm);
+            sq_newtableex(m_vm, countElements(at, end) / 2);
         } else {
             sq_newarray(m_vm, 0);
         }
@@ -455,6 +455,17 @@ private:
         frame.hasKey = false;
         frame.pairs = 0;
         return Outcome::Container;
+    }
+    // Up to a limit: larger tables grow as they are filled.
+    static SQInteger countElements(const uint8_t* at, const uint8_t* end) {
+        constexpr SQInteger most = 64;
+        SQInteger count = 0;
+        for (; count < most; ++count) {
+            const unsigned size = sizeOf(at, end);
+            if (size == 0) break;
+            at += size;
+        }
+        return count;
     }
     void pushText(const uint8_t* text, unsigned size) {
         sq_pushstring(m_vm, reinterpret_cast<const SQChar*>(text), size);
