@@ -165,19 +165,25 @@ private:
     }
 
     void writeArray(const HSQOBJECT& array) {
-        const StackGuard guard(m_vm);
-        sq_pushobject(m_vm, array);
-        const SQInteger size = sq_getsize(m_vm, -1);
-        for (SQInteger i = 0; i < size; ++i) {
-            sq_pushinteger(m_vm, i);
-            sq_rawget(m_vm, -2);
-            const HSQOBJECT element = objectAt(-1);
-            sq_poptop(m_vm);
+        SQInteger size = 0;
+        HSQOBJECT element;
+        for (SQInteger i = 0; elementOf(array, i, element); size = ++i) {
             m_path.back().step = fmt::format("[{}]", i);
             next(i == 0);
             write(element);
         }
         endOf(size == 0);
+    }
+
+    // Leaves nothing on the engine's stack, which has not the room for a value of each level.
+    bool elementOf(const HSQOBJECT& array, SQInteger index, HSQOBJECT& out) {
+        const StackGuard guard(m_vm);
+        sq_pushobject(m_vm, array);
+        if (index >= sq_getsize(m_vm, -1)) return false;
+        sq_pushinteger(m_vm, index);
+        sq_rawget(m_vm, -2);
+        out = objectAt(-1);
+        return true;
     }
 
     void writeTable(const HSQOBJECT& table) {

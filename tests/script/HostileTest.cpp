@@ -58,6 +58,16 @@ protected:
     kivSq::VM vm;
 };
 
+// From every place of the engine's stack, of which natives have 15 slots.
+TEST_F(HostileTest, DeepValuesNearTheEndOfTheStack) {
+    EXPECT_EQ(run("function at(n, f) { return n > 0 ? at(n - 1, f) + 1 : f() }\n"
+                  "local deep = 0; for (local i = 0; i < 128; i++) deep = [deep]\n"
+                  "local whole = std.encode_json(deep)\n"
+                  "r = 0; for (local i = 0; i < 300; i++) r += at(i, function () {"
+                  "return std.encode_json(std.decode_json(whole)) == whole ? 0 : 1 }) - i"),
+              "0");
+}
+
 TEST_F(HostileTest, SizesAndIndices) {
     expectAll({
         {"array(-1)", "error: array size -1 is negative"},
