@@ -90,6 +90,8 @@ private:
 
 SQInteger run(SQVM* v, const kiv::platform::Command& command, ScriptCommand::Output output) {
     VM& vm = requireVM();
+    for (const std::string& argument : command.arguments)
+        if (argument.find('\0') != std::string::npos) return sq_throwerror(v, "argument 1: it holds a zero byte");
     const auto child = kiv::makeObject<ScriptCommand>(output);
     if (!child->start(command)) return sq_throwerror(v, "the program can't be started");
     const SQInteger result = vm.suspend(v, WakeCondition([child](SQVM* engine) {

@@ -73,14 +73,15 @@ TEST_F(ProcessFunctionsTest, ProgramsGetTheirArgumentsAsTheyAre) {
     EXPECT_THAT(run("try { std.system_ext_array([child, \"flood\", \"70\"]) } catch (e) { note(e) }"),
                 ElementsAre("the program writes more than 64 MiB"));
 
-    EXPECT_THAT(
-        run("foreach (f in [@() std.system(1), @() std.system_ext([]), @() std.system_ext_array(\"x\"),"
-            "@() std.system_ext_array([]), @() std.system_ext_array([1]),"
-            "@() std.system_ext_array([\"no such program\"])]) try { f(); note(\"none\") } catch (e) { note(e) }"),
-        ElementsAre("argument 1: expected string, got integer", "argument 1: expected string, got array",
-                    "argument 1: expected array of strings, got string",
-                    "argument 1: expected array of strings, got array", "argument 1: expected array of strings",
-                    "the program can't be started"));
+    EXPECT_THAT(run("foreach (f in [@() std.system(1), @() std.system_ext([]), @() std.system_ext_array(\"x\"),"
+                    "@() std.system_ext_array([]), @() std.system_ext_array([1]),"
+                    "@() std.system_ext_array([\"no such program\"]), @() std.system(\"a\\x00b\"),"
+                    "@() std.system_ext_array([child, \"\\x00\"])]) try { f(); note(\"none\") } catch (e) { note(e) }"),
+                ElementsAre("argument 1: expected string, got integer", "argument 1: expected string, got array",
+                            "argument 1: expected array of strings, got string",
+                            "argument 1: expected array of strings, got array", "argument 1: expected array of strings",
+                            "the program can't be started", "argument 1: it holds a zero byte",
+                            "argument 1: it holds a zero byte"));
 }
 
 TEST_F(ProcessFunctionsTest, AnAbortOrTheEndOfTheVMEndsTheChild) {
