@@ -60,9 +60,15 @@ void VM::Threads::runPass() {
             run(*thread);
         }
     }
-    if (!m_threads.empty() || m_ended < endedBeforeCollection || isEngineGone()) return;
+    if (m_ended < endedBeforeCollection || isEngineGone() || getIdleTime(1) == 0) return;
     m_ended = 0;
-    sq_collectgarbage(m_vm);
+    collectGarbage();
+}
+
+// Nothing runs meanwhile, whatever the release hooks do.
+int64_t VM::Threads::collectGarbage() {
+    const Scoped pass(m_isInPass, true);
+    return sq_collectgarbage(m_vm);
 }
 
 // The first one behind that place.

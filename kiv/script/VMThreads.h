@@ -36,6 +36,8 @@ public:
     // Those that sleep are due from now on.
     void wakeThreadsOf(const AsyncQueue& queue);
     unsigned getIdleTime(unsigned longest);
+    // Requires: no script runs.
+    int64_t collectGarbage();
     bool isEmpty() const { return m_threads.empty(); }
     bool isInPass() const { return m_isInPass; }
     Thread* getCurrent() const { return m_current; }

@@ -491,7 +491,8 @@ TEST_F(ThreadsTest, ConditionsGiveTheValueOrAnError) {
 }
 
 TEST_F(ThreadsTest, ManyThatHaveEndedMakeACollection) {
-    run("std.async(function () { local t = {}; t.self <- t; witness <- t.weakref() })");
+    run("std.async(@() std.sleep_forever()); std.async(function () { local t = {}; t.self <- t; witness <- t.weakref() "
+        "})");
     pass();
     run("note(witness != null); q <- std.queue(100); for (local i = 0; i < 10000; i++) q.push(@() null)");
     pass();
