@@ -3,7 +3,7 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/files/File.h"
 #include "kiv/logging/MessageStream.h"
-#include "kiv/script/Call.h"
+#include "kiv/script/NativeFunction.h"
 
 #include <filesystem>
 
@@ -15,8 +15,7 @@ using kiv::logging::MessageStream;
 // A module lies below a search path.
 bool isModuleName(std::string_view name) {
     if (name.empty() || name.front() == '/' || name.front() == '\\') return false;
-    return name.find("..") == std::string_view::npos && name.find(':') == std::string_view::npos &&
-           name.find('\0') == std::string_view::npos;
+    return name.find("..") == std::string_view::npos && name.find(':') == std::string_view::npos;
 }
 
 bool isFile(const std::string& path) {
@@ -29,7 +28,7 @@ bool isFile(const std::string& path) {
 void VM::Imports::import(VM& vm, const std::string& name) {
     // First of all, so that a module that fails, or imports itself, is not tried again.
     if (!names.insert(name).second) return;
-    if (const auto found = callbacks.find(name); found != callbacks.end()) {
+    if (const auto found = callbacks.find(name); found != callbacks.end() && found->second.function) {
         const Callback callback = found->second;
         callback.function(&vm, callback.extra.c_str());
     } else {
@@ -87,7 +86,10 @@ namespace internal {
 void addImportFunction(SQVM* v, const Object& root) {
     const StackGuard guard(v);
     pushFunction(
-        v, "import", +[](const std::string& name) { VM::current()->import(name.c_str()); });
+        v, "import", +[](const std::string& name) {
+            if (name.find('\0') != std::string::npos) throw std::invalid_argument("argument 1: it holds a zero byte");
+            requireVM().import(name.c_str());
+        });
     root.set("import", Object(v, -1));
 }
 
