@@ -1,8 +1,8 @@
 #include "kiv/script/VMOutput.h"
 
 #include "kiv/logging/MessageStream.h"
+#include "kiv/script/Access.h"
 #include "kiv/script/HostCall.h"
-#include "kiv/script/StackGuard.h"
 #include "kiv/script/TypeName.h"
 
 #include <fmt/format.h>
@@ -54,18 +54,21 @@ const char* orUnknown(const char* text) {
     return text ? text : "unknown";
 }
 
-void compilerError(SQVM*, const SQChar* description, const SQChar* source, SQInteger line, SQInteger) {
-    MessageStream(3, 2) << "[SQ.COMPILER] " << orUnknown(source) << '(' << line << "): " << orUnknown(description);
+void compilerError(SQVM*, const SQChar* description, const SQChar* source, SQInteger line, SQInteger) noexcept {
+    try {
+        MessageStream(3, 2) << "[SQ.COMPILER] " << orUnknown(source) << '(' << line << "): " << orUnknown(description);
+    } catch (...) { // out of memory
+    }
 }
 
-std::string errorText(SQVM* v) {
-    const SQChar* text = nullptr;
-    if (sq_gettop(v) < 2 || SQ_FAILED(sq_getstring(v, 2, &text))) return "unknown";
-    return text;
+// Whole, with what is behind a zero.
+std::string_view errorText(SQVM* v, SQInteger index) {
+    std::string_view text;
+    return sq_gettop(v) >= index && Access<std::string_view>::get(v, index, text) ? text : "unknown";
 }
 
 SQInteger runtimeError(SQVM* v) {
-    MessageStream(3, 2) << "[SQ.INTERPRETER] " << errorText(v) << '\n' << callStackText(v);
+    MessageStream(3, 2) << "[SQ.INTERPRETER] " << errorText(v, 2) << '\n' << callStackText(v);
     return 0;
 }
 
@@ -111,9 +114,7 @@ std::string callStackText(SQVM* v) {
 void logNativeFailure(SQVM* v) {
     const StackGuard guard(v);
     sq_getlasterror(v);
-    const SQChar* text = nullptr;
-    if (SQ_FAILED(sq_getstring(v, -1, &text))) text = "unknown";
-    MessageStream(3, 2) << "[SQ.INTERPRETER] " << text << '\n' << callStackText(v);
+    MessageStream(3, 2) << "[SQ.INTERPRETER] " << errorText(v, -1) << '\n' << callStackText(v);
 }
 
 void installOutput(SQVM* v) {
