@@ -77,7 +77,7 @@ bool withPushed(const Object& object, SQObjectType type, Function function) {
 
 } // namespace
 
-Object::Object(const HSQOBJECT& handle) : m_handle(handle) {
+Object::Object(const HSQOBJECT& handle) : m_handle(handle), m_engine(currentNumber()) {
     if (!ISREFCOUNTED(handle._type)) return;
     if (SQVM* v = currentEngine()) {
         sq_addref(v, &m_handle);
@@ -87,7 +87,7 @@ Object::Object(const HSQOBJECT& handle) : m_handle(handle) {
 }
 
 void Object::release() {
-    internal::releaseHandle(m_handle);
+    internal::releaseHandle(m_handle, m_engine);
     m_handle = none();
 }
 
