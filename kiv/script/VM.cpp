@@ -63,6 +63,14 @@ void registerInto(SQVM* v, const Object& table, SQRESULT (*library)(SQVM*)) {
     library(v);
 }
 
+// For natives of others, which may throw: the type tag of their data is the function.
+SQInteger callWithData(SQVM* v) noexcept {
+    SQUserPointer data = nullptr;
+    SQUserPointer tag = nullptr;
+    sq_getuserdata(v, -1, &data, &tag);
+    return internal::guarded(v, [v, tag] { return reinterpret_cast<SQFUNCTION>(tag)(v); });
+}
+
 } // namespace
 
 VM* VM::current() {
@@ -71,6 +79,15 @@ VM* VM::current() {
 
 VM::VM() : m_vm(sq_open(initialStack)) {
     internal::installEngine(m_vm, this);
+    try {
+        build();
+    } catch (...) { // out of memory
+        closeEngine();
+        throw;
+    }
+}
+
+void VM::build() {
     sq_enabledebuginfo(m_vm, SQTrue);
     sq_setsharedforeignptr(m_vm, this);
     m_threads = std::make_unique<Threads>(m_vm);
@@ -101,14 +118,20 @@ VM::~VM() {
     if (isRunning()) {
         MessageStream(4, 2) << "[SQ] the VM is destroyed inside a running script";
         internal::uninstallEngine();
+        sq_setsharedforeignptr(m_vm, nullptr);
         AdapterData::forgetAll(); // another VM binds its own classes
         // Still in use further up.
         static auto* const abandoned = new std::vector<std::pair<std::unique_ptr<Threads>, std::unique_ptr<Imports>>>;
         abandoned->emplace_back(std::move(m_threads), std::move(m_imports));
         return;
     }
-    AdapterData::forgetAll();
+    closeEngine();
+}
+
+// What runs at the end of script values finds no VM any more.
+void VM::closeEngine() {
     internal::uninstallEngine();
+    AdapterData::forgetAll();
     sq_close(m_vm);
 }
 
@@ -121,7 +144,7 @@ bool VM::isRunning() const {
 }
 
 int64_t VM::collectGarbage() {
-    return isRunning() ? 0 : sq_collectgarbage(m_vm);
+    return isRunning() ? 0 : m_threads->collectGarbage();
 }
 
 // ---- Values.
@@ -160,6 +183,7 @@ Object VM::newClosure(const char* source, unsigned length, const char* name) con
     const StackGuard guard(m_vm);
     if (const char* reason = internal::refuseSource(source, length)) {
         MessageStream(3, 2) << "[SQ.COMPILER] " << name << ": " << reason;
+        sq_throwerror(m_vm, reason);
         return {};
     }
     sq_reseterror(m_vm);
@@ -189,7 +213,8 @@ Object VM::newClosure(SQFUNCTION function, const void* userData, size_t userData
     const StackGuard guard(m_vm);
     void* const copy = sq_newuserdata(m_vm, userDataSize);
     if (userDataSize > 0) std::memcpy(copy, userData, userDataSize);
-    sq_newclosure(m_vm, function, 1);
+    sq_settypetag(m_vm, -1, reinterpret_cast<SQUserPointer>(function));
+    sq_newclosure(m_vm, &callWithData, 1);
     return Object(m_vm, -1);
 }
 
@@ -235,7 +260,10 @@ bool VM::executeFile(const char* path) {
 kiv::String VM::getLastError() const {
     const StackGuard guard(m_vm);
     sq_getlasterror(m_vm);
-    return sq_gettype(m_vm, -1) == OT_NULL ? kiv::String() : kiv::String(internal::describeValue(m_vm, -1).c_str());
+    kiv::String text;
+    if (sq_gettype(m_vm, -1) != OT_NULL && !Access<kiv::String>::get(m_vm, -1, text))
+        text = internal::describeValue(m_vm, -1).c_str();
+    return text;
 }
 
 // ---- Script threads: see VMThreads.cpp. Imports: see VMImports.cpp.

@@ -50,7 +50,7 @@ public:
     // What ClosureInterface::getBytecode() has given. Null, and logged, when the bytes can't be loaded. The engine does
     // not verify bytecode: damaged bytes can crash the process, so only load what you have written.
     Object newClosure(const kiv::ConstByteSpan& bytecode) const;
-    // A native function with a copy of these bytes as its one free variable.
+    // A native function with a copy of these bytes as its one free variable. What it throws is a script error.
     Object newClosure(SQFUNCTION function, const void* userData, size_t userDataSize) const;
     // Calls the class of this name, a path such as "kiv.GUID" from the root table on. Null, and logged, when there is
     // none or it fails.
@@ -113,6 +113,9 @@ private:
     friend class ImportLibrary;
     class Threads;
     class Imports;
+
+    void build();
+    void closeEngine();
 
     SQVM* m_vm;
     std::unique_ptr<Threads> m_threads;

@@ -12,6 +12,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -89,6 +90,10 @@ TEST_F(VMTest, CallbacksMayImportAndRegister) {
     EXPECT_TRUE(run("import(\"app.Outer\"); import(\"app.Outer\"); import(\"app.Inner\")"));
     EXPECT_EQ(takeOut(), "inner outer");
     EXPECT_TRUE(log.take().empty());
+    EXPECT_TRUE(run("import(\"7\")")); // registered with no function
+    EXPECT_EQ(log.takeOne(), "no import found for <7>");
+    EXPECT_TRUE(run("try { import(\"app.Inner\\x00\") } catch (e) { out.append(e) }"));
+    EXPECT_EQ(takeOut(), "argument 1: it holds a zero byte");
 }
 
 TEST_F(VMTest, ErrorsAreLoggedOnceAndLeaveAUsableVM) {
@@ -105,10 +110,22 @@ TEST_F(VMTest, ErrorsAreLoggedOnceAndLeaveAUsableVM) {
     EXPECT_TRUE(run("try { throw \"caught\" } catch (e) {}"));
     EXPECT_TRUE(vm->getLastError().empty()) << vm->getLastError();
     EXPECT_TRUE(run("import; 5") && log.take().empty());
-    vm->getRootTable().set("fail",
-                           vm->newClosure([](SQVM* v) -> SQInteger { return sq_throwerror(v, "native"); }, "", 0));
+    // Whole, and of the last one.
+    EXPECT_FALSE(run("throw std.encode_json(array(150, 1)) + \"\\x00.\""));
+    EXPECT_EQ(vm->getLastError().size(), 303u);
+    EXPECT_THAT(log.take().front(), EndsWith(std::string("1]\0.", 4)));
+    EXPECT_FALSE(run(std::string(300, '(')));
+    EXPECT_STREQ(vm->getLastError().c_str(), "the source is nested too deeply");
+    EXPECT_EQ(log.takeOne(), "[SQ.COMPILER] t: the source is nested too deeply");
+    const auto fail = [](SQVM* v) -> SQInteger {
+        SQUserPointer text = nullptr;
+        sq_getuserdata(v, -1, &text, nullptr);
+        throw std::runtime_error(static_cast<const char*>(text));
+    };
+    vm->getRootTable().set("fail", vm->newClosure(fail, "native", 7));
     EXPECT_FALSE(run("fail()"));
     EXPECT_THAT(log.take(), testing::Contains("[SQ.INTERPRETER] native").Times(1));
+    EXPECT_TRUE(run("for (local i = 0; i < 60; i++) try fail() catch (e) {}"));
     for (int i = 0; i < 60; ++i) run(i % 2 == 0 ? "throw i" : "local a = 1; return a");
     EXPECT_EQ(sq_gettop(vm->getSquirrelVM()), top);
     EXPECT_TRUE(run("out.append(1)") && takeOut() == "1");
@@ -131,7 +148,16 @@ TEST_F(VMTest, HandlesAreReleasedOnOtherThreadsAndAfterTheVM) {
     vm.reset();
     EXPECT_EQ(kivSq::VM::current(), nullptr);
     EXPECT_TRUE(leftOver.get("out").isNull());
+    // Also while there is another one.
+    kivSq::Object moved = kivSq::Object(leftOver);
+    vm = std::make_unique<kivSq::VM>();
+    EXPECT_TRUE(run("out <- []"));
+    EXPECT_TRUE(leftOver.get("out").isNull() && kivSq::Object(leftOver).isNull());
+    vm->getRootTable().set("old", leftOver);
+    EXPECT_TRUE(run("out.append(old)") && takeOut() == "null");
+    std::thread([taken = std::move(moved)]() mutable { taken = {}; }).join();
     leftOver = {};
+    vm->processEvents();
 }
 
 TEST_F(VMTest, DestroyingItInAScriptIsRefused) {
@@ -139,8 +165,8 @@ TEST_F(VMTest, DestroyingItInAScriptIsRefused) {
     static std::unique_ptr<kivSq::VM>* owner;
     owner = &vm;
     add("destroy", [] { owner->reset(); });
-    for (const char* code :
-         {"destroy(); out.append(1)", "std.async(function () { destroy(); std.sleep(1) }); pump <- 1"}) {
+    for (const char* code : {"destroy(); out.append(1); try import(\"m\") catch (e) {}",
+                             "std.async(function () { destroy(); std.sleep(1) }); pump <- 1"}) {
         kivSq::VM& before = *vm;
         EXPECT_TRUE(run(code));
         if (vm) before.processEvents();
