@@ -2,7 +2,7 @@
 #include "kiv/data/Item.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/Functor.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/NativeTable.h"
 
 namespace {
 
@@ -34,10 +34,7 @@ public:
 
 private:
     void bind(const char* what, int64_t (*native)(int64_t, int64_t)) {
-        SQVM* const v = m_vm.getSquirrelVM();
-        const kivSq::StackGuard guard(v);
-        kivSq::internal::pushFunction(v, what, native);
-        m_vm.getRootTable().set(what, Object(v, -1));
+        kivSq::internal::NativeTable(m_vm.getSquirrelVM(), m_vm.getRootTable()).carried(what, native);
     }
     kivSq::Functor function(const char* what) const { return kivSq::Functor(m_vm.getRootTable().get(what)); }
     template <class... Arguments>

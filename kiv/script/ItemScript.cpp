@@ -7,6 +7,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/script/Access.h"
 #include "kiv/script/StackGuard.h"
+#include "kiv/script/TypeName.h"
 #include "kiv/script/VM.h"
 
 #include <cstring>
@@ -14,6 +15,7 @@
 namespace kivSq {
 namespace {
 
+using internal::handleAt;
 using kiv::GUID;
 using kiv::Item;
 using kiv::Trust;
@@ -24,12 +26,6 @@ using kiv::internal::storeUnaligned;
 constexpr const char* tooDeep = "nested deeper than 128 levels";
 constexpr const char* tablePrefix = "table";
 constexpr const char* codePrefix = "squirrel";
-
-HSQOBJECT handleAt(SQVM* v, SQInteger index) {
-    HSQOBJECT handle;
-    sq_getstackobj(v, index, &handle);
-    return handle;
-}
 
 bool isContainer(SQObjectType type) {
     return type == OT_TABLE || type == OT_ARRAY;

@@ -1,7 +1,6 @@
 #include "kiv/core/Containers.h"
 #include "kiv/data/JSONText.h"
 #include "kiv/script/Libraries.h"
-#include "kiv/script/NativeFunction.h"
 #include "kiv/script/NativeTable.h"
 #include "kiv/script/TypeName.h"
 
@@ -207,7 +206,7 @@ private:
         sq_pushobject(m_vm, table);
         sq_pushnull(m_vm);
         while (SQ_SUCCEEDED(sq_next(m_vm, -2))) {
-            slots.push_back({nameOf(objectAt(-2)), objectAt(-1)});
+            slots.push_back({nameOf(handleAt(m_vm, -2)), handleAt(m_vm, -1)});
             sq_pop(m_vm, 2);
         }
         std::sort(slots.begin(), slots.end(), [](const Slot& a, const Slot& b) { return a.name < b.name; });
@@ -220,11 +219,6 @@ private:
         fail("has a key of type " + typeOf(key));
     }
 
-    HSQOBJECT objectAt(SQInteger index) {
-        HSQOBJECT object;
-        sq_getstackobj(m_vm, index, &object);
-        return object;
-    }
     std::string_view textOf(const HSQOBJECT& text) {
         const StackGuard guard(m_vm);
         sq_pushobject(m_vm, text);

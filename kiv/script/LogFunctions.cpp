@@ -30,7 +30,6 @@ constexpr Kind kinds[] = {
 
 template <size_t kind>
 SQInteger log(SQVM* v) {
-    if (sq_gettop(v) != 2) return sq_throwerror(v, "wrong number of parameters");
     // A metamethod of the script's may run here.
     if (SQ_FAILED(sq_tostring(v, 2))) return SQ_ERROR;
     std::string_view text;
@@ -41,7 +40,7 @@ SQInteger log(SQVM* v) {
 
 template <size_t... all>
 void addKinds(NativeTable functions, std::index_sequence<all...>) {
-    (functions.native(kinds[all].name, &callNative<&log<all>>), ...);
+    (functions.plain<&log<all>>(kinds[all].name, 2), ...);
 }
 
 } // namespace

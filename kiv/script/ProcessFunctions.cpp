@@ -2,7 +2,7 @@
 #include "kiv/platform/Shell.h"
 #include "kiv/process/Process.h"
 #include "kiv/script/Libraries.h"
-#include "kiv/script/NativeFunction.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/VMThread.h"
 
 namespace kivSq::internal {
@@ -118,7 +118,7 @@ SQInteger runShell(SQVM* v) {
 SQInteger runProgram(SQVM* v) {
     std::vector<std::string> arguments;
     for (const Object& value : Object(v, 2).asArray().getValues())
-        if (!value.to(arguments.emplace_back())) return sq_throwerror(v, "argument 1: expected array of strings");
+        if (!value.to(arguments.emplace_back())) return throwMismatch(v, 1, "array of strings", 2);
     if (arguments.empty()) return throwMismatch(v, 1, "array of strings", 2);
     return run(v, kiv::platform::programCommand(arguments), ScriptCommand::Output::Result);
 }
@@ -126,9 +126,10 @@ SQInteger runProgram(SQVM* v) {
 } // namespace
 
 void addProcessFunctions(SQVM* v, const Object& table) {
-    addNative<&runShell<ScriptCommand::Output::Log>>(v, table, "system", 2);
-    addNative<&runShell<ScriptCommand::Output::Result>>(v, table, "system_ext", 2);
-    addNative<&runProgram>(v, table, "system_ext_array", 2);
+    NativeTable(v, table)
+        .plain<&runShell<ScriptCommand::Output::Log>>("system", 2)
+        .plain<&runShell<ScriptCommand::Output::Result>>("system_ext", 2)
+        .plain<&runProgram>("system_ext_array", 2);
 }
 
 } // namespace kivSq::internal

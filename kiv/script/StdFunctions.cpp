@@ -52,7 +52,6 @@ SQInteger trWithFallback(SQVM* v) {
 }
 
 SQInteger showContext(SQVM* v) {
-    if (sq_gettop(v) != 1) return sq_throwerror(v, "wrong number of parameters");
     kiv::logging::MessageStream(1, 2) << callStackText(v);
     return 0;
 }
@@ -61,9 +60,9 @@ SQInteger showContext(SQVM* v) {
 
 void addStdFunctions(SQVM* v, const Object& table) {
     NativeTable(v, table)
-        .carried("tr", &tr)
-        .carried("tr_l", &trWithFallback)
-        .native("dbg_showcontext", &callNative<&showContext>);
+        .carried("tr", &tr, -2)
+        .carried("tr_l", &trWithFallback, -3)
+        .plain<&showContext>("dbg_showcontext", 1);
 }
 
 } // namespace kivSq::internal

@@ -60,10 +60,10 @@ void addStringFunctions(SQVM* v, const Object& table) {
         .carried("append_to_file", &appendToFile)
         .carried("write_to_file", &writeToFile)
         .carried("read_from_file", &readFromFile)
-        .native("utf8_lowercase", &callNative<&convert<&String::utf8_lowercase>>)
-        .native("utf8_uppercase", &callNative<&convert<&String::utf8_uppercase>>)
-        .native("utf8_escape_filepath", &callNative<&convert<&String::utf8_escape_filepath>>)
-        .native("trim_spaces", &callNative<&convert<&String::trim_spaces>>);
+        .plain<&convert<&String::utf8_lowercase>>("utf8_lowercase", 0)
+        .plain<&convert<&String::utf8_uppercase>>("utf8_uppercase", 0)
+        .plain<&convert<&String::utf8_escape_filepath>>("utf8_escape_filepath", 0)
+        .plain<&convert<&String::trim_spaces>>("trim_spaces", 0);
 }
 
 } // namespace kivSq::internal

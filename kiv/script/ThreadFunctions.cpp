@@ -3,7 +3,7 @@
 #include "kiv/script/Class.h"
 #include "kiv/script/Functor.h"
 #include "kiv/script/Libraries.h"
-#include "kiv/script/NativeFunction.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/VMThreads.h"
 
 #include <algorithm>
@@ -59,13 +59,8 @@ SQInteger makeQueue(SQVM* v) {
     return Access<AsyncQueue*>::push(v, queue.get()) ? 1 : SQ_ERROR;
 }
 
-SQInteger getCurrentQueue(SQVM* v) {
-    return Access<AsyncQueue*>::push(v, currentQueue()) ? 1 : SQ_ERROR;
-}
-
-SQInteger isCurrentQueueAborting(SQVM* v) {
-    sq_pushbool(v, requireVM().isCurrentThreadsAsyncQueueAborting() ? SQTrue : SQFalse);
-    return 1;
+bool isCurrentQueueAborting() {
+    return requireVM().isCurrentThreadsAsyncQueueAborting();
 }
 
 // In place of the engine's, which in the main VM would end what runs there without a word. In a script thread it is
@@ -80,14 +75,15 @@ SQInteger suspend(SQVM* v) {
 } // namespace
 
 void addThreadFunctions(SQVM* v, const Object& table) {
-    addNative<&sleep>(v, table, "sleep", 2);
-    addNative<&sleepForever>(v, table, "sleep_forever", 1);
-    addNative<&yield>(v, table, "yield", 1);
-    addNative<&async>(v, table, "async", -2);
-    addNative<&makeQueue>(v, table, "queue", -1);
-    addNative<&getCurrentQueue>(v, table, "get_current_queue", 1);
-    addNative<&isCurrentQueueAborting>(v, table, "current_queue_is_aborting", 1);
-    addNative<&suspend>(v, requireVM().getRootTable(), "suspend", -1);
+    NativeTable(v, table)
+        .plain<&sleep>("sleep", 2)
+        .plain<&sleepForever>("sleep_forever", 1)
+        .plain<&yield>("yield", 1)
+        .plain<&async>("async", -2)
+        .carried("queue", &makeQueue, -1)
+        .plain<&currentQueue>("get_current_queue")
+        .carried("current_queue_is_aborting", &isCurrentQueueAborting);
+    NativeTable(v, requireVM().getRootTable()).plain<&suspend>("suspend", -1);
     Class<AsyncQueue>(table, "AsyncQueue")
         .method(
             "push", +[](AsyncQueue& queue, const Functor& functor) { queue.push(functor.getClosure()); })

@@ -73,8 +73,7 @@ std::string typeNameAt(SQVM* v, SQInteger index) {
 
 std::string describeValue(SQVM* v, SQInteger index) {
     const SQObjectType type = sq_gettype(v, index);
-    HSQOBJECT handle;
-    sq_getstackobj(v, index, &handle);
+    const HSQOBJECT handle = handleAt(v, index);
     switch (type) {
     case OT_NULL:
         return "null";

@@ -6,6 +6,13 @@
 
 namespace kivSq::internal {
 
+// The value in a stack slot; takes no reference.
+inline HSQOBJECT handleAt(SQVM* v, SQInteger index) {
+    HSQOBJECT handle;
+    sq_getstackobj(v, index, &handle);
+    return handle;
+}
+
 const char* typeName(SQObjectType type);
 // Of the value in a stack slot; of a native instance the name of its class.
 std::string typeNameAt(SQVM* v, SQInteger index);

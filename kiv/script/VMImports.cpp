@@ -3,9 +3,10 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/files/File.h"
 #include "kiv/logging/MessageStream.h"
-#include "kiv/script/NativeFunction.h"
+#include "kiv/script/NativeTable.h"
 
-#include <filesystem>
+#include <algorithm>
+#include <stdexcept>
 
 namespace kivSq {
 namespace {
@@ -18,9 +19,9 @@ bool isModuleName(std::string_view name) {
     return name.find("..") == std::string_view::npos && name.find(':') == std::string_view::npos;
 }
 
-bool isFile(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::is_regular_file(std::u8string(path.begin(), path.end()), error);
+void importModule(const std::string& name) {
+    if (name.find('\0') != std::string::npos) throw std::invalid_argument("argument 1: it holds a zero byte");
+    internal::requireVM().import(name.c_str());
 }
 
 } // namespace
@@ -41,7 +42,7 @@ void VM::Imports::importFile(VM& vm, const std::string& name) const {
     if (isModuleName(name)) {
         for (const std::string& folder : searchPaths) {
             std::string candidate = folder + "/" + name + ".sq";
-            if (!isFile(candidate)) continue;
+            if (!kiv::File::exists(candidate)) continue;
             path = std::move(candidate);
             break;
         }
@@ -84,13 +85,7 @@ kiv::Vector<kiv::String> VM::ImportLibrary::getImported() const {
 namespace internal {
 
 void addImportFunction(SQVM* v, const Object& root) {
-    const StackGuard guard(v);
-    pushFunction(
-        v, "import", +[](const std::string& name) {
-            if (name.find('\0') != std::string::npos) throw std::invalid_argument("argument 1: it holds a zero byte");
-            requireVM().import(name.c_str());
-        });
-    root.set("import", Object(v, -1));
+    NativeTable(v, root).plain<&importModule>("import");
 }
 
 } // namespace internal

@@ -1,8 +1,6 @@
 #include "kiv/core/Clock.h"
 #include "kiv/data/PacketScheme.h"
-#include "kiv/script/Call.h"
-#include "kiv/script/StackGuard.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/NativeTable.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -90,13 +88,6 @@ function __value(line, f) { try { __reportValue(line, f()) } catch (e) { __repor
 function __error(line, f) { try { f(); __reportValue(line, null) } catch (e) { __reportError(line, "" + e) } }
 function __log(line, f) { try { __takeLog(); f(); __reportLog(line) } catch (e) { __reportError(line, "" + e) } }
 )";
-
-template <class Function>
-void addFunction(kivSq::VM& vm, const char* name, Function function) {
-    const kivSq::StackGuard guard(vm.getSquirrelVM());
-    kivSq::internal::pushFunction(vm.getSquirrelVM(), name, function);
-    vm.getRootTable().set(name, kivSq::Object(vm.getSquirrelVM(), -1));
-}
 
 // What the brackets and the comment of a line are, those in texts left out.
 struct Code {
@@ -196,12 +187,12 @@ void runBlock(Lines block, int firstLine, Manual& manual) {
 
     const PictureScheme scheme;
     kivSq::VM vm;
-    kiv::CoreImports(&vm);
-    addFunction(vm, "__reportValue", &reportValue);
-    addFunction(vm, "__reportError", &reportError);
-    addFunction(vm, "__reportLog", &reportLog);
-    addFunction(
-        vm, "__takeLog", +[] { g_run->log.take(); });
+    kivSq::internal::NativeTable(vm.getSquirrelVM(), vm.getRootTable())
+        .carried("__reportValue", &reportValue)
+        .carried("__reportError", &reportError)
+        .carried("__reportLog", &reportLog)
+        .carried(
+            "__takeLog", +[] { g_run->log.take(); });
     vm.executeString(helpers, "helpers");
     run.log.take();
 

@@ -1,8 +1,7 @@
 // Hunts: output that is lost or changed, quoting that changes arguments, scripts that wait for ever or not at all, and
 // children that outlive the thread that waits for them.
 #include "kiv/process/Process.h"
-#include "kiv/script/Call.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/NativeTable.h"
 #include "tests/support/Gate.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/TemporaryFolder.h"
@@ -19,11 +18,9 @@ const bool isWindows = std::string_view(KIV_TEST_CHILD).ends_with(".exe");
 struct ProcessFunctionsTest : testing::Test {
     ProcessFunctionsTest() {
         notes.clear();
-        SQVM* v = vm->getSquirrelVM();
-        const kivSq::StackGuard guard(v);
-        kivSq::internal::pushFunction(
-            v, "note", +[](const kivSq::Object& value) { notes.push_back(value.describe().c_str()); });
-        vm->getRootTable().set("note", kivSq::Object(v, -1));
+        kivSq::internal::NativeTable(vm->getSquirrelVM(), vm->getRootTable())
+            .carried(
+                "note", +[](const kivSq::Object& value) { notes.push_back(value.describe().c_str()); });
         vm->getRootTable().set("child", kivSq::Object::from(std::string(KIV_TEST_CHILD)));
     }
 
@@ -79,7 +76,8 @@ TEST_F(ProcessFunctionsTest, ProgramsGetTheirArgumentsAsTheyAre) {
                     "@() std.system_ext_array([child, \"\\x00\"])]) try { f(); note(\"none\") } catch (e) { note(e) }"),
                 ElementsAre("argument 1: expected string, got integer", "argument 1: expected string, got array",
                             "argument 1: expected array of strings, got string",
-                            "argument 1: expected array of strings, got array", "argument 1: expected array of strings",
+                            "argument 1: expected array of strings, got array",
+                            "argument 1: expected array of strings, got array",
                             "the program can't be started", "argument 1: it holds a zero byte",
                             "argument 1: it holds a zero byte"));
 }

@@ -2,8 +2,7 @@
 // are lost or kept at their end, and suspensions that stop something else than the thread.
 #include "kiv/core/Clock.h"
 #include "kiv/script/AsyncQueue.h"
-#include "kiv/script/Call.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/VMThread.h"
 #include "tests/support/LogLines.h"
 
@@ -270,11 +269,9 @@ TEST(ThreadsModel, APassLooksAtNoneThatSleeps) {
 struct ThreadsTest : testing::Test {
     ThreadsTest() {
         notes.clear();
-        SQVM* v = vm.getSquirrelVM();
-        const kivSq::StackGuard guard(v);
-        kivSq::internal::pushFunction(
-            v, "note", +[](const kivSq::Object& value) { notes.push_back(value.describe().c_str()); });
-        vm.getRootTable().set("note", kivSq::Object(v, -1));
+        kivSq::internal::NativeTable(vm.getSquirrelVM(), vm.getRootTable())
+            .carried(
+                "note", +[](const kivSq::Object& value) { notes.push_back(value.describe().c_str()); });
     }
 
     void run(const char* code) { EXPECT_TRUE(vm.executeString(code, "t")); }

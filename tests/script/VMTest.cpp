@@ -2,7 +2,7 @@
 // on the engine's stack, and handles, threads and VMs that outlive what they belong to.
 #include "kiv/script/VM.h"
 
-#include "kiv/script/Call.h"
+#include "kiv/script/NativeTable.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -21,9 +21,7 @@ struct VMTest : testing::Test {
 
     bool run(const std::string& code) { return vm->executeString(code.c_str(), "t"); }
     void add(const char* name, void (*function)()) {
-        const kivSq::StackGuard guard(vm->getSquirrelVM());
-        kivSq::internal::pushFunction(vm->getSquirrelVM(), name, function);
-        vm->getRootTable().set(name, kivSq::Object(vm->getSquirrelVM(), -1));
+        kivSq::internal::NativeTable(vm->getSquirrelVM(), vm->getRootTable()).carried(name, function);
     }
     // What scripts have appended to `out` since the last time.
     std::string takeOut() {

@@ -6,8 +6,7 @@
 #include "kiv/core/Clock.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/process/AsyncSupervisor.h"
-#include "kiv/script/Call.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/store/MemoryStore.h"
 #include "kiv/system/Application.h"
@@ -179,11 +178,7 @@ TEST_F(SystemTest, APumpRunsItsPhasesInOrder) {
 TEST_F(SystemTest, ScriptsEndWithItButNotItWithinAScript) {
     support::LogLines log;
     kivSq::VM& vm = *System::getVM();
-    {
-        const kivSq::StackGuard guard(vm.getSquirrelVM());
-        kivSq::internal::pushFunction(vm.getSquirrelVM(), "end", &System::deinitialize);
-        vm.getRootTable().set("end", kivSq::Object(vm.getSquirrelVM(), -1));
-    }
+    kivSq::internal::NativeTable(vm.getSquirrelVM(), vm.getRootTable()).carried("end", &System::deinitialize);
     EXPECT_TRUE(vm.executeString("hasEnded <- end()", "test") && vm.getRootTable().get("hasEnded").isBool());
     EXPECT_EQ(log.takeOne(), "[ASSERT] [SYSTEM] deinitialize inside a running script");
     vm.executeString("std.async(@() end())", "test");
