@@ -3,6 +3,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/script/Access.h"
 #include "kiv/script/StackGuard.h"
+#include "kiv/script/VMOutput.h"
 
 #include <sqstdsystem.h>
 
@@ -30,18 +31,10 @@ void leavePrompt() {
 
 // The standard stream, which scripts have, too: as "stdout".
 void printFormatted(SQVM*, const SQChar* format, ...) {
-    va_list arguments, again;
+    va_list arguments;
     va_start(arguments, format);
-    va_copy(again, arguments);
-    std::string text(256, '\0');
-    const int size = std::vsnprintf(text.data(), text.size(), format, arguments);
-    if (size >= static_cast<int>(text.size())) {
-        text.resize(static_cast<size_t>(size) + 1);
-        std::vsnprintf(text.data(), text.size(), format, again);
-    }
-    va_end(again);
+    ScriptHost::print(kivSq::internal::formatText(format, arguments));
     va_end(arguments);
-    ScriptHost::print(std::string_view(text).substr(0, size > 0 ? static_cast<size_t>(size) : 0));
 }
 
 // The engine's names of the tables in which the VM has put its libraries.

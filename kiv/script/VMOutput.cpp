@@ -7,9 +7,7 @@
 
 #include <fmt/format.h>
 
-#include <cstdarg>
 #include <cstdio>
-#include <string>
 
 namespace kivSq::internal {
 namespace {
@@ -21,17 +19,7 @@ constexpr SQUnsignedInteger mostLocals = 32;
 
 void logFormatted(int level, const SQChar* format, va_list arguments) noexcept {
     try {
-        va_list again;
-        va_copy(again, arguments);
-        std::string text(256, '\0');
-        const int size = std::vsnprintf(text.data(), text.size(), format, arguments);
-        if (size >= static_cast<int>(text.size())) {
-            text.resize(static_cast<size_t>(size) + 1);
-            std::vsnprintf(text.data(), text.size(), format, again);
-        }
-        va_end(again);
-        text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-        MessageStream(level, 2) << text;
+        MessageStream(level, 2) << formatText(format, arguments);
     } catch (...) { // out of memory
     }
 }
@@ -95,6 +83,20 @@ void appendLocals(SQVM* v, SQInteger level, std::string& text) {
 }
 
 } // namespace
+
+std::string formatText(const SQChar* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    std::string text(256, '\0');
+    const int size = std::vsnprintf(text.data(), text.size(), format, arguments);
+    if (size >= static_cast<int>(text.size())) {
+        text.resize(static_cast<size_t>(size) + 1);
+        std::vsnprintf(text.data(), text.size(), format, again);
+    }
+    va_end(again);
+    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    return text;
+}
 
 std::string callStackText(SQVM* v) {
     std::string text;

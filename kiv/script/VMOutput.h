@@ -1,13 +1,17 @@
 #pragma once
 
+#include "kiv/platform/Compiler.h"
 #include "kiv/script/Engine.h"
 
+#include <cstdarg>
 #include <string>
 
 // What the engine says, in the log.
 
 namespace kivSq::internal {
 
+// What the engine's print functions are given, as text.
+KIV_API std::string formatText(const SQChar* format, va_list arguments);
 // Print, error and compiler handlers of the whole engine.
 void installOutput(SQVM* v);
 // The runtime error handler, a native closure, on an engine VM or thread.
