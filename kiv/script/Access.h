@@ -105,6 +105,22 @@ bool pushCounted(SQVM* v, T* object) {
     return false;
 }
 
+// Instances of a bound class that hold a value.
+template <class T>
+bool getCopy(SQVM* v, int64_t index, T& out) {
+    const T* const object = getInstance<T>(v, index);
+    if (object) out = *object;
+    return object;
+}
+
+template <class T>
+bool pushCopy(SQVM* v, const T& value) {
+    auto copy = std::make_unique<T>(value);
+    if (!AdapterData::of<T>().pushInstance(v, copy.get(), &releaseInstance<T>)) return false;
+    copy.release();
+    return true;
+}
+
 } // namespace internal
 
 // Classes that are bound: values are copied, counted ones can only be taken by reference or pointer.
@@ -113,15 +129,10 @@ struct Access {
     using BoundClass = T;
 
     static bool get(SQVM* v, int64_t index, T& out) requires std::is_copy_assignable_v<T> {
-        const T* object = internal::getInstance<T>(v, index);
-        if (object) out = *object;
-        return object;
+        return internal::getCopy(v, index, out);
     }
     static bool push(SQVM* v, const T& value) requires(!internal::isCounted<T> && std::is_copy_constructible_v<T>) {
-        auto copy = std::make_unique<T>(value);
-        if (!AdapterData::of<T>().pushInstance(v, copy.get(), &internal::releaseInstance<T>)) return false;
-        copy.release();
-        return true;
+        return internal::pushCopy(v, value);
     }
     static const char* name() { return AdapterData::of<T>().getName(); }
 };

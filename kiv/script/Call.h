@@ -113,6 +113,19 @@ Function functionAtTop(SQVM* v) {
     return function;
 }
 
+// For methods that work on the engine's stack themselves: the object of a call with that many arguments; null, with the
+// script error set, when there is none or the count is another.
+template <class T>
+T* objectOfCall(SQVM* v, SQInteger arguments) {
+    if (sq_gettop(v) != 1 + arguments) {
+        sq_throwerror(v, "invalid argument count on native method call");
+        return nullptr;
+    }
+    T* const object = getInstance<T>(v, 1);
+    if (!object) sq_throwerror(v, "native method call on null-pointer");
+    return object;
+}
+
 // The trampoline for member functions of T; `Function` is a pointer to one, or to a function that takes the object
 // first.
 template <class T, class Function, class Result, class... Arguments>

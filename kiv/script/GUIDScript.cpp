@@ -2,9 +2,7 @@
 
 #include "kiv/data/GUID.h"
 
-#include "kiv/script/Bindings.h"
-#include "kiv/script/Class.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/ValueClass.h"
 #include "kiv/store/GUIDDomainDB.h"
 
 #include <stdexcept>
@@ -23,17 +21,11 @@ GUID* parse(std::string_view text) {
 } // namespace
 
 bool Access<GUID>::get(SQVM* v, int64_t index, GUID& out) {
-    const GUID* const guid = internal::getInstance<GUID>(v, index);
-    if (guid) out = *guid;
-    return guid;
+    return internal::getCopy(v, index, out);
 }
 
 bool Access<GUID>::push(SQVM* v, const GUID& value) {
-    if (!AdapterData::of<GUID>().isInitialized()) internal::bindGUID(VM::current()->getNamespace("kiv"));
-    auto copy = std::make_unique<GUID>(value);
-    if (!AdapterData::of<GUID>().pushInstance(v, copy.get(), &internal::releaseInstance<GUID>)) return false;
-    copy.release();
-    return true;
+    return internal::pushBound<&internal::bindGUID>(v, value);
 }
 
 namespace internal {
@@ -49,19 +41,11 @@ void bindGUID(const Object& table) {
 } // namespace kivSq
 
 void kiv::GUID::bindSqVM(kivSq::Object* scriptClass) {
-    kivSq::Class<GUID>(*scriptClass)
-        .method("toString", &GUID::toString)
-        .method("_tostring", &GUID::toString)
-        .method("getFantasyName", &GUID::getFantasyName)
+    kivSq::Class<GUID> guid(*scriptClass);
+    kivSq::internal::addValueMethods(guid);
+    guid.method("getFantasyName", &GUID::getFantasyName)
         .method("isNull", &GUID::isNull)
-        .method(
-            "getClassName", +[](GUID&) { return GUID::getStaticClassName(); })
-        .method(
-            "equals", +[](GUID& a, const GUID& b) { return a == b; })
-        .method(
-            "_cmp", +[](GUID& a, const GUID& b) { return a < b    ? -1
-                                                         : a == b ? 0
-                                                                  : 1; })
+        .method("_cmp", &kivSq::internal::compareValues<GUID>)
         .staticMethod(
             "create", +[] { return GUIDDomainDB::createGUID(); });
 }

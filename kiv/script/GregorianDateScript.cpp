@@ -21,7 +21,7 @@ bool Access<GregorianDate>::get(SQVM* v, int64_t index, GregorianDate& out) {
 }
 
 bool Access<GregorianDate>::push(SQVM* v, const GregorianDate& value) {
-    return internal::pushCopy<GregorianDate, &internal::bindGregorianDate>(v, value);
+    return internal::pushBound<&internal::bindGregorianDate>(v, value);
 }
 
 void internal::bindGregorianDate(const Object& table) {

@@ -1,9 +1,7 @@
 // The script class kiv.Item.
 
-#include "kiv/script/Bindings.h"
-#include "kiv/script/Class.h"
 #include "kiv/script/ItemObject.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/ValueClass.h"
 
 #include <stdexcept>
 
@@ -96,15 +94,15 @@ SQInteger nextIndex(SQVM* v) {
 
 template <Trust trust>
 SQInteger toValue(SQVM* v) {
-    const auto* self = getInstance<ItemObject>(v, 1);
-    if (!self) return sq_throwerror(v, "native method call on null-pointer");
+    const auto* self = internal::objectOfCall<ItemObject>(v, 0);
+    if (!self) return SQ_ERROR;
     const char* const reason = internal::pushValueOf(v, self->item, trust);
     return reason ? sq_throwerror(v, reason) : 1;
 }
 
 SQInteger toArray(SQVM* v) {
-    const auto* self = getInstance<ItemObject>(v, 1);
-    if (!self) return sq_throwerror(v, "native method call on null-pointer");
+    const auto* self = internal::objectOfCall<ItemObject>(v, 0);
+    if (!self) return SQ_ERROR;
     sq_newarray(v, 0);
     for (Item::Iterator it = self->item.getIterator(); it.hasNextElement();) {
         if (const char* reason = internal::pushValue(v, it, Trust::Data)) return sq_throwerror(v, reason);
@@ -303,10 +301,6 @@ void bindTree(Class<ItemObject>& item) {
             "archiveDeleteBefore", +[](ItemObject& self, int64_t time) { bound(self).archiveDeleteBefore(time); });
 }
 
-bool isBoundAlready() {
-    return AdapterData::of<ItemObject>().isInitialized();
-}
-
 } // namespace
 
 bool Access<Item>::get(SQVM* v, int64_t index, Item& out) {
@@ -325,12 +319,7 @@ bool Access<ItemObject>::get(SQVM* v, int64_t index, ItemObject& out) {
 }
 
 bool Access<ItemObject>::push(SQVM* v, const ItemObject& value) {
-    if (!isBoundAlready()) internal::bindItem(VM::current()->getNamespace("kiv"));
-    auto copy = std::make_unique<ItemObject>(value);
-    if (!AdapterData::of<ItemObject>().pushInstance(v, copy.get(), &internal::releaseInstance<ItemObject>))
-        return false;
-    copy.release();
-    return true;
+    return internal::pushBound<&internal::bindItem>(v, value);
 }
 
 bool Access<ItemKey>::get(SQVM* v, int64_t index, ItemKey& out) {
@@ -348,7 +337,7 @@ bool Access<ItemKey>::get(SQVM* v, int64_t index, ItemKey& out) {
 namespace internal {
 
 void bindItem(const Object& table) {
-    if (isBoundAlready()) return;
+    if (AdapterData::of<ItemObject>().isInitialized()) return;
     bindGUID(table);
     Class<ItemObject> item(table, "Item", Constructor<void()>());
     item.native<&constructItem>("constructor")

@@ -6,6 +6,8 @@
 #include "kiv/script/Access.h"
 #include "kiv/store/Store.h"
 
+#include <stdexcept>
+
 namespace kivSq {
 
 // What an object of the script class kiv.Item is: an item, with the store it is bound to, which it keeps. Return one
@@ -36,6 +38,16 @@ struct Access<ItemKey> {
     KIV_API static bool get(SQVM* v, int64_t index, ItemKey& out);
     static const char* name() { return "key"; }
 };
+
+namespace internal {
+
+// For what is written: others could not be kept in files. Throws.
+inline const kiv::Item& cleanKey(const ItemKey& key) {
+    if (!key.item.isCleanKey()) throw std::runtime_error("the value is not fit to be a key");
+    return key.item;
+}
+
+} // namespace internal
 
 // The value that an item stands for, as a result; null without one.
 struct ItemResult {

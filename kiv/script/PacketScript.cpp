@@ -17,7 +17,6 @@
 namespace kivSq {
 namespace {
 
-using internal::getInstance;
 using kiv::FilePacketReader;
 using kiv::FilePacketWriter;
 using kiv::GUID;
@@ -215,18 +214,6 @@ void writeField(SQVM* v, Packet& packet, const PacketElement& element, SQInteger
 
 // ---- What scripts call.
 
-// Null, with the script error set, when the count is wrong or it is none.
-Packet* packetOfCall(SQVM* v, SQInteger arguments) {
-    Packet* const packet = getInstance<Packet>(v, 1);
-    if (!packet) {
-        sq_throwerror(v, "native method call on null-pointer");
-    } else if (sq_gettop(v) != arguments + 1) {
-        sq_throwerror(v, "invalid argument count on native method call");
-        return nullptr;
-    }
-    return packet;
-}
-
 // The field that a name in a stack slot says.
 const PacketElement& elementAt(SQVM* v, const Packet& packet, SQInteger index) {
     std::string_view name;
@@ -237,7 +224,7 @@ const PacketElement& elementAt(SQVM* v, const Packet& packet, SQInteger index) {
 
 // (packet, name)
 SQInteger get(SQVM* v) {
-    const Packet* const packet = packetOfCall(v, 1);
+    const Packet* const packet = internal::objectOfCall<Packet>(v, 1);
     if (!packet) return SQ_ERROR;
     pushField(v, *packet, elementAt(v, *packet, 2));
     return 1;
@@ -245,7 +232,7 @@ SQInteger get(SQVM* v) {
 
 // (packet, name, value)
 SQInteger set(SQVM* v) {
-    Packet* const packet = packetOfCall(v, 2);
+    Packet* const packet = internal::objectOfCall<Packet>(v, 2);
     if (!packet) return SQ_ERROR;
     writeField(v, *packet, elementAt(v, *packet, 2), 3);
     return 0;
@@ -253,7 +240,7 @@ SQInteger set(SQVM* v) {
 
 // (packet)
 SQInteger toTable(SQVM* v) {
-    const Packet* const packet = packetOfCall(v, 0);
+    const Packet* const packet = internal::objectOfCall<Packet>(v, 0);
     if (!packet) return SQ_ERROR;
     sq_newtable(v);
     for (const PacketElement& element : schemeOf(*packet).getElements()) {
@@ -266,7 +253,7 @@ SQInteger toTable(SQVM* v) {
 
 // (packet, table): all of it or nothing.
 SQInteger fromTable(SQVM* v) {
-    Packet* const packet = packetOfCall(v, 1);
+    Packet* const packet = internal::objectOfCall<Packet>(v, 1);
     if (!packet) return SQ_ERROR;
     if (sq_gettype(v, 2) != OT_TABLE) return internal::throwMismatch(v, 1, "table", 2);
     const SmartPointer<Packet> changed = new Packet(*packet);
@@ -309,8 +296,7 @@ bool fit(Packet& packet, const std::string& scheme) {
 // ---- In stores and files.
 
 Item keyIn(kiv::Store& store, const ItemKey& key) {
-    if (!key.item.isCleanKey()) throw std::runtime_error("the value is not fit to be a key");
-    Item bound(key.item);
+    Item bound(internal::cleanKey(key));
     bound.setStore(&store);
     return bound;
 }

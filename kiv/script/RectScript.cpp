@@ -55,7 +55,7 @@ bool Access<Rect>::get(SQVM* v, int64_t index, Rect& out) {
 }
 
 bool Access<Rect>::push(SQVM* v, const Rect& value) {
-    return internal::pushCopy<Rect, &internal::bindRect>(v, value);
+    return internal::pushBound<&internal::bindRect>(v, value);
 }
 
 void internal::bindRect(const Object& table) {

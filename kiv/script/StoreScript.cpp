@@ -64,9 +64,8 @@ bool closeTransactions(Store& store, uint64_t layers, bool isGood) {
 
 // (store, function)
 SQInteger transaction(SQVM* v) {
-    const SmartPointer<Store> store = getInstance<Store>(v, 1);
-    if (!store) return sq_throwerror(v, "native method call on null-pointer");
-    if (sq_gettop(v) != 2) return sq_throwerror(v, "invalid argument count on native method call");
+    const SmartPointer<Store> store = internal::objectOfCall<Store>(v, 1);
+    if (!store) return SQ_ERROR;
     const SQObjectType type = sq_gettype(v, 2);
     if (type != OT_CLOSURE && type != OT_NATIVECLOSURE) return internal::throwMismatch(v, 1, "function", 2);
     const MemoryStore* const memory = layered(*store);
@@ -87,9 +86,7 @@ SQInteger transaction(SQVM* v) {
 // ---- Entries.
 
 void set(Store& store, const ItemKey& key, const Item& value) {
-    // Others could not be written to files.
-    if (!key.item.isCleanKey()) throw std::runtime_error("the value is not fit to be a key");
-    store.set(key.item, value);
+    store.set(internal::cleanKey(key), value);
 }
 
 MaybeKey getItem(Store& store, const ItemKey& key) {
@@ -143,8 +140,8 @@ StoreRange range(Store& store, const ItemKey& prefix) {
 
 // (range, key before or null)
 SQInteger nextKey(SQVM* v) {
-    const auto* const self = getInstance<StoreRange>(v, 1);
-    if (!self) return sq_throwerror(v, "native method call on null-pointer");
+    const auto* const self = internal::objectOfCall<StoreRange>(v, 1);
+    if (!self) return SQ_ERROR;
     Store& store = *self->store;
     const auto* const before = getInstance<ItemObject>(v, 2);
     Item key;

@@ -44,20 +44,11 @@ int compareValues(const T& a, const T& b) {
     return (a > b) - (a < b);
 }
 
-template <class T>
-bool getCopy(SQVM* v, int64_t index, T& out) {
-    const T* const object = getInstance<T>(v, index);
-    if (object) out = *object;
-    return object;
-}
-
-template <class T, void (*bind)(const Object&)>
-bool pushCopy(SQVM* v, const T& value) {
+// Its class is bound when the first is needed.
+template <void (*bind)(const Object&), class T>
+bool pushBound(SQVM* v, const T& value) {
     if (!AdapterData::of<T>().isInitialized()) bind(VM::current()->getNamespace("kiv"));
-    auto copy = std::make_unique<T>(value);
-    if (!AdapterData::of<T>().pushInstance(v, copy.get(), &releaseInstance<T>)) return false;
-    copy.release();
-    return true;
+    return pushCopy(v, value);
 }
 
 } // namespace kivSq::internal

@@ -109,11 +109,11 @@ template KIV_API bool getWide(SQVM* v, int64_t index, Vec3& out);
 
 template <>
 KIV_API bool pushWide(SQVM* v, const Vec2& value) {
-    return pushCopy<Vec2, &bindIVec2>(v, value);
+    return pushBound<&bindIVec2>(v, value);
 }
 template <>
 KIV_API bool pushWide(SQVM* v, const Vec3& value) {
-    return pushCopy<Vec3, &bindIVec3>(v, value);
+    return pushBound<&bindIVec3>(v, value);
 }
 
 void bindIVec2(const Object& table) {
