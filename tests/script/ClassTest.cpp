@@ -1,7 +1,6 @@
 #include "kiv/script/Class.h"
 
-#include "kiv/script/VM.h"
-#include "tests/support/LogLines.h"
+#include "tests/script/ScriptValues.h"
 
 #include <gmock/gmock.h>
 
@@ -58,7 +57,7 @@ public:
     void setTwice(int twice) { value = twice / 2; }
 };
 
-class ClassTest : public testing::Test {
+class ClassTest : public testing::Test, protected ScriptValues {
 protected:
     ClassTest() {
         const kivSq::Object kiv = vm.getNamespace("t");
@@ -87,15 +86,6 @@ protected:
             .member("value", &Counted::value)
             .property("twice", &Counted::getTwice, &Counted::setTwice);
     }
-
-    // The value of an expression as text.
-    std::string eval(const std::string& expression) {
-        const std::string code = "try { ::result <- " + expression + " } catch (e) { ::result <- \"error: \" + e }";
-        if (!vm.executeString(code.c_str(), "test")) return "does not run";
-        return vm.getRootTable().get("result").describe().c_str();
-    }
-
-    kivSq::VM vm;
 };
 
 TEST_F(ClassTest, ScriptsReachMembersAndMethods) {

@@ -3,8 +3,8 @@
 #include "kiv/core/Translation.h"
 #include "kiv/logging/LogBackend.h"
 #include "kiv/script/Access.h"
-#include "kiv/script/VM.h"
 #include "tests/logging/BackendScope.h"
+#include "tests/script/ScriptValues.h"
 #include "tests/support/OutputCapture.h"
 
 #include <gmock/gmock.h>
@@ -16,15 +16,13 @@ namespace {
 using testing::EndsWith;
 using testing::HasSubstr;
 
-class LibraryFunctionsTest : public testing::Test {
+class LibraryFunctionsTest : public testing::Test, protected ScriptValues {
 protected:
     // The value of an expression as a text.
     std::string eval(const std::string& expression) {
-        const std::string code =
-            "try { ::result <- (" + expression + ") + \"\" } catch (e) { ::result <- \"error: \" + e }";
-        vm.executeString(code.c_str(), "test");
-        if (!vm.getRootTable().get("result").to(m_result)) return "no text";
-        return m_result;
+        std::string text = "no text";
+        valueOf("(" + expression + ") + \"\"").to(text);
+        return text;
     }
     std::string logged(const std::string& call) {
         console.take();
@@ -35,10 +33,6 @@ protected:
     support::OutputCapture console;
     kiv::ManualClock clock{1000, 1700000000000000};
     kiv::logging::BackendScope backend{false};
-    kivSq::VM vm;
-
-private:
-    std::string m_result;
 };
 
 TEST_F(LibraryFunctionsTest, LogsWithLevelAndAudience) {

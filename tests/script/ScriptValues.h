@@ -4,11 +4,9 @@
 
 #include <string>
 
-// A VM with the modules of the library, for tests of what scripts see.
+// A VM, for tests of what scripts see.
 struct ScriptValues {
-    ScriptValues() { kiv::CoreImports(&vm); }
-
-    // The value of an expression.
+    // The value of an expression, or "error: ..." with what it throws.
     kivSq::Object valueOf(const std::string& expression) {
         vm.getRootTable().set("result", kivSq::Object::from(std::string("does not run")));
         vm.executeString(("try { ::result <- " + expression + " } catch (e) { ::result <- \"error: \" + e }").c_str(),

@@ -2,8 +2,7 @@
 #include "kiv/core/Version.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/script/Class.h"
-#include "kiv/script/VM.h"
-#include "tests/support/LogLines.h"
+#include "tests/script/ScriptValues.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -27,7 +26,7 @@ struct Slice {
     GregorianDate taken{2024, 2, 29};
 };
 
-class ValueScriptTest : public testing::Test {
+class ValueScriptTest : public testing::Test, protected ScriptValues {
 protected:
     ValueScriptTest() {
         kivSq::Class<Slice>(vm.getNamespace("t"), "Slice", kivSq::Constructor<void()>())
@@ -42,13 +41,8 @@ protected:
 
     // The value of an expression as its tostring() gives it, with a slice `s`.
     std::string eval(const std::string& expression) {
-        const std::string code = "local s = t.Slice(); try { ::result <- \"\" + (" + expression +
-                                 ") } catch (e) { ::result <- \"error: \" + e }";
-        if (!vm.executeString(code.c_str(), "test")) return "does not run";
-        return vm.getRootTable().get("result").describe().c_str();
+        return ScriptValues::eval("(@(s) \"\" + (" + expression + "))(t.Slice())");
     }
-
-    kivSq::VM vm;
 };
 
 TEST_F(ValueScriptTest, NativeValuesBringTheirClasses) {
