@@ -9,6 +9,8 @@
 
 namespace kivSq {
 
+// The modules of a VM: those that are registered, the search paths of the others, and the names of all that were asked
+// for, found or not.
 class VM::Imports {
 public:
     struct Callback {
@@ -18,7 +20,7 @@ public:
 
     void import(VM& vm, const std::string& name);
 
-    std::unordered_set<std::string> names; // of what was asked for
+    std::unordered_set<std::string> names;
     std::vector<std::string> searchPaths;
     std::map<std::string, Callback, std::less<>> callbacks; // a callback may import, and register others
 
@@ -28,6 +30,7 @@ private:
 
 namespace internal {
 
+// "import", for scripts.
 void addImportFunction(SQVM* v, const Object& root);
 
 } // namespace internal
