@@ -24,13 +24,6 @@ std::string folderOf(const std::string& path) {
     return folder.empty() ? "." : std::string(folder.begin(), folder.end());
 }
 
-Object compile(kivSq::VM& vm, const Buffer& source, const std::string& name) {
-    std::string_view text(reinterpret_cast<const char*>(source.getBytePointer()), source.getSize());
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
-    return vm.newClosure(text.data(), static_cast<unsigned>(text.size()), name.c_str());
-}
-
 int statusOf(const Object& result, bool isGood) {
     int64_t number = 0;
     if (!isGood) return failed;
@@ -53,7 +46,8 @@ int RunCommand::run() const {
     kivSq::VM& vm = host.getVM();
     vm.addImportSearchPath(folderOf(script).c_str());
     const Vector<Object> values = host.setArguments(arguments);
-    const Object closure = compile(vm, source, script);
+    const Object closure =
+        vm.newClosure(reinterpret_cast<const char*>(source.getBytePointer()), source.getSize(), script.c_str());
     if (!closure) return failed;
     vm.createThread(closure, values, [&](const Object& result, bool isGood) { status = statusOf(result, isGood); });
     while (vm.threadsActive()) {

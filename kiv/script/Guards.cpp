@@ -1,6 +1,7 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/script/Call.h"
 #include "kiv/script/Libraries.h"
+#include "kiv/script/SourceCheck.h"
 #include "kiv/script/StackGuard.h"
 
 #include <sqstdblob.h>
@@ -298,7 +299,7 @@ SQInteger loadFile(SQVM* v) {
     std::string_view source(reinterpret_cast<const char*>(content.getBytePointer()), content.getSize());
     if (source.starts_with("\xFA\xFA")) return sq_throwerror(v, "compiled scripts are not loaded from files");
     if (const char* reason = refuseSource(source.data(), source.size())) return sq_throwerror(v, reason);
-    if (source.starts_with("\xEF\xBB\xBF")) source.remove_prefix(3);
+    source = withoutMark(source);
     SQBool isTold = SQFalse;
     if (countArguments(v) >= 3) sq_getbool(v, 3, &isTold);
     const std::string name(path);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "kiv/platform/Compiler.h"
 #include "kiv/script/Object.h"
 
 // What fills the root tables.
@@ -17,7 +16,5 @@ void addStringFunctions(SQVM* v, const Object& table);
 
 // Replaces the functions of the engine that corrupt memory when they are misused.
 void installGuards(SQVM* v);
-// Null, or why a source text must not reach the compiler, which follows its nesting on the stack.
-KIV_API const char* refuseSource(const char* source, size_t length);
 
 } // namespace kivSq::internal

@@ -1,9 +1,8 @@
-#include "kiv/script/Libraries.h"
+#include "kiv/script/SourceCheck.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -251,10 +250,15 @@ private:
 
 } // namespace
 
+std::string_view withoutMark(std::string_view source) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    return source.starts_with(mark) ? source.substr(mark.size()) : source;
+}
+
 const char* refuseSource(const char* source, size_t length) {
     std::string_view text(source, length);
     if (text.find('\0') != std::string_view::npos) return "the source has a zero byte";
-    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    text = withoutMark(text);
     Tokens tokens(text);
     Nesting nesting;
     while (tokens.next()) {

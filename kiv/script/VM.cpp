@@ -8,6 +8,7 @@
 #include "kiv/script/EngineState.h"
 #include "kiv/script/HostCall.h"
 #include "kiv/script/Libraries.h"
+#include "kiv/script/SourceCheck.h"
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/TypeName.h"
 #include "kiv/script/VMImports.h"
@@ -41,12 +42,6 @@ std.istable        <- function (v) { return typeof v == "table"   }
 std.isblob         <- function (v) { return typeof v == "blob"    }
 std.isguid         <- function (v) { try { return v.getClassName() == "GUID" } catch (e) {} return false }
 )";
-
-// The text behind a byte order mark, which the compiler takes for code.
-std::string_view withoutMark(std::string_view text) {
-    constexpr std::string_view mark = "\xEF\xBB\xBF";
-    return text.starts_with(mark) ? text.substr(mark.size()) : text;
-}
 
 Object addTable(SQVM* v, const Object& root, const char* name) {
     const StackGuard guard(v);
@@ -187,7 +182,7 @@ Object VM::newClosure(const char* source, unsigned length, const char* name) con
         return {};
     }
     sq_reseterror(m_vm);
-    const std::string_view text = withoutMark({source, length});
+    const std::string_view text = internal::withoutMark({source, length});
     const auto size = static_cast<SQInteger>(text.size());
     return SQ_SUCCEEDED(sq_compilebuffer(m_vm, text.data(), size, name, SQTrue)) ? Object(m_vm, -1) : Object();
 }

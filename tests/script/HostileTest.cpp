@@ -1,5 +1,5 @@
 #include "kiv/script/Class.h"
-#include "kiv/script/Libraries.h"
+#include "kiv/script/SourceCheck.h"
 #include "kiv/script/VM.h"
 #include "tests/support/TemporaryFolder.h"
 
