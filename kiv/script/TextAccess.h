@@ -45,6 +45,12 @@ struct Access<const char*> {
     static const char* name() { return "string"; }
 };
 
+// Literals.
+template <>
+struct Access<char*> {
+    static bool push(SQVM* v, const char* value) { return Access<const char*>::push(v, value); }
+};
+
 namespace internal {
 
 template <class T>

@@ -28,9 +28,10 @@ public:
     std::filesystem::path path(const std::string& name) const {
         return m_folder / std::u8string(name.begin(), name.end());
     }
+    // Also of what is no UTF-8.
     std::string utf8(const std::string& name) const {
-        const std::u8string text = path(name).u8string();
-        return std::string(text.begin(), text.end());
+        const std::u8string folder = (m_folder / "").u8string();
+        return std::string(folder.begin(), folder.end()) + name;
     }
 
     void write(const std::string& name, const std::string& bytes) const {
