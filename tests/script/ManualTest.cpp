@@ -8,13 +8,16 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 
 // Runs the examples of the manual: the blocks marked "```squirrel". Each is compiled as a whole, so that its functions
 // and locals go on from line to line, with every marked line wrapped into a call that reports what has become of it.
+// Blocks marked "```cpp" are parts of HostingExamples.cpp, and every name that scripts can reach occurs in the text.
 
 namespace {
 
@@ -160,7 +163,8 @@ bool runInThread(kivSq::VM& vm, const kivSq::Object& closure) {
     bool isGood = false;
     vm.createThread(closure, [&isGood](const kivSq::Object&, bool hasEnded) { isGood = hasEnded; });
     kiv::ManualClock clock;
-    for (int pass = 0; vm.threadsActive() && pass < 100'000; ++pass) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (vm.threadsActive() && std::chrono::steady_clock::now() < end) {
         vm.processEvents();
         clock.advance(1);
     }
@@ -285,6 +289,125 @@ x.y()
                             "16: says log: a, but is log: a | b", "18: does not run",
                             HasSubstr("28: the block fails: [SQ.INTERPRETER] the index 'y' does not exist AND"),
                             "36: the block does not end"));
+}
+
+// ---- Code of C++, and names.
+
+std::ifstream openSource(const std::string& path) {
+    return std::ifstream(std::filesystem::path(KIV_TEST_MANUAL).parent_path().parent_path() / path, std::ios::binary);
+}
+
+Lines readLines(std::istream& file) {
+    Lines lines;
+    for (std::string line; std::getline(file, line); lines.push_back(line))
+        if (line.ends_with('\r')) line.pop_back();
+    return lines;
+}
+
+std::string withoutIndentation(std::string_view line) {
+    const size_t start = line.find_first_not_of(' ');
+    return start == line.npos ? "\n" : std::string(line.substr(start)) + '\n';
+}
+
+// A chapter: what it says, and the identifiers in its code.
+struct Chapter {
+    std::string text;
+    std::set<std::string, std::less<>> names;
+
+    void addNames(std::string_view code) {
+        std::string name;
+        for (const char c : std::string(code) + ' ') {
+            if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') {
+                name += c;
+            } else {
+                names.insert(std::exchange(name, {}));
+            }
+        }
+    }
+};
+
+std::vector<Chapter> readChapters(const Lines& lines) {
+    std::vector<Chapter> chapters(1);
+    bool isBlock = false;
+    for (const std::string& line : lines) {
+        if (line.starts_with("```")) {
+            isBlock = !isBlock;
+            continue;
+        }
+        if (!isBlock && line.starts_with("#")) chapters.emplace_back();
+        Chapter& chapter = chapters.back();
+        chapter.text += line + '\n';
+        bool isCode = false;
+        for (size_t from = 0, to = 0; to != line.npos; from = to + 1, isCode = !isCode) {
+            to = line.find('`', from);
+            if (isBlock || isCode) chapter.addNames(std::string_view(line).substr(from, to - from));
+        }
+    }
+    return chapters;
+}
+
+// "kiv.Item getSize" for all that scripts reach, but for what every native class has and what bases have.
+constexpr const char* listNames = R"(
+foreach (name in ["System", "IVec2", "IVec3", "Rect", "GUID", "GregorianDate", "Directory", "File", "Item", "Store",
+                  "MemoryStore", "Packet"]) import("kiv." + name)
+names <- []
+function isOwn(name, parent) {
+    if (name.len() > 0 && name[0] == '_') return false
+    return ["constructor", "cloned", "weakref"].find(name) == null && !(parent && (name in parent))
+}
+function list(path, slots, parent) {
+    foreach (name, value in slots) if (isOwn(name, parent)) {
+        names.append(path + " " + name)
+        if (typeof value == "class") list(path + (path == "" ? "" : ".") + name, value, value.getbase())
+    }
+    if (typeof slots != "class" || !slots.rawin("__kiv_getTable")) return
+    foreach (name, value in slots.__kiv_getTable) names.append(path + " " + name)
+}
+foreach (name in ["std", "math", "string", "kiv", "global", "util"]) list(name, getroottable()[name], null)
+)";
+constexpr const char* listRoot = R"(
+local root = clone getroottable()
+foreach (name in ["names", "isOwn", "list"]) delete root[name]
+foreach (name in ["std", "math", "string", "kiv", "global", "util"]) { names.append(" " + name); delete root[name] }
+list("", root, null)
+)";
+
+TEST(ManualTest, HasEveryName) {
+    auto file = openSource("doc/scripting.md");
+    const std::vector<Chapter> chapters = readChapters(readLines(file));
+    kivSq::VM vm;
+    ASSERT_TRUE(vm.executeString(listNames, "names") && vm.executeString(listRoot, "names"));
+    const kivSq::Object names = vm.getRootTable().get("names");
+    EXPECT_GT(names.getSize(), 300);
+    for (const kivSq::Object& entry : names.asArray().getValues()) {
+        std::string name;
+        ASSERT_TRUE(entry.to(name));
+        const std::string path = name.substr(0, name.find(' '));
+        const bool isThere = std::any_of(chapters.begin(), chapters.end(), [&](const Chapter& chapter) {
+            return chapter.text.find(path) != path.npos && chapter.names.contains(name.substr(path.size() + 1));
+        });
+        EXPECT_TRUE(isThere) << name;
+    }
+}
+
+TEST(ManualTest, QuotesWhatIsCompiled) {
+    auto source = openSource("tests/script/HostingExamples.cpp");
+    std::string code = "\n";
+    for (const std::string& line : readLines(source)) code += withoutIndentation(line);
+    auto file = openSource("doc/scripting.md");
+    std::string block;
+    int blocks = 0;
+    for (const std::string& line : readLines(file)) {
+        if (!block.empty() && line == "```") {
+            EXPECT_NE(code.find(block), code.npos) << block;
+            block.clear();
+        }
+        if (!block.empty()) block += withoutIndentation(line);
+        if (line != "```cpp") continue;
+        block = "\n";
+        ++blocks;
+    }
+    EXPECT_GE(blocks, 10);
 }
 
 } // namespace
