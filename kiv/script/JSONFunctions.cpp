@@ -181,7 +181,7 @@ private:
         if (index >= sq_getsize(m_vm, -1)) return false;
         sq_pushinteger(m_vm, index);
         sq_rawget(m_vm, -2);
-        out = objectAt(-1);
+        out = handleAt(m_vm, -1);
         return true;
     }
 
