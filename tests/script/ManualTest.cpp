@@ -17,7 +17,8 @@
 
 // Runs the examples of the manual: the blocks marked "```squirrel". Each is compiled as a whole, so that its functions
 // and locals go on from line to line, with every marked line wrapped into a call that reports what has become of it.
-// Blocks marked "```cpp" are parts of HostingExamples.cpp, and every name that scripts can reach occurs in the text.
+// Blocks marked "```cpp" are parts of HostingExamples.cpp, and every name that scripts can reach has a place in the
+// text and in an example.
 
 namespace {
 
@@ -309,38 +310,49 @@ std::string withoutIndentation(std::string_view line) {
     return start == line.npos ? "\n" : std::string(line.substr(start)) + '\n';
 }
 
-// A chapter: what it says, and the identifiers in its code.
+using Names = std::set<std::string, std::less<>>;
+
+void addIdentifiers(Names& names, std::string_view code) {
+    std::string name;
+    for (const char c : std::string(code) + ' ') {
+        if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') {
+            name += c;
+        } else {
+            names.insert(std::exchange(name, {}));
+        }
+    }
+}
+
+// A chapter: what it says, and the identifiers in its code and in that of its examples.
 struct Chapter {
     std::string text;
-    std::set<std::string, std::less<>> names;
+    Names names;
+    Names examples;
 
-    void addNames(std::string_view code) {
-        std::string name;
-        for (const char c : std::string(code) + ' ') {
-            if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') {
-                name += c;
-            } else {
-                names.insert(std::exchange(name, {}));
-            }
-        }
+    // Those of the engine need no example.
+    bool has(const std::string& path, const std::string& name) const {
+        return text.find(path) != path.npos && names.contains(name) &&
+               (examples.contains(name) || text.starts_with("### Of the engine"));
     }
 };
 
 std::vector<Chapter> readChapters(const Lines& lines) {
     std::vector<Chapter> chapters(1);
-    bool isBlock = false;
+    std::string block; // its beginning; empty outside
     for (const std::string& line : lines) {
         if (line.starts_with("```")) {
-            isBlock = !isBlock;
+            block = block.empty() ? line : "";
             continue;
         }
-        if (!isBlock && line.starts_with("#")) chapters.emplace_back();
+        if (block.empty() && line.starts_with("#")) chapters.emplace_back();
         Chapter& chapter = chapters.back();
         chapter.text += line + '\n';
+        if (block == "```squirrel") addIdentifiers(chapter.examples, line);
+        if (!block.empty()) continue;
         bool isCode = false;
         for (size_t from = 0, to = 0; to != line.npos; from = to + 1, isCode = !isCode) {
             to = line.find('`', from);
-            if (isBlock || isCode) chapter.addNames(std::string_view(line).substr(from, to - from));
+            if (isCode) addIdentifiers(chapter.names, std::string_view(line).substr(from, to - from));
         }
     }
     return chapters;
@@ -384,7 +396,7 @@ TEST(ManualTest, HasEveryName) {
         ASSERT_TRUE(entry.to(name));
         const std::string path = name.substr(0, name.find(' '));
         const bool isThere = std::any_of(chapters.begin(), chapters.end(), [&](const Chapter& chapter) {
-            return chapter.text.find(path) != path.npos && chapter.names.contains(name.substr(path.size() + 1));
+            return chapter.has(path, name.substr(path.size() + 1));
         });
         EXPECT_TRUE(isThere) << name;
     }
