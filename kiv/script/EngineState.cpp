@@ -29,13 +29,10 @@ Parked& parked() {
 
 } // namespace
 
-std::atomic<uint32_t> engineNumber{0};
-
 void installEngine(SQVM* v, VM* vm) {
     assert(!g_engine && "there is a script VM already");
     g_thread = std::this_thread::get_id();
     g_vm = vm;
-    ++engineNumber;
     g_engine = v;
 }
 
@@ -60,16 +57,16 @@ bool isEngineThread() {
     return g_thread.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-void releaseHandle(HSQOBJECT handle, uint32_t number) noexcept {
+void releaseHandle(HSQOBJECT handle) noexcept {
     SQVM* const v = currentEngine();
-    if (!v || number != engineNumber) return;
+    if (!v) return;
     if (isEngineThread()) {
         sq_release(v, &handle);
         return;
     }
     Parked& all = parked();
     const std::lock_guard lock(all.mutex);
-    if (!currentEngine() || number != engineNumber) return;
+    if (!currentEngine()) return;
     all.handles.push_back(handle);
     all.isEmpty.store(false, std::memory_order_release);
 }

@@ -2,8 +2,6 @@
 
 #include "kiv/script/Engine.h"
 
-#include <cstdint>
-
 // The process's one engine, as handles see it.
 
 namespace kivSq {
@@ -19,8 +17,8 @@ void uninstallEngine();
 VM* currentVM();
 bool isEngineThread();
 
-// Gives up a reference to a value of the engine of that number. On other threads it is kept for releaseParkedHandles().
-void releaseHandle(HSQOBJECT handle, uint32_t number) noexcept;
+// Gives up a reference. On other threads it is kept for releaseParkedHandles().
+void releaseHandle(HSQOBJECT handle) noexcept;
 // What other threads have given up. On the engine's thread.
 void releaseParkedHandles();
 

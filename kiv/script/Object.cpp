@@ -77,7 +77,7 @@ bool withPushed(const Object& object, SQObjectType type, Function function) {
 
 } // namespace
 
-Object::Object(const HSQOBJECT& handle) : m_handle(handle), m_engine(currentNumber()) {
+Object::Object(const HSQOBJECT& handle) : m_handle(handle) {
     if (!ISREFCOUNTED(handle._type)) return;
     if (SQVM* v = currentEngine()) {
         sq_addref(v, &m_handle);
@@ -87,7 +87,7 @@ Object::Object(const HSQOBJECT& handle) : m_handle(handle), m_engine(currentNumb
 }
 
 void Object::release() {
-    internal::releaseHandle(m_handle, m_engine);
+    internal::releaseHandle(m_handle);
     m_handle = none();
 }
 

@@ -6,7 +6,6 @@
 #include "kiv/platform/Compiler.h"
 #include "kiv/script/Engine.h"
 
-#include <atomic>
 #include <cstdint>
 #include <utility>
 
@@ -16,14 +15,9 @@ class Buffer;
 
 namespace kivSq {
 
-namespace internal {
-// Of the engine, counted from the first one of the process on.
-KIV_API extern std::atomic<uint32_t> engineNumber;
-} // namespace internal
-
 // A handle of one script value, which it keeps alive. Copies refer to the same value; a default one is null.
 // Threads: script values belong to the main thread. Only the destructor may run elsewhere: it leaves its reference to
-// the VM, which releases it in its next pass. What outlives its VM counts as null, and releasing it does nothing.
+// the VM, which releases it in its next pass. Without a VM, and after it, releasing does nothing.
 // Failures: none raises a script error or leaves something on the engine's stack; a missing slot reads as null.
 class KIV_API Object {
 public:
@@ -32,22 +26,20 @@ public:
     class ClosureInterface;
     class InstanceInterface;
 
-    Object() : m_handle(none()), m_engine(0) {}
+    Object() : m_handle(none()) {}
     // The value in a stack slot, counted as the engine does: 1 is the first, -1 the top.
-    Object(SQVM* v, SQInteger index) : m_handle(none()), m_engine(currentNumber()) {
+    Object(SQVM* v, SQInteger index) : m_handle(none()) {
         sq_getstackobj(v, index, &m_handle);
         if (ISREFCOUNTED(m_handle._type)) sq_addref(v, &m_handle);
     }
     explicit Object(const HSQOBJECT& handle);
-    Object(const Object& other) : Object(other.isLeftOver() ? none() : other.m_handle) {}
-    Object(Object&& other) noexcept
-        : m_handle(std::exchange(other.m_handle, Object::none())), m_engine(other.m_engine) {}
+    Object(const Object& other) : Object(other.m_handle) {}
+    Object(Object&& other) noexcept : m_handle(std::exchange(other.m_handle, Object::none())) {}
     ~Object() {
         if (ISREFCOUNTED(m_handle._type)) release();
     }
     Object& operator=(Object other) noexcept {
         std::swap(m_handle, other.m_handle);
-        std::swap(m_engine, other.m_engine);
         return *this;
     }
 
@@ -76,7 +68,7 @@ public:
     bool isSame(const Object& other) const;
     const HSQOBJECT& getHandle() const { return m_handle; }
     // Puts the value on the stack.
-    void push(SQVM* v) const { sq_pushobject(v, isLeftOver() ? none() : m_handle); }
+    void push(SQVM* v) const { sq_pushobject(v, m_handle); }
 
     // The engine's size of the value: elements, slots, bytes; -1 where it has none.
     int64_t getSize() const;
@@ -108,13 +100,9 @@ private:
         handle._unVal.pUserPointer = nullptr;
         return handle;
     }
-    static uint32_t currentNumber() { return internal::engineNumber.load(std::memory_order_relaxed); }
-    // Of a VM that has ended, while there is another one.
-    bool isLeftOver() const { return ISREFCOUNTED(m_handle._type) && m_engine != currentNumber(); }
     void release();
 
     HSQOBJECT m_handle;
-    uint32_t m_engine;
 };
 
 class KIV_API Object::ArrayInterface {
