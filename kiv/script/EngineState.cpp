@@ -1,6 +1,7 @@
 #include "kiv/script/EngineState.h"
 
 #include "kiv/script/Access.h"
+#include "kiv/script/Object.h"
 
 #include <atomic>
 #include <cassert>
@@ -14,6 +15,8 @@ namespace {
 std::atomic<SQVM*> g_engine{nullptr};
 std::atomic<VM*> g_vm{nullptr};
 std::atomic<std::thread::id> g_thread{};
+std::atomic<uint32_t> g_epoch{0};
+uint32_t g_lastEpoch = 0;
 
 struct Parked {
     std::mutex mutex;
@@ -33,6 +36,7 @@ void installEngine(SQVM* v, VM* vm) {
     assert(!g_engine && "there is a script VM already");
     g_thread = std::this_thread::get_id();
     g_vm = vm;
+    g_epoch = ++g_lastEpoch;
     g_engine = v;
 }
 
@@ -40,6 +44,7 @@ void uninstallEngine() {
     Parked& all = parked();
     const std::lock_guard lock(all.mutex);
     g_engine = nullptr;
+    g_epoch = 0;
     g_vm = nullptr;
     all.handles.clear();
     all.isEmpty = true;
@@ -47,6 +52,10 @@ void uninstallEngine() {
 
 SQVM* currentEngine() {
     return g_engine.load(std::memory_order_acquire);
+}
+
+uint32_t currentEpoch() {
+    return g_epoch.load(std::memory_order_relaxed);
 }
 
 VM* currentVM() {
@@ -57,16 +66,16 @@ bool isEngineThread() {
     return g_thread.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-void releaseHandle(HSQOBJECT handle) noexcept {
+void releaseHandle(HSQOBJECT handle, uint32_t epoch) noexcept {
     SQVM* const v = currentEngine();
-    if (!v) return;
+    if (!v || epoch != currentEpoch()) return;
     if (isEngineThread()) {
         sq_release(v, &handle);
         return;
     }
     Parked& all = parked();
     const std::lock_guard lock(all.mutex);
-    if (!currentEngine()) return;
+    if (epoch != currentEpoch()) return;
     all.handles.push_back(handle);
     all.isEmpty.store(false, std::memory_order_release);
 }

@@ -2,6 +2,8 @@
 
 #include "kiv/script/Engine.h"
 
+#include <cstdint>
+
 // The process's one engine, as handles see it.
 
 namespace kivSq {
@@ -17,8 +19,9 @@ void uninstallEngine();
 VM* currentVM();
 bool isEngineThread();
 
-// Gives up a reference. On other threads it is kept for releaseParkedHandles().
-void releaseHandle(HSQOBJECT handle) noexcept;
+// Gives up a reference that the engine of that epoch counts; those of earlier ones are gone with it. On other threads
+// it is kept for releaseParkedHandles().
+void releaseHandle(HSQOBJECT handle, uint32_t epoch) noexcept;
 // What other threads have given up. On the engine's thread.
 void releaseParkedHandles();
 

@@ -48,7 +48,11 @@ Object getSlot(const Object& object, PushKey pushKey, bool isRaw) {
         pushKey(v);
         const SQRESULT result = sq_rawget(v, -2);
         if (isRaw || SQ_SUCCEEDED(result)) return found(v, result);
-        if (SQ_FAILED(sq_getdelegate(v, -1)) || sq_gettype(v, -1) == OT_NULL) return found(v, SQ_ERROR);
+        if (SQ_FAILED(sq_getdelegate(v, -1)) || sq_gettype(v, -1) == OT_NULL) {
+            sq_getdefaultdelegate(v, OT_TABLE);
+            pushKey(v);
+            return found(v, sq_rawget(v, -2));
+        }
         sq_poptop(v);
     }
     pushKey(v);
@@ -81,13 +85,19 @@ Object::Object(const HSQOBJECT& handle) : m_handle(handle) {
     if (!ISREFCOUNTED(handle._type)) return;
     if (SQVM* v = currentEngine()) {
         sq_addref(v, &m_handle);
+        m_epoch = internal::currentEpoch();
     } else {
         m_handle = none();
     }
 }
 
+const HSQOBJECT& Object::nullHandle() {
+    static const HSQOBJECT null = none();
+    return null;
+}
+
 void Object::release() {
-    internal::releaseHandle(m_handle);
+    internal::releaseHandle(m_handle, m_epoch);
     m_handle = none();
 }
 

@@ -15,9 +15,14 @@ class Buffer;
 
 namespace kivSq {
 
+namespace internal {
+// Which engine lives: every one has a number of its own; 0 without one.
+KIV_API uint32_t currentEpoch();
+} // namespace internal
+
 // A handle of one script value, which it keeps alive. Copies refer to the same value; a default one is null.
 // Threads: script values belong to the main thread. Only the destructor may run elsewhere: it leaves its reference to
-// the VM, which releases it in its next pass. Without a VM, and after it, releasing does nothing.
+// the VM, which releases it in its next pass. A handle that outlives its VM is null, also when there is another one.
 // Failures: none raises a script error or leaves something on the engine's stack; a missing slot reads as null.
 class KIV_API Object {
 public:
@@ -30,16 +35,20 @@ public:
     // The value in a stack slot, counted as the engine does: 1 is the first, -1 the top.
     Object(SQVM* v, SQInteger index) : m_handle(none()) {
         sq_getstackobj(v, index, &m_handle);
-        if (ISREFCOUNTED(m_handle._type)) sq_addref(v, &m_handle);
+        if (!ISREFCOUNTED(m_handle._type)) return;
+        sq_addref(v, &m_handle);
+        m_epoch = internal::currentEpoch();
     }
+    // Of the engine that lives; null without one.
     explicit Object(const HSQOBJECT& handle);
-    Object(const Object& other) : Object(other.m_handle) {}
-    Object(Object&& other) noexcept : m_handle(std::exchange(other.m_handle, Object::none())) {}
+    Object(const Object& other) : Object(other.getHandle()) {}
+    Object(Object&& other) noexcept : m_handle(std::exchange(other.m_handle, Object::none())), m_epoch(other.m_epoch) {}
     ~Object() {
         if (ISREFCOUNTED(m_handle._type)) release();
     }
     Object& operator=(Object other) noexcept {
         std::swap(m_handle, other.m_handle);
+        std::swap(m_epoch, other.m_epoch);
         return *this;
     }
 
@@ -50,25 +59,25 @@ public:
     template <class T>
     bool to(T& out) const;
 
-    SQObjectType getType() const { return m_handle._type; }
-    bool isNull() const { return m_handle._type == OT_NULL; }
+    SQObjectType getType() const { return isStale() ? OT_NULL : m_handle._type; }
+    bool isNull() const { return m_handle._type == OT_NULL || isStale(); }
     bool isInteger() const { return m_handle._type == OT_INTEGER; }
     bool isFloat() const { return m_handle._type == OT_FLOAT; }
     bool isBool() const { return m_handle._type == OT_BOOL; }
-    bool isString() const { return m_handle._type == OT_STRING; }
-    bool isTable() const { return m_handle._type == OT_TABLE; }
-    bool isArray() const { return m_handle._type == OT_ARRAY; }
+    bool isString() const { return isAlive(OT_STRING); }
+    bool isTable() const { return isAlive(OT_TABLE); }
+    bool isArray() const { return isAlive(OT_ARRAY); }
     // Script functions, resp. native ones.
-    bool isClosure() const { return m_handle._type == OT_CLOSURE; }
-    bool isNativeClosure() const { return m_handle._type == OT_NATIVECLOSURE; }
-    bool isClass() const { return m_handle._type == OT_CLASS; }
-    bool isInstance() const { return m_handle._type == OT_INSTANCE; }
+    bool isClosure() const { return isAlive(OT_CLOSURE); }
+    bool isNativeClosure() const { return isAlive(OT_NATIVECLOSURE); }
+    bool isClass() const { return isAlive(OT_CLASS); }
+    bool isInstance() const { return isAlive(OT_INSTANCE); }
     explicit operator bool() const { return !isNull(); }
     // Whether both are the same value: numbers and texts by value, everything else by identity.
     bool isSame(const Object& other) const;
-    const HSQOBJECT& getHandle() const { return m_handle; }
+    const HSQOBJECT& getHandle() const { return isStale() ? nullHandle() : m_handle; }
     // Puts the value on the stack.
-    void push(SQVM* v) const { sq_pushobject(v, m_handle); }
+    void push(SQVM* v) const { sq_pushobject(v, getHandle()); }
 
     // The engine's size of the value: elements, slots, bytes; -1 where it has none.
     int64_t getSize() const;
@@ -100,9 +109,13 @@ private:
         handle._unVal.pUserPointer = nullptr;
         return handle;
     }
+    static const HSQOBJECT& nullHandle();
+    bool isStale() const { return ISREFCOUNTED(m_handle._type) && m_epoch != internal::currentEpoch(); }
+    bool isAlive(SQObjectType type) const { return m_handle._type == type && !isStale(); }
     void release();
 
     HSQOBJECT m_handle;
+    uint32_t m_epoch = 0; // of the engine that counts this reference
 };
 
 class KIV_API Object::ArrayInterface {
