@@ -40,10 +40,23 @@ void pushClosure(SQVM* v, SQFUNCTION trampoline, const void* function, size_t si
     sq_setnativeclosurename(v, -1, name);
 }
 
+// The native class of an instance is the first bound one from its own class on: those of scripts have no tag.
+static bool isNativelyOf(SQVM* v, SQInteger index, SQUserPointer wanted) {
+    SQUserPointer tag = nullptr;
+    if (SQ_FAILED(sq_gettypetag(v, index, &tag))) return false;
+    if (tag || sq_gettype(v, index) != OT_INSTANCE) return tag == wanted;
+    const StackGuard guard(v);
+    for (sq_getclass(v, index); !tag && sq_gettype(v, -1) == OT_CLASS; sq_remove(v, -2)) {
+        sq_gettypetag(v, -1, &tag);
+        sq_getbase(v, -1);
+    }
+    return tag == wanted;
+}
+
 // A constructor may be called on anything: by hand, twice, by a class derived in a script.
 SQInteger checkConstruction(SQVM* v, const AdapterData& adapter) {
     SQUserPointer pointer = nullptr;
-    if (SQ_FAILED(sq_getinstanceup(v, 1, &pointer, adapter.getTypeTag())))
+    if (!isNativelyOf(v, 1, adapter.getTypeTag()) || SQ_FAILED(sq_getinstanceup(v, 1, &pointer, nullptr)))
         return sq_throwerror(v, "native constructor called on an object of another class");
     return pointer ? sq_throwerror(v, "native constructor called on a constructed object") : 0;
 }

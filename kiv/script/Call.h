@@ -86,6 +86,8 @@ SQInteger pushResult(SQVM* v, Call&& call) {
     } else if constexpr (std::is_pointer_v<Result> && isCounted<std::remove_cv_t<std::remove_pointer_t<Result>>>) {
         using Class = std::remove_cv_t<std::remove_pointer_t<Result>>;
         return Access<Class*>::push(v, const_cast<Class*>(call())) ? 1 : SQ_ERROR;
+    } else if constexpr (std::is_reference_v<Result> && isCounted<std::remove_cvref_t<Result>>) {
+        return pushCounted(v, const_cast<std::remove_cvref_t<Result>*>(&call())) ? 1 : SQ_ERROR;
     } else {
         return Access<std::remove_cvref_t<Result>>::push(v, call()) ? 1 : SQ_ERROR;
     }
@@ -210,6 +212,7 @@ struct Creation<Factory<function>> {
     }
 };
 
+// 0 when what is in slot 1 waits for a native object of this very class, and not of one derived from it in native code.
 KIV_API SQInteger checkConstruction(SQVM* v, const AdapterData& adapter);
 
 template <class T>
@@ -231,7 +234,8 @@ SQInteger construct(SQVM* v) noexcept {
         const bool isKnown =
             ((Creation<Overloads>::count == count && (result = Creation<Overloads>::create(v, object), true)) || ...);
         if (!isKnown) return sq_throwerror(v, "invalid argument count on native constructor call");
-        return object ? install(v, object) : result;
+        if (object) return install(v, object);
+        return SQ_FAILED(result) ? result : sq_throwerror(v, "the native object could not be made");
     });
 }
 
