@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kiv/core/Containers.h"
 #include "kiv/platform/Compiler.h"
 #include "kiv/script/Engine.h"
 #include "kiv/script/InstanceAccess.h"
@@ -65,6 +66,44 @@ struct Access<std::optional<T>> {
         return true;
     }
     static const char* name() { return Access<T>::name(); }
+};
+
+// Arrays whose elements are all of one type; scripts get new ones.
+template <class T>
+struct Access<kiv::Vector<T>> {
+    static bool get(SQVM* v, int64_t index, kiv::Vector<T>& out) {
+        if (sq_gettype(v, index) != OT_ARRAY) return false;
+        const StackGuard guard(v);
+        sq_push(v, index);
+        const SQInteger size = sq_getsize(v, -1);
+        kiv::Vector<T> values;
+        values.reserve(static_cast<size_t>(size));
+        for (SQInteger i = 0; i < size; ++i) {
+            sq_pushinteger(v, i);
+            T value{};
+            if (SQ_FAILED(sq_rawget(v, -2)) || !Access<T>::get(v, -1, value)) return false;
+            values.push_back(std::move(value));
+            sq_poptop(v);
+        }
+        out = std::move(values);
+        return true;
+    }
+    static bool push(SQVM* v, const kiv::Vector<T>& values) {
+        const SQInteger top = sq_gettop(v);
+        sq_newarray(v, 0);
+        for (const T& value : values) {
+            if (!Access<T>::push(v, value)) {
+                sq_settop(v, top);
+                return false;
+            }
+            sq_arrayappend(v, -2);
+        }
+        return true;
+    }
+    static const char* name() {
+        static const std::string text = std::string("array of ") + Access<T>::name();
+        return text.c_str();
+    }
 };
 
 // ---- Handles.

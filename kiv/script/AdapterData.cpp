@@ -1,6 +1,7 @@
 #include "kiv/script/AdapterData.h"
 
 #include "kiv/core/Containers.h"
+#include "kiv/logging/MessageStream.h"
 #include "kiv/script/Call.h"
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/TypeInfoComparator.h"
@@ -188,6 +189,10 @@ void AdapterData::initialize(SQVM* v, SQFUNCTION constructor, SQFUNCTION cloned,
                              const AdapterData* base) {
     const StackGuard guard(v);
     m_name = nativeClassName;
+    if (base && !base->isInitialized()) {
+        kiv::logging::MessageStream(4, 2) << "[SQ] the base of the native class is not bound: " << m_name;
+        base = nullptr;
+    }
     if (base) base->getClass().push(v);
     sq_newclass(v, base ? SQTrue : SQFalse);
     sq_settypetag(v, -1, getTypeTag());
@@ -235,12 +240,13 @@ bool AdapterData::pushInstance(SQVM* v, void* pointer, SQRELEASEHOOK hook) const
     return true;
 }
 
-void AdapterData::addMember(SQVM* v, const char* name, int32_t position, const MemberRecord& record) {
+void AdapterData::addMember(SQVM* v, const Object& scriptClass, const char* name, int32_t position,
+                            const MemberRecord& record) {
     const StackGuard guard(v);
     MemberRecord& kept = m_members.emplace_back(record);
     kept.owner = this;
     const auto enter = [&](const char* table, SQFUNCTION function) {
-        m_class->rawget(table).push(v);
+        scriptClass.rawget(table).push(v);
         sq_pushstring(v, name, -1);
         std::memcpy(sq_newuserdata(v, sizeof position), &position, sizeof position);
         sq_settypetag(v, -1, &kept);

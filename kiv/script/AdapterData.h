@@ -51,8 +51,8 @@ public:
     AdapterData(const AdapterData&) = delete;
     AdapterData& operator=(const AdapterData&) = delete;
 
-    // Builds the script class with its eight slots, derived from that of `base` unless that is null.
-    // Requires: `base` is initialized.
+    // Builds the script class with its eight slots, derived from that of `base` unless that is null. A base that is not
+    // initialized is left out, which is logged.
     void initialize(SQVM* v, SQFUNCTION constructor, SQFUNCTION cloned, const char* nativeClassName,
                     const AdapterData* base = nullptr);
     bool isInitialized() const { return m_class != nullptr; }
@@ -74,9 +74,10 @@ public:
     // run. False, with the script error set, when the class is not bound; the pointer is the caller's then.
     bool pushInstance(SQVM* v, void* pointer, SQRELEASEHOOK hook) const;
 
-    // Enters a data member into the get table, and the set table where it can be written.
-    // Requires: no instance was made yet.
-    void addMember(SQVM* v, const char* name, int32_t position, const internal::MemberRecord& record);
+    // Enters a data member into the get table of one of its script classes, and the set table where it can be written.
+    // Classes derived from it before don't get it.
+    void addMember(SQVM* v, const Object& scriptClass, const char* name, int32_t position,
+                   const internal::MemberRecord& record);
 
     // Pops the top of the stack into a new handle. freeObject() takes null, too.
     static Object* allocObject(SQVM* v);

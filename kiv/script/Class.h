@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kiv/script/Call.h"
+#include "kiv/script/Members.h"
 
 #include <cstring>
 #include <type_traits>
@@ -18,78 +18,21 @@ namespace internal {
 template <class T>
 constexpr bool isVoidSignature = std::is_same_v<T, void()>;
 
-// Between a pointer to a counted class's own part and the kiv::Object that instances hold.
-template <class T>
-ptrdiff_t offsetOfInstancePointer() {
-    if constexpr (isCounted<T>) {
-        auto* object = reinterpret_cast<T*>(uintptr_t{1} << 16);
-        return reinterpret_cast<char*>(static_cast<kiv::Object*>(object)) - reinterpret_cast<char*>(object);
-    } else {
-        return 0;
-    }
+template <class Base, class T>
+concept DirectlyDerived = requires(Base* base) {
+    static_cast<T*>(base);
+};
+
+// Instances of T have a pointer to it, which methods of Base take for one to Base.
+template <class T, class Base>
+bool startsWith() {
+    auto* object = reinterpret_cast<T*>(uintptr_t{1} << 16);
+    return isCounted<T> || static_cast<void*>(static_cast<Base*>(object)) == static_cast<void*>(object);
 }
 
-// A pointer to a data member is its position, as wide as the compiler has it.
-template <class T, class M>
-int32_t positionOf(M T::*member) {
-    ptrdiff_t position = 0;
-    if constexpr (sizeof member == sizeof position) {
-        std::memcpy(&position, &member, sizeof position);
-    } else {
-        static_assert(sizeof member == sizeof(int32_t), "a class with a virtual base can't have data members bound");
-        int32_t narrow = 0;
-        std::memcpy(&narrow, &member, sizeof narrow);
-        position = narrow;
-    }
-    return static_cast<int32_t>(position - offsetOfInstancePointer<T>());
-}
-
-template <class M>
-bool readMember(SQVM* v, const MemberRecord&, char* member) {
-    return Access<M>::push(v, *reinterpret_cast<const M*>(member));
-}
-
-template <class M>
-bool writeMember(SQVM* v, const MemberRecord&, char* member, SQInteger index) {
-    Argument<const M&> value;
-    if constexpr (std::is_array_v<M>) {
-        if (Access<M>::get(v, index, *reinterpret_cast<M*>(member))) return true;
-    } else {
-        if (value.read(v, index)) {
-            *reinterpret_cast<M*>(member) = value.get();
-            return true;
-        }
-    }
-    throwMismatch(v, 0, Access<M>::name(), index);
-    return false;
-}
-
-template <class Function>
-Function accessor(const std::byte* bytes) {
-    Function function;
-    std::memcpy(&function, bytes, sizeof function);
-    return function;
-}
-
-template <class T, class Getter>
-bool readProperty(SQVM* v, const MemberRecord& record, char* member) {
-    T& self = *fromInstancePointer<T>(member);
-    const auto function = accessor<Getter>(record.getter);
-    using Result = decltype(std::invoke(function, self));
-    return pushResult<Result>(v, [&]() -> decltype(auto) { return std::invoke(function, self); }) == 1;
-}
-
-template <class T, class Setter, class Value>
-bool writeProperty(SQVM* v, const MemberRecord& record, char* member, SQInteger index) {
-    T& self = *fromInstancePointer<T>(member);
-    Argument<Value> value;
-    if (!value.read(v, index)) {
-        throwMismatch(v, 0, Argument<Value>::name(), index);
-        return false;
-    }
-    std::invoke(accessor<Setter>(record.setter), self, value.get());
-    return true;
-}
+// The base of all counted classes, which is bound when the first of them is.
+KIV_API const AdapterData& baseOfCounted();
+KIV_API void logRefusedBase(const char* name);
 
 } // namespace internal
 
@@ -101,7 +44,8 @@ bool writeProperty(SQVM* v, const MemberRecord& record, char* member, SQInteger 
 //         .property("name", &Volume::getName, &Volume::setName)
 //         .staticMethod("unit", &Volume::unit)
 //         .constant("limit", 4096);
-// Counted classes are held by reference, others by value. Base is a class bound before. Main thread, with a VM.
+// Counted classes are held by reference, others by value. Base is a class bound before, at the start of T if it is not
+// counted; kiv::Object is that of counted classes that name none. All answer getClassName(). Main thread, with a VM.
 template <class T, class Base = void>
 class Class {
 public:
@@ -111,7 +55,14 @@ public:
         const AdapterData* base = nullptr;
         if constexpr (!std::is_void_v<Base>) {
             static_assert(std::is_base_of_v<Base, T> && internal::isCounted<Base> == internal::isCounted<T>);
+            static_assert(internal::DirectlyDerived<Base, T>, "a base has to be the only one of its type, not virtual");
             base = &AdapterData::of<Base>();
+            if (!internal::startsWith<T, Base>()) {
+                internal::logRefusedBase(name);
+                base = nullptr;
+            }
+        } else if constexpr (internal::isCounted<T> && !std::is_same_v<T, kiv::Object>) {
+            base = &internal::baseOfCounted();
         }
         SQFUNCTION constructor = &internal::throwNoConstructor;
         if constexpr (sizeof...(Overloads) > 0) constructor = &internal::construct<T, Overloads...>;
@@ -123,6 +74,9 @@ public:
         m_adapter.initialize(m_vm, constructor, clone, name, base);
         m_class = m_adapter.getClass();
         table.set(name, m_class);
+        if constexpr (!internal::isCounted<T>)
+            method(
+                "getClassName", +[](const T&) { return AdapterData::of<T>().getName(); });
     }
     // Adds members to a class made before.
     explicit Class(const Object& scriptClass) : m_vm(internal::currentEngine()), m_class(scriptClass) {}
@@ -158,7 +112,7 @@ public:
         return *this;
     }
 
-    // Data members, read and written in place. Requires, for these and properties: there is no instance yet.
+    // Data members, read and written in place. Classes derived from this one before get neither these nor properties.
     template <class C, class M>
     Class& member(const char* name, M C::*data) {
         return addMember(name, data, std::is_const_v<M>);
@@ -209,7 +163,7 @@ private:
         internal::MemberRecord record;
         record.read = &internal::readMember<Value>;
         if (!isReadonly) record.write = &internal::writeMember<Value>;
-        m_adapter.addMember(m_vm, name, internal::positionOf(static_cast<M T::*>(data)), record);
+        m_adapter.addMember(m_vm, m_class, name, internal::positionOf(static_cast<M T::*>(data)), record);
         return *this;
     }
     template <class Getter, class Setter>
@@ -221,7 +175,7 @@ private:
         record.write = write;
         std::memcpy(record.getter, &getter, sizeof getter);
         std::memcpy(record.setter, &setter, sizeof setter);
-        m_adapter.addMember(m_vm, name, 0, record);
+        m_adapter.addMember(m_vm, m_class, name, 0, record);
     }
 
     SQVM* const m_vm;

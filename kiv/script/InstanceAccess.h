@@ -61,6 +61,7 @@ T* getInstance(SQVM* v, SQInteger index) {
 template <class T>
 const AdapterData& adapterOf(const T& object) {
     if constexpr (isCounted<T>) {
+        if (typeid(object) == typeid(T)) return AdapterData::of<T>();
         const AdapterData& own = AdapterData::of(typeid(object));
         if (own.isInitialized()) return own;
     }
@@ -101,6 +102,8 @@ bool pushCopy(SQVM* v, const T& value) {
 // Classes that are bound: values are copied, counted ones can only be taken by reference or pointer.
 template <class T>
 struct Access {
+    static_assert(std::is_class_v<T> || std::is_union_v<T>,
+                  "of pointers, only those to classes derived from kiv::Object go to and from scripts");
     using BoundClass = T;
 
     static bool get(SQVM* v, int64_t index, T& out) requires std::is_copy_assignable_v<T> {

@@ -56,6 +56,22 @@ struct Access<T> {
     }
 };
 
+// As their numbers.
+template <class T>
+requires std::is_enum_v<T>
+struct Access<T> {
+    using Number = std::underlying_type_t<T>;
+
+    static bool get(SQVM* v, int64_t index, T& out) {
+        Number number{};
+        if (!Access<Number>::get(v, index, number)) return false;
+        out = static_cast<T>(number);
+        return true;
+    }
+    static bool push(SQVM* v, T value) { return Access<Number>::push(v, static_cast<Number>(value)); }
+    static const char* name() { return Access<Number>::name(); }
+};
+
 template <>
 struct Access<bool> {
     static bool get(SQVM* v, int64_t index, bool& out) {

@@ -2,8 +2,10 @@
 
 #include "kiv/core/Object.h"
 
+#include "kiv/logging/MessageStream.h"
 #include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
+#include "kiv/script/NativeFunction.h"
 
 namespace kivSq::internal {
 
@@ -12,6 +14,16 @@ void bindObject(const Object& table) {
     Class<kiv::Object> object(table, "Object");
     Object scriptClass = object.getClass();
     kiv::Object::bindSqVM(&scriptClass);
+}
+
+const AdapterData& baseOfCounted() {
+    const AdapterData& adapter = AdapterData::of<kiv::Object>();
+    if (!adapter.isInitialized()) bindObject(requireVM().getNamespace("kiv"));
+    return adapter;
+}
+
+void logRefusedBase(const char* name) {
+    kiv::logging::MessageStream(4, 2) << "[SQ] the native class does not begin with its base: " << name;
 }
 
 } // namespace kivSq::internal

@@ -2,7 +2,7 @@
 
 #include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
-#include "kiv/script/VM.h"
+#include "kiv/script/NativeTable.h"
 
 // What the script classes of plain values have in common.
 
@@ -47,7 +47,7 @@ int compareValues(const T& a, const T& b) {
 // Its class is bound when the first is needed.
 template <void (*bind)(const Object&), class T>
 bool pushBound(SQVM* v, const T& value) {
-    if (!AdapterData::of<T>().isInitialized()) bind(VM::current()->getNamespace("kiv"));
+    if (!AdapterData::of<T>().isInitialized()) bind(requireVM().getNamespace("kiv"));
     return pushCopy(v, value);
 }
 
