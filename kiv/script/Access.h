@@ -137,7 +137,9 @@ bool Object::to(T& out) const {
     if (!v) return false;
     const StackGuard guard(v);
     push(v);
-    return Access<T>::get(v, -1, out);
+    if (Access<T>::get(v, -1, out)) return true;
+    sq_reseterror(v);
+    return false;
 }
 
 } // namespace kivSq

@@ -96,6 +96,12 @@ protected:
         kivSq::Class<Animal>(table, "Animal", kivSq::Constructor<void(), void(int)>())
             .method("countLegs", &Animal::countLegs)
             .method("grow", &Animal::grow)
+            .method(
+                "chase",
+                +[](Animal& animal, Animal byValue, Animal&& movable, const Animal& other) {
+                    byValue.legs = movable.legs = 100;
+                    return animal.legs + other.legs;
+                })
             .member("legs", &Animal::legs)
             .property("broken", &Animal::breakDown)
             .staticMethod(
@@ -134,6 +140,7 @@ TEST_F(InheritanceTest, MembersAndMethodsComeFromBases) {
         {"local l = t.Leaf(); l.tag = 5; return l.tag + l.value + l.depth", "17"},
         {"local d = t.Dog(); d.legs = 3; return d.countLegs() + d.name.len()", "43"},
         {"return t.Dog.kind() + t.Dog().kind()", "animalanimal"},
+        {"local a = t.Animal(); return a.chase(a, a, t.Dog())", "8"},
         // References to values are copied, those to counted objects are the object.
         {"local a = t.Animal(), b = a.grow(1); b.legs = 9; return a.legs * 10 + b.legs", "59"},
         {"local n = t.Node(); n.getSelf().value = 1; n.getConstSelf().tag = 2; return n.value + n.tag", "3"},
@@ -231,6 +238,8 @@ TEST(HandlesTest, HandlesOfAnEndedEngineAreNull) {
     kivSq::Object other = second.newTable();
     const kivSq::Object copy = table;
     EXPECT_TRUE(table.isNull() && copy.isNull() && !table.isTable() && table.isSame(copy) && !table.isSame(other));
+    int number = 0;
+    EXPECT_FALSE(other.to(number) || second.getLastError().length() > 0);
     EXPECT_FALSE(table.set("a", copy));
     EXPECT_TRUE(table.get("a").isNull());
     EXPECT_TRUE(other.set("a", text));
