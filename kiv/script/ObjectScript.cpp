@@ -5,7 +5,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
-#include "kiv/script/NativeFunction.h"
+#include "kiv/script/NativeTable.h"
 
 namespace kivSq::internal {
 

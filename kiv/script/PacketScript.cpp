@@ -7,6 +7,7 @@
 #include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/ItemObject.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/TypeName.h"
 #include "kiv/script/VM.h"
 
@@ -283,7 +284,7 @@ std::optional<String> getSchemeName(Packet& packet) {
 }
 
 Object getFieldNames(Packet& packet) {
-    Object names = VM::current()->newArray(0);
+    Object names = internal::requireVM().newArray(0);
     for (const PacketElement& element : schemeOf(packet).getElements())
         names.asArray().append(Object::from(element.name));
     return names;

@@ -4,6 +4,7 @@
 #include "kiv/script/Class.h"
 #include "kiv/script/Functor.h"
 #include "kiv/script/ItemObject.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/VM.h"
 #include "kiv/store/ItemBound.h"
 #include "kiv/store/MemoryStore.h"
@@ -114,7 +115,7 @@ MaybeKey last(Store& store) {
 }
 
 Object children(Store& store, const ItemKey& parent) {
-    Object keys = VM::current()->newArray(0);
+    Object keys = internal::requireVM().newArray(0);
     const ItemBound end(parent.item, ValueType::Meta);
     const int depth = parent.item.getDepth() + 1;
     Item key;
