@@ -2,7 +2,7 @@
 
 #include "kiv/data/GUID.h"
 
-#include "kiv/script/ValueClass.h"
+#include "kiv/script/classes/ValueClass.h"
 #include "kiv/store/GUIDDomainDB.h"
 
 #include <stdexcept>

@@ -1,6 +1,6 @@
 // The script class kiv.GregorianDate.
 
-#include "kiv/script/ValueClass.h"
+#include "kiv/script/classes/ValueClass.h"
 
 namespace kivSq {
 namespace {

@@ -3,9 +3,9 @@
 #include "kiv/files/File.h"
 
 #include "kiv/files/Directory.h"
-#include "kiv/script/Bindings.h"
-#include "kiv/script/FileArguments.h"
 #include "kiv/script/VM.h"
+#include "kiv/script/classes/Bindings.h"
+#include "kiv/script/classes/FileArguments.h"
 
 namespace kivSq {
 namespace {

@@ -1,6 +1,6 @@
 // The script classes kiv.IVec2 and kiv.IVec3.
 
-#include "kiv/script/ValueClass.h"
+#include "kiv/script/classes/ValueClass.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "kiv/script/FileArguments.h"
+#include "kiv/script/classes/FileArguments.h"
 
 #include <sqstdblob.h>
 

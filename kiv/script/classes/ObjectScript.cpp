@@ -3,9 +3,9 @@
 #include "kiv/core/Object.h"
 
 #include "kiv/logging/MessageStream.h"
-#include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/NativeTable.h"
+#include "kiv/script/classes/Bindings.h"
 
 namespace kivSq::internal {
 

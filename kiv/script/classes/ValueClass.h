@@ -1,8 +1,8 @@
 #pragma once
 
-#include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/NativeTable.h"
+#include "kiv/script/classes/Bindings.h"
 
 // What the script classes of plain values have in common.
 

@@ -1,5 +1,5 @@
-#include "kiv/script/Bindings.h"
 #include "kiv/script/VM.h"
+#include "kiv/script/classes/Bindings.h"
 
 #include <string>
 

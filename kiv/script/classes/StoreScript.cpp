@@ -1,11 +1,11 @@
 // The script classes kiv.Store, kiv.MemoryStore and kiv.StoreRange.
 
-#include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/Functor.h"
 #include "kiv/script/ItemObject.h"
 #include "kiv/script/NativeTable.h"
 #include "kiv/script/VM.h"
+#include "kiv/script/classes/Bindings.h"
 #include "kiv/store/ItemBound.h"
 #include "kiv/store/MemoryStore.h"
 #include "kiv/store/StoreFile.h"

@@ -1,6 +1,6 @@
 // The script class kiv.Rect.
 
-#include "kiv/script/ValueClass.h"
+#include "kiv/script/classes/ValueClass.h"
 
 #include <stdexcept>
 

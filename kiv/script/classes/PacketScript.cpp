@@ -4,12 +4,12 @@
 #include "kiv/data/FilePacketWriter.h"
 #include "kiv/data/Packet.h"
 #include "kiv/data/PacketSchemeRegistry.h"
-#include "kiv/script/Bindings.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/ItemObject.h"
 #include "kiv/script/NativeTable.h"
 #include "kiv/script/TypeName.h"
 #include "kiv/script/VM.h"
+#include "kiv/script/classes/Bindings.h"
 
 #include <fmt/format.h>
 

@@ -5,8 +5,8 @@
 #include "kiv/core/Version.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/platform/SystemName.h"
-#include "kiv/script/Bindings.h"
-#include "kiv/script/FileArguments.h"
+#include "kiv/script/classes/Bindings.h"
+#include "kiv/script/classes/FileArguments.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/tasks/HardwareConcurrency.h"
 

@@ -1,7 +1,7 @@
 // The script class kiv.Item.
 
 #include "kiv/script/ItemObject.h"
-#include "kiv/script/ValueClass.h"
+#include "kiv/script/classes/ValueClass.h"
 
 #include <stdexcept>
 
