@@ -77,6 +77,22 @@ TEST_F(LibraryFunctionsTest, AsksTheTranslationSource) {
     kiv::Object::clearTrCache();
 }
 
+TEST_F(LibraryFunctionsTest, SomeClosuresCarryTheirFunction) {
+    std::vector<std::string> carried;
+    SQVM* const v = vm.getSquirrelVM();
+    for (const char* table : {"std", "string"})
+        for (const auto& [name, function] : vm.getRootTable().get(table).asTable().getKeyValuePairs()) {
+            const kivSq::StackGuard guard(v);
+            function.push(v);
+            if (function.isNativeClosure() && sq_getfreevariable(v, -1, 0)) carried.emplace_back(name.describe());
+            sq_reseterror(v);
+        }
+    EXPECT_THAT(carried, testing::UnorderedElementsAre("queue", "tr", "tr_l", "current_queue_is_aborting",
+                                                       "decode_json", "replace_all", "append_to_file", "write_to_file",
+                                                       "read_from_file", "dofile", "loadfile", "format",
+                                                       "escape")); // the last four: what they guard
+}
+
 TEST_F(LibraryFunctionsTest, MisuseIsAScriptError) {
     const char* const calls[] = {
         "std.tr(1)",
