@@ -209,8 +209,9 @@ TEST_F(HostingExamples, FunctionsAndThreads) {
 
     const auto loads = kiv::makeObject<kivSq::AsyncQueue>(2); // two at a time
     for (int i = 0; i < 5; ++i) loads->push(closure);
-    EXPECT_EQ(loads->running(), 2);
-    loads->abort(); // the three that wait never run
+    const int64_t running = loads->running(); // 2
+    loads->abort();                           // the three that wait never run
+    EXPECT_EQ(running, 2);
     EXPECT_EQ(loads->size(), 0);
     runThreads();
     EXPECT_EQ(loads->running(), 0);
@@ -220,17 +221,17 @@ TEST_F(HostingExamples, Items) {
     run("function plan() { return { name = \"knee\", spacing = [0.5, 0.5, 2.0] } }");
     kiv::Item plan;
     const bool isGood = kivSq::Functor(vm.getRootTable().get("plan")).call().to(plan);
-    EXPECT_TRUE(isGood);
     const kivSq::Object table = kivSq::Object::from(plan); // equal to what plan() has returned
+    EXPECT_TRUE(isGood);
     EXPECT_EQ(table.get("spacing").getSize(), 3);
 
     kiv::Item message;
     message.addSquirrel(vm.getRootTable().get("plan"));
-    kivSq::Object value;
-    message.getIterator().asSquirrel(value); // null
-    EXPECT_TRUE(value.isNull());
-    message.getIterator().asSquirrel(value, kiv::Trust::Code); // the function
-    EXPECT_TRUE(value.isClosure());
+    kivSq::Object asData, asCode;
+    message.getIterator().asSquirrel(asData);                   // null
+    message.getIterator().asSquirrel(asCode, kiv::Trust::Code); // the function
+    EXPECT_TRUE(asData.isNull());
+    EXPECT_TRUE(asCode.isClosure());
 }
 
 } // namespace
