@@ -108,6 +108,9 @@ TEST_F(VMTest, ErrorsAreLoggedOnceAndLeaveAUsableVM) {
     EXPECT_TRUE(run("try { throw \"caught\" } catch (e) {}"));
     EXPECT_TRUE(vm->getLastError().empty()) << vm->getLastError();
     EXPECT_TRUE(run("import; 5") && log.take().empty());
+    EXPECT_TRUE(run("local s = \"ab\"; for (local i = 0; i < 10; i++) s += s; print(s)"));
+    const std::string printed = log.takeOne();
+    EXPECT_TRUE(printed.size() == 2048 && printed.ends_with("abab")) << printed;
     // Whole, and of the last one.
     EXPECT_FALSE(run("throw std.encode_json(array(150, 1)) + \"\\x00.\""));
     EXPECT_EQ(vm->getLastError().size(), 303u);
