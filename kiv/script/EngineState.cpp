@@ -10,12 +10,14 @@
 #include <vector>
 
 namespace kivSq::internal {
+
+std::atomic<uint32_t> engineEpoch{0};
+
 namespace {
 
 std::atomic<SQVM*> g_engine{nullptr};
 std::atomic<VM*> g_vm{nullptr};
 std::atomic<std::thread::id> g_thread{};
-std::atomic<uint32_t> g_epoch{0};
 uint32_t g_lastEpoch = 0;
 
 struct Parked {
@@ -36,7 +38,7 @@ void installEngine(SQVM* v, VM* vm) {
     assert(!g_engine && "there is a script VM already");
     g_thread = std::this_thread::get_id();
     g_vm = vm;
-    g_epoch = ++g_lastEpoch;
+    engineEpoch = ++g_lastEpoch;
     g_engine = v;
 }
 
@@ -44,7 +46,7 @@ void uninstallEngine() {
     Parked& all = parked();
     const std::lock_guard lock(all.mutex);
     g_engine = nullptr;
-    g_epoch = 0;
+    engineEpoch = 0;
     g_vm = nullptr;
     all.handles.clear();
     all.isEmpty = true;
@@ -52,10 +54,6 @@ void uninstallEngine() {
 
 SQVM* currentEngine() {
     return g_engine.load(std::memory_order_acquire);
-}
-
-uint32_t currentEpoch() {
-    return g_epoch.load(std::memory_order_relaxed);
 }
 
 VM* currentVM() {

@@ -6,6 +6,7 @@
 #include "kiv/platform/Compiler.h"
 #include "kiv/script/Engine.h"
 
+#include <atomic>
 #include <cstdint>
 #include <utility>
 
@@ -16,8 +17,12 @@ class Buffer;
 namespace kivSq {
 
 namespace internal {
-// Which engine lives: every one has a number of its own; 0 without one.
-KIV_API uint32_t currentEpoch();
+// Which engine lives: every one has a number of its own; 0 without one. A variable, as every use of a handle looks.
+KIV_API extern std::atomic<uint32_t> engineEpoch;
+
+inline uint32_t currentEpoch() {
+    return engineEpoch.load(std::memory_order_relaxed);
+}
 } // namespace internal
 
 // A handle of one script value, which it keeps alive. Copies refer to the same value; a default one is null.
@@ -77,7 +82,13 @@ public:
     bool isSame(const Object& other) const;
     const HSQOBJECT& getHandle() const { return isStale() ? nullHandle() : m_handle; }
     // Puts the value on the stack.
-    void push(SQVM* v) const { sq_pushobject(v, getHandle()); }
+    void push(SQVM* v) const {
+        if (isStale()) [[unlikely]] {
+            sq_pushnull(v);
+        } else {
+            sq_pushobject(v, m_handle);
+        }
+    }
 
     // The engine's size of the value: elements, slots, bytes; -1 where it has none.
     int64_t getSize() const;
