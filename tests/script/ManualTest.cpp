@@ -365,7 +365,7 @@ foreach (name in ["System", "IVec2", "IVec3", "Rect", "GUID", "GregorianDate", "
 names <- []
 function isOwn(name, parent) {
     if (name.len() > 0 && name[0] == '_') return false
-    return ["constructor", "cloned", "weakref"].find(name) == null && !(parent && (name in parent))
+    return ["constructor", "cloned", "weakref", "getClassName"].find(name) == null && !(parent && (name in parent))
 }
 function list(path, slots, parent) {
     foreach (name, value in slots) if (isOwn(name, parent)) {
