@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kiv/script/Construction.h"
 #include "kiv/script/Members.h"
 
 #include <cstring>
