@@ -77,9 +77,8 @@ TEST_F(ProcessFunctionsTest, ProgramsGetTheirArgumentsAsTheyAre) {
                 ElementsAre("argument 1: expected string, got integer", "argument 1: expected string, got array",
                             "argument 1: expected array of strings, got string",
                             "argument 1: expected array of strings, got array",
-                            "argument 1: expected array of strings, got array",
-                            "the program can't be started", "argument 1: it holds a zero byte",
-                            "argument 1: it holds a zero byte"));
+                            "argument 1: expected array of strings, got array", "the program can't be started",
+                            "argument 1: it holds a zero byte", "argument 1: it holds a zero byte"));
 }
 
 TEST_F(ProcessFunctionsTest, AnAbortOrTheEndOfTheVMEndsTheChild) {
