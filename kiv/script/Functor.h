@@ -20,6 +20,7 @@ public:
 
     template <class... Arguments>
     Object call(const Arguments&... arguments) const {
+        static_assert(sizeof...(Arguments) <= 8, "the engine has room for eight; pass a table or an array");
         SQVM* v = internal::currentEngine();
         if (!v) return {};
         const StackGuard guard(v);
