@@ -41,6 +41,13 @@ public:
         return true;
     }
 
+    // What assigns to the value before.
+    bool isAssignment() const {
+        static constexpr std::string_view combined[] = {"+", "-", "*", "/", "%"};
+        const bool isEqualNext = m_rest.starts_with('=');
+        return token == "<-" || (token == "=" && !isEqualNext) || (isEqualNext && isOneOf(token, combined));
+    }
+
     std::string_view token;
     bool isAfterNewline = false;
 
@@ -75,7 +82,7 @@ private:
                          m_rest.size()));
             return true;
         }
-        static constexpr std::string_view doubles[] = {"++", "--", "&&", "||", "::", "</", "/>", "<-"};
+        static constexpr std::string_view doubles[] = {"++", "--", "&&", "||", "::", "<<", "</", "/>", "<-"};
         m_rest.remove_prefix(isOneOf(m_rest.substr(0, 2), doubles) ? 2 : 1);
         return true;
     }
@@ -105,8 +112,57 @@ private:
     std::string_view m_rest;
 };
 
+// What "++" or "--" has changed is a value, no place to assign to. The compiler does not look, and takes from an empty
+// list then.
+class Steps {
+public:
+    // Whether this token assigns to such a value.
+    bool isAssigned(const Tokens& tokens, bool isValueBefore) {
+        State& state = m_states.back();
+        const std::string_view token = tokens.token;
+        if (state != State::None && tokens.isAssignment()) return true;
+        if (token == "(" || token == "[" || token == "{") {
+            if (state != State::Prefix) state = State::None;
+            m_states.push_back(State::None);
+        } else if (token == ")" || token == "]" || token == "}") {
+            if (m_states.size() > 1) m_states.pop_back();
+        } else if (token == "++" || token == "--") {
+            const bool isPostfix = isValueBefore && !tokens.isAfterNewline && m_previous != "return";
+            state = isPostfix ? State::Postfix : State::Prefix;
+        } else if (state == State::Postfix || !goesOn(token)) {
+            state = State::None;
+        }
+        m_previous = token;
+        return false;
+    }
+
+private:
+    enum class State { None, Prefix, Postfix };
+
+    // Whether the token belongs to the value behind "++".
+    bool goesOn(std::string_view token) const {
+        static constexpr std::string_view joints[] = {"++", "--", ".", "::"};
+        return token == "." || token == "::" || (isWordCharacter(token[0]) && isOneOf(m_previous, joints));
+    }
+
+    std::vector<State> m_states{State::None}; // one for each pair of brackets
+    std::string_view m_previous;
+};
+
 class Nesting {
 public:
+    // Whether an operator can follow.
+    bool isValueBefore() const {
+        static constexpr std::string_view words[] = {"if",     "else",  "while",  "do",     "for",     "foreach",
+                                                     "switch", "try",   "throw",  "case",   "in",      "instanceof",
+                                                     "typeof", "clone", "delete", "resume", "extends", "function",
+                                                     "class",  "local", "const",  "enum",   "static"};
+        if (m_previous.empty()) return false;
+        const char c = m_previous[0];
+        if (c == ')') return !m_closedHeader;
+        if (isWordCharacter(c)) return !isOneOf(m_previous, words);
+        return c == ']' || c == '}' || c == '"' || c == '\'' || m_previous.starts_with("@\"");
+    }
     // Null, or what is wrong up to this token.
     const char* add(std::string_view token, bool isAfterNewline) {
         if (const char* reason = checkBase(token)) return reason;
@@ -145,8 +201,8 @@ private:
 
     void endStatement(std::string_view token, bool isAfterNewline) {
         static constexpr std::string_view continuing[] = {
-            "else", "catch", "in", "instanceof", "(", ")", "]", "}", ".", ",", ";",  "?",  ":", "=", "<-",
-            "+",    "-",     "*",  "/",          "%", "&", "|", "^", "<", ">", "&&", "||", "[", "/>"};
+            "else", "catch", "in", "instanceof", "(", ")", "]", "}", ".", ",",  ";", "?",  ":",  "=", "<-",
+            "+",    "-",     "*",  "/",          "%", "&", "|", "^", "<", "<<", ">", "&&", "||", "[", "/>"};
         Level& level = m_levels.back();
         if (isAfterNewline && isValueBefore() && !isOneOf(token, continuing)) level.hasEnded = true;
         if (!level.hasEnded) return;
@@ -155,19 +211,6 @@ private:
         forget(level.statements);
         forgetExpression();
         m_commas -= std::exchange(level.commas, 0);
-    }
-
-    // Whether an operator can follow.
-    bool isValueBefore() const {
-        static constexpr std::string_view words[] = {"if",     "else",  "while",  "do",     "for",     "foreach",
-                                                     "switch", "try",   "throw",  "case",   "in",      "instanceof",
-                                                     "typeof", "clone", "delete", "resume", "extends", "function",
-                                                     "class",  "local", "const",  "enum",   "static"};
-        if (m_previous.empty()) return false;
-        const char c = m_previous[0];
-        if (c == ')') return !m_closedHeader;
-        if (isWordCharacter(c)) return !isOneOf(m_previous, words);
-        return c == ']' || c == '}' || c == '"' || c == '\'' || m_previous.starts_with("@\"");
     }
 
     void open(std::string_view token) {
@@ -261,7 +304,9 @@ const char* refuseSource(const char* source, size_t length) {
     text = withoutMark(text);
     Tokens tokens(text);
     Nesting nesting;
+    Steps steps;
     while (tokens.next()) {
+        if (steps.isAssigned(tokens, nesting.isValueBefore())) return "can't assign to what \"++\" or \"--\" gives";
         if (const char* reason = nesting.add(tokens.token, tokens.isAfterNewline)) return reason;
     }
     return nullptr;

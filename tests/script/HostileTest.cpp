@@ -240,6 +240,13 @@ TEST_F(HostileTest, DeepSources) {
     for (const char* source : {"delete base", "++base", "class base {}", "base--", "base /**/ ++"})
         EXPECT_EQ(refusal(source), "\"base\" can't be changed") << source;
     EXPECT_EQ(refusal("class A extends B { constructor() { base.constructor(); x = base } }"), "");
+    for (const char* source : {"a++ = 3", "a-- <- 3", "a++ += 1", "--a <- b", "o << --a <- b", "o<<--a<-b",
+                               "++a.b[c] = 1", "++::a.b -= 1", "f(++a(b) *= 2)", "return ++a = 3"})
+        EXPECT_EQ(refusal(source), "can't assign to what \"++\" or \"--\" gives") << source;
+    for (const char* source : {"a++\nb = 3", "++a\nb.c <- 3", "a\n++b; c = 1", "x = a++ == 3", "x = ++a != b",
+                               "for (;; ++i) x = 3", "if (++n <= 3) x += 1", "a[i++] = 3", "a[--i].b <- 1",
+                               "x = { a = ++b, c = 1 }", "++i x = 2", "do { ++i } while (i < 3) x = 1", "x = i-- - 1"})
+        EXPECT_EQ(refusal(source), "") << source;
 }
 
 // The deepest that is let through has to fit on the C stack.
