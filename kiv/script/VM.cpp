@@ -205,9 +205,19 @@ Object VM::newClosure(const kiv::ConstByteSpan& bytecode) const {
 }
 
 Object VM::newClosure(SQFUNCTION function, const void* userData, size_t userDataSize) const {
+    return newClosureOf(function, userData, userDataSize, nullptr, nullptr);
+}
+
+Object VM::newClosureOf(SQFUNCTION function, const void* userData, size_t size, void (*copy)(void*, const void*),
+                        SQRELEASEHOOK release) const {
     const StackGuard guard(m_vm);
-    void* const copy = sq_newuserdata(m_vm, userDataSize);
-    if (userDataSize > 0) std::memcpy(copy, userData, userDataSize);
+    void* const block = sq_newuserdata(m_vm, size);
+    if (copy) {
+        copy(block, userData);
+        sq_setreleasehook(m_vm, -1, release); // of a whole copy only
+    } else if (size > 0) {
+        std::memcpy(block, userData, size);
+    }
     sq_settypetag(m_vm, -1, reinterpret_cast<SQUserPointer>(function));
     sq_newclosure(m_vm, &callWithData, 1);
     return Object(m_vm, -1);

@@ -10,6 +10,8 @@
 
 #include <functional>
 #include <memory>
+#include <new>
+#include <type_traits>
 
 namespace kivSq {
 
@@ -52,6 +54,22 @@ public:
     Object newClosure(const kiv::ConstByteSpan& bytecode) const;
     // A native function with a copy of these bytes as its one free variable. What it throws is a script error.
     Object newClosure(SQFUNCTION function, const void* userData, size_t userDataSize) const;
+    // The same with a value of any type; the closure owns the copy.
+    template <class T>
+    Object newClosure(SQFUNCTION function, const T& userData) const {
+        static_assert(alignof(T) <= 8, "the engine's user data is aligned to eight bytes");
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            return newClosure(function, &userData, sizeof userData);
+        } else {
+            return newClosureOf(
+                function, &userData, sizeof userData,
+                [](void* to, const void* from) { new (to) T(*static_cast<const T*>(from)); },
+                [](SQUserPointer data, SQInteger) -> SQInteger {
+                    static_cast<T*>(data)->~T();
+                    return 1;
+                });
+        }
+    }
     // Calls the class of this name, a path such as "kiv.GUID" from the root table on. Null, and logged, when there is
     // none or it fails.
     Object construct(const char* className) const;
@@ -116,6 +134,9 @@ private:
 
     void build();
     void closeEngine();
+
+    Object newClosureOf(SQFUNCTION function, const void* userData, size_t size, void (*copy)(void*, const void*),
+                        SQRELEASEHOOK release) const;
 
     SQVM* m_vm;
     std::unique_ptr<Threads> m_threads;

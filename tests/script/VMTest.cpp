@@ -7,6 +7,8 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <memory>
+#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -130,6 +132,19 @@ TEST_F(VMTest, ErrorsAreLoggedOnceAndLeaveAUsableVM) {
     for (int i = 0; i < 60; ++i) run(i % 2 == 0 ? "throw i" : "local a = 1; return a");
     EXPECT_EQ(sq_gettop(vm->getSquirrelVM()), top);
     EXPECT_TRUE(run("out.append(1)") && takeOut() == "1");
+}
+
+TEST_F(VMTest, ClosuresOwnWhatTheyCarry) {
+    const auto value = std::make_shared<int>(7);
+    const SQFUNCTION read = [](SQVM* v) -> SQInteger {
+        SQUserPointer data = nullptr;
+        sq_getuserdata(v, -1, &data, nullptr);
+        sq_pushinteger(v, **static_cast<std::shared_ptr<int>*>(data));
+        return 1;
+    };
+    vm->getRootTable().set("read", vm->newClosure(read, value));
+    EXPECT_TRUE(value.use_count() == 2 && run("out.append(read())") && takeOut() == "7");
+    EXPECT_TRUE(run("delete ::read") && value.use_count() == 1);
 }
 
 TEST_F(VMTest, HandlesAreReleasedOnOtherThreadsAndAfterTheVM) {
