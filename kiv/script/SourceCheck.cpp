@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 #include <vector>
 
@@ -44,9 +45,9 @@ public:
     // What assigns to the value before.
     bool isAssignment() const {
         static constexpr std::string_view combined[] = {"+", "-", "*", "/", "%"};
-        const bool isEqualNext = m_rest.starts_with('=');
-        return token == "<-" || (token == "=" && !isEqualNext) || (isEqualNext && isOneOf(token, combined));
+        return token == "<-" || (token == "=" && !isEqualNext()) || (isEqualNext() && isOneOf(token, combined));
     }
+    bool isEqualNext() const { return m_rest.starts_with('='); }
 
     std::string_view token;
     bool isAfterNewline = false;
@@ -112,57 +113,71 @@ private:
     std::string_view m_rest;
 };
 
-// What "++" or "--" has changed is a value, no place to assign to. The compiler does not look, and takes from an empty
-// list then.
-class Steps {
+// What an operator gives is a value, no place to assign to. The compiler forgets to look, and takes from an empty list
+// then.
+class Assignments {
 public:
     // Whether this token assigns to such a value.
-    bool isAssigned(const Tokens& tokens, bool isValueBefore) {
-        State& state = m_states.back();
+    bool isWrong(const Tokens& tokens) {
         const std::string_view token = tokens.token;
-        if (state != State::None && tokens.isAssignment()) return true;
-        if (token == "(" || token == "[" || token == "{") {
-            if (state != State::Prefix) state = State::None;
-            m_states.push_back(State::None);
-        } else if (token == ")" || token == "]" || token == "}") {
-            if (m_states.size() > 1) m_states.pop_back();
-        } else if (token == "++" || token == "--") {
-            const bool isPostfix = isValueBefore && !tokens.isAfterNewline && m_previous != "return";
-            state = isPostfix ? State::Postfix : State::Prefix;
-        } else if (state == State::Postfix || !goesOn(token)) {
-            state = State::None;
+        const char c = token[0];
+        if (std::exchange(m_isRest, false)) return false;
+        if (tokens.isAssignment()) {
+            m_isRest = token != "=" && token != "<-";
+            const bool isValue = m_isValue.back();
+            begin();
+            return isValue;
         }
-        m_previous = token;
+        if (token == "(" || token == "[" || token == "{") {
+            m_isValue.push_back(false);
+            m_isAfterOperand = false;
+        } else if (token == ")" || token == "]" || token == "}") {
+            if (m_isValue.size() > 1) m_isValue.pop_back();
+            m_isAfterOperand = true;
+        } else if (token == "++" || token == "--") {
+            m_isAfterOperand = m_isAfterOperand && !tokens.isAfterNewline;
+            m_isValue.back() = true;
+        } else if (token == ".") {
+            m_isAfterOperand = false;
+        } else if (isWordCharacter(c) || c == '"' || c == '\'' || c == '@' || token == "::") {
+            addOperand(token);
+        } else if (isOneOf(token, {",", ";", "?", ":", "</", "/>"})) {
+            begin();
+        } else {
+            m_isRest = tokens.isEqualNext() && isOneOf(token, {"=", "!", "<", ">"});
+            addOperator(token == "!" && !m_isRest);
+        }
         return false;
     }
 
 private:
-    enum class State { None, Prefix, Postfix };
-
-    // Whether the token belongs to the value behind "++".
-    bool goesOn(std::string_view token) const {
-        static constexpr std::string_view joints[] = {"++", "--", ".", "::"};
-        return token == "." || token == "::" || (isWordCharacter(token[0]) && isOneOf(m_previous, joints));
+    static bool isOneOf(std::string_view token, std::initializer_list<std::string_view> all) {
+        return std::find(all.begin(), all.end(), token) != all.end();
     }
 
-    std::vector<State> m_states{State::None}; // one for each pair of brackets
-    std::string_view m_previous;
+    void begin() {
+        m_isValue.back() = false;
+        m_isAfterOperand = false;
+    }
+    void addOperator(bool isPrefix) {
+        if (m_isAfterOperand) m_isValue.back() = !isPrefix;
+        m_isAfterOperand = false;
+    }
+    void addOperand(std::string_view token) {
+        if (token == "in" || token == "instanceof") return addOperator(false);
+        if (m_isAfterOperand) begin(); // another statement
+        m_isAfterOperand = token != "::" && token != "@" &&
+                           !isOneOf(token, {"typeof", "clone", "resume", "delete", "return", "yield", "throw", "else",
+                                            "do", "try", "case", "local", "const", "static"});
+    }
+
+    std::vector<bool> m_isValue{false}; // one for each pair of brackets
+    bool m_isAfterOperand = false;
+    bool m_isRest = false; // the next token is the end of an operator
 };
 
 class Nesting {
 public:
-    // Whether an operator can follow.
-    bool isValueBefore() const {
-        static constexpr std::string_view words[] = {"if",     "else",  "while",  "do",     "for",     "foreach",
-                                                     "switch", "try",   "throw",  "case",   "in",      "instanceof",
-                                                     "typeof", "clone", "delete", "resume", "extends", "function",
-                                                     "class",  "local", "const",  "enum",   "static"};
-        if (m_previous.empty()) return false;
-        const char c = m_previous[0];
-        if (c == ')') return !m_closedHeader;
-        if (isWordCharacter(c)) return !isOneOf(m_previous, words);
-        return c == ']' || c == '}' || c == '"' || c == '\'' || m_previous.starts_with("@\"");
-    }
     // Null, or what is wrong up to this token.
     const char* add(std::string_view token, bool isAfterNewline) {
         if (const char* reason = checkBase(token)) return reason;
@@ -211,6 +226,19 @@ private:
         forget(level.statements);
         forgetExpression();
         m_commas -= std::exchange(level.commas, 0);
+    }
+
+    // Whether an operator can follow.
+    bool isValueBefore() const {
+        static constexpr std::string_view words[] = {"if",     "else",  "while",  "do",     "for",     "foreach",
+                                                     "switch", "try",   "throw",  "case",   "in",      "instanceof",
+                                                     "typeof", "clone", "delete", "resume", "extends", "function",
+                                                     "class",  "local", "const",  "enum",   "static"};
+        if (m_previous.empty()) return false;
+        const char c = m_previous[0];
+        if (c == ')') return !m_closedHeader;
+        if (isWordCharacter(c)) return !isOneOf(m_previous, words);
+        return c == ']' || c == '}' || c == '"' || c == '\'' || m_previous.starts_with("@\"");
     }
 
     void open(std::string_view token) {
@@ -304,9 +332,9 @@ const char* refuseSource(const char* source, size_t length) {
     text = withoutMark(text);
     Tokens tokens(text);
     Nesting nesting;
-    Steps steps;
+    Assignments assignments;
     while (tokens.next()) {
-        if (steps.isAssigned(tokens, nesting.isValueBefore())) return "can't assign to what \"++\" or \"--\" gives";
+        if (assignments.isWrong(tokens)) return "can't assign to what an operator gives";
         if (const char* reason = nesting.add(tokens.token, tokens.isAfterNewline)) return reason;
     }
     return nullptr;

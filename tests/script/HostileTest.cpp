@@ -240,12 +240,40 @@ TEST_F(HostileTest, DeepSources) {
     for (const char* source : {"delete base", "++base", "class base {}", "base--", "base /**/ ++"})
         EXPECT_EQ(refusal(source), "\"base\" can't be changed") << source;
     EXPECT_EQ(refusal("class A extends B { constructor() { base.constructor(); x = base } }"), "");
-    for (const char* source : {"a++ = 3", "a-- <- 3", "a++ += 1", "--a <- b", "o << --a <- b", "o<<--a<-b",
-                               "++a.b[c] = 1", "++::a.b -= 1", "f(++a(b) *= 2)", "return ++a = 3"})
-        EXPECT_EQ(refusal(source), "can't assign to what \"++\" or \"--\" gives") << source;
-    for (const char* source : {"a++\nb = 3", "++a\nb.c <- 3", "a\n++b; c = 1", "x = a++ == 3", "x = ++a != b",
-                               "for (;; ++i) x = 3", "if (++n <= 3) x += 1", "a[i++] = 3", "a[--i].b <- 1",
-                               "x = { a = ++b, c = 1 }", "++i x = 2", "do { ++i } while (i < 3) x = 1", "x = i-- - 1"})
+    for (const char* source :
+         {"a++ = 3", "a-- <- 3", "a++ += 1", "--a <- b", "o << --a <- b", "o<<--a<-b", "++a.b[c] = 1", "++::a.b -= 1",
+          "f(++a(b) *= 2)", "return ++a = 3", "a + 1 = b", "e == \"x\" /= z", "if (a + 1 = b) {}", "a in b <- 1",
+          "x = -a * 2 += 1", "a <= 1 = 2", "a && 1 = 2"})
+        EXPECT_EQ(refusal(source), "can't assign to what an operator gives") << source;
+    for (const char* source : {"a++\nb = 3",
+                               "++a\nb.c <- 3",
+                               "a\n++b; c = 1",
+                               "x = a++ == 3",
+                               "x = ++a != b",
+                               "for (;; ++i) x = 3",
+                               "if (++n <= 3) x += 1",
+                               "a[i++] = 3",
+                               "a[--i].b <- 1",
+                               "x = { a = ++b, c = 1 }",
+                               "++i x = 2",
+                               "do { ++i } while (i < 3) x = 1",
+                               "x = i-- - 1",
+                               "x = a + b\ny = 3",
+                               "x = { a = 1 + 2 b = 3\nc = 4 }",
+                               "class A { a = 1 + 2 b = -3; static c = 1 }",
+                               "x = a < b ? c = 1 : d = 2",
+                               "if (a < b) x = 3",
+                               "if (a != b) x += 3 else y <- a >= b",
+                               "local a = 1 + 2, b = 3",
+                               "x = a - b\n::y <- 3",
+                               "x <- @(a) a + 1\ny <- 3",
+                               "function f(a, b = 1 + 2, c = 3) { return a <=> b }",
+                               "switch (a) { case 1 + 2: x = 3 }",
+                               "foreach (k, v in t) x = v * 2",
+                               "x = y = a + b",
+                               "class A </ a = 1 + 2 b = 3 /> { </ c = 1 /> x = 1 </ d = -2 /> y = 2 }",
+                               "x = a + f() local y = 3",
+                               "x = a in b\ny = typeof a == \"b\"\nz = !a"})
         EXPECT_EQ(refusal(source), "") << source;
 }
 
