@@ -83,9 +83,12 @@ TEST(StoreBlob, KeepsThePairsBeforeDamage) {
 
 class Registry : public testing::Test {
 protected:
-    ~Registry() override { support::deleteRegistryKey("Software\\kivCoreTests"); }
+    ~Registry() override { support::deleteRegistryKey(path); }
 
-    static constexpr const char* path = "Software\\kivCoreTests";
+    // One for each test: they may run at the same time.
+    const std::string m_path =
+        std::string("Software\\kivCoreTests-") + testing::UnitTest::GetInstance()->current_test_info()->name();
+    const char* const path = m_path.c_str();
 };
 
 TEST_F(Registry, SavesAndLoads) {
