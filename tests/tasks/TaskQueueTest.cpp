@@ -430,13 +430,15 @@ TEST_F(TaskQueueTest, IsDestroyedWhileOthersWait) {
     for (const bool byItsOwnTask : {false, true}) {
         auto queue = makeObject<TaskQueue>(Type::Serial);
         TaskQueue& same = *queue;
-        Gate go;
+        Gate running, go;
         SmartPointer<TaskQueue> owner = byItsOwnTask ? queue : nullptr;
-        same.pushTask(makeTask([&go, owner]() mutable {
+        same.pushTask(makeTask([&running, &go, owner]() mutable {
+            running.open();
             go.pass();
             owner = nullptr;
         }));
         owner = nullptr;
+        running.pass(); // else an abort would drop it, and wait for nothing
         std::jthread first([&] { same.wait(); }), second([&] { same.wait(); }), third([&] { same.pause(); });
         waitUntil([&] { return TaskQueuePeek::sleepers(same) == 3; });
         if (byItsOwnTask) {
