@@ -13,10 +13,16 @@
 namespace kivSq::internal {
 
 // A VM that is destroyed inside a script leaves the script running.
-inline VM& requireVM() {
-    VM* vm = VM::current();
+inline VM& orThrow(VM* vm) {
     if (!vm) throw std::runtime_error("there is no VM");
     return *vm;
+}
+inline VM& requireVM() {
+    return orThrow(VM::current());
+}
+// That of an engine VM or thread.
+inline VM& requireVM(SQVM* v) {
+    return orThrow(static_cast<VM*>(sq_getsharedforeignptr(v)));
 }
 
 // How the engine counts the arguments of a native function: `this` is one more; a negative number asks for at least as

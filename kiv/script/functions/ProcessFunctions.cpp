@@ -89,7 +89,7 @@ private:
 };
 
 SQInteger run(SQVM* v, const kiv::platform::Command& command, ScriptCommand::Output output) {
-    VM& vm = requireVM();
+    VM& vm = requireVM(v);
     for (const std::string& argument : command.arguments)
         if (argument.find('\0') != std::string::npos) return sq_throwerror(v, "argument 1: it holds a zero byte");
     const auto child = kiv::makeObject<ScriptCommand>(output);

@@ -21,15 +21,15 @@ SQInteger sleep(SQVM* v) {
     if (!getInteger(v, 2, INT64_MIN, INT64_MAX, milliseconds)) return throwMismatch(v, 1, "integer", 2);
     milliseconds = std::clamp<int64_t>(milliseconds, 0, INT32_MAX);
     const uint32_t end = kiv::Clock::current().getTime() + static_cast<uint32_t>(milliseconds);
-    return requireVM().suspend(v, WakeCondition::after(end));
+    return requireVM(v).suspend(v, WakeCondition::after(end));
 }
 
 SQInteger sleepForever(SQVM* v) {
-    return requireVM().suspend(v, WakeCondition::never());
+    return requireVM(v).suspend(v, WakeCondition::never());
 }
 
 SQInteger yield(SQVM* v) {
-    return requireVM().suspend(v, WakeCondition::nextPass());
+    return requireVM(v).suspend(v, WakeCondition::nextPass());
 }
 
 // (closure [, queue])
@@ -45,7 +45,7 @@ SQInteger async(SQVM* v) {
     if (queue) {
         queue->push(functor.getClosure());
     } else {
-        requireVM().createThread(functor.getClosure());
+        requireVM(v).createThread(functor.getClosure());
     }
     return 0;
 }
@@ -66,7 +66,7 @@ bool isCurrentQueueAborting() {
 // In place of the engine's, which in the main VM would end what runs there without a word. In a script thread it is
 // another yield.
 SQInteger suspend(SQVM* v) {
-    const VM& vm = requireVM();
+    const VM& vm = requireVM(v);
     if (v == vm.getSquirrelVM()) return sq_throwerror(v, "suspend called outside of a coroutine");
     const VM::Thread* thread = vm.getCurrentThread();
     return thread && thread->engine == v ? yield(v) : sq_suspendvm(v);
@@ -83,7 +83,7 @@ void addThreadFunctions(SQVM* v, const Object& table) {
         .carried("queue", &makeQueue, -1)
         .plain<&currentQueue>("get_current_queue")
         .carried("current_queue_is_aborting", &isCurrentQueueAborting);
-    NativeTable(v, requireVM().getRootTable()).plain<&suspend>("suspend", -1);
+    NativeTable(v, requireVM(v).getRootTable()).plain<&suspend>("suspend", -1);
     Class<AsyncQueue>(table, "AsyncQueue")
         .method(
             "push", +[](AsyncQueue& queue, const Functor& functor) { queue.push(functor.getClosure()); })
