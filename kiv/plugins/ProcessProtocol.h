@@ -1,0 +1,30 @@
+#pragma once
+
+#include "kiv/data/PacketScheme.h"
+#include "kiv/platform/Compiler.h"
+
+// What a parent tells its worker processes (doc/formats/process-protocol.md). The schemes are process-wide objects.
+
+namespace kiv::ProcessProtocol {
+
+// Which plug-ins to boot, and what to run behind them.
+class KIV_API PluginsHashesScheme : public PacketScheme {
+public:
+    PluginsHashesScheme();
+
+    Field pluginsHashes; // a map: the name of each plug-in to its digest
+    Field initScript;    // run at once, behind the autoexec scripts and before the mains
+    Field startupScript; // run as a script thread
+    NumberField<int32_t> index; // of the worker among its kind
+};
+
+// Asks the worker to end.
+class KIV_API TerminateScheme : public PacketScheme {
+public:
+    TerminateScheme();
+};
+
+KIV_API extern const PluginsHashesScheme PluginsHashes;
+KIV_API extern const TerminateScheme Terminate;
+
+} // namespace kiv::ProcessProtocol
