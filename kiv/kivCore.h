@@ -49,6 +49,8 @@
 #include "kiv/process/ProcessLockFile.h"
 #include "kiv/process/ProcessPacketReader.h"
 #include "kiv/process/ProcessPacketWriter.h"
+#include "kiv/rpc/RpcContext.h"
+#include "kiv/rpc/RpcProvider.h"
 #include "kiv/script/AsyncQueue.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/Functor.h"

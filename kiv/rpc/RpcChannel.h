@@ -36,10 +36,10 @@ public:
     struct Call {
         String method;
         Item arguments;
-        OnAnswer onAnswer;             // may be empty
-        unsigned timeout = 30000;      // milliseconds without a sign of the call; 0 is none
+        OnAnswer onAnswer;               // may be empty
+        unsigned timeout = 30000;        // milliseconds without a sign of the call; 0 is none
         RpcContextInternal::Files files; // what the peer may fetch: names and paths here
-        String receivingDirectory;     // where files that the peer sends with its answer go; empty: they are refused
+        String receivingDirectory;       // where files that the peer sends with its answer go; empty: they are refused
     };
 
     // `provider` null: all calls of the peer are refused as unknown.

@@ -52,12 +52,16 @@ public:
 private:
     friend class RpcContext;
 
+    void addEventHandler(EventHandler&& handler);
+    bool keepsHandler(const EventHandler& handler, const RpcContext& context) const;
+
     const String m_method;
     const Item m_arguments;
     Item m_result;
     Item::Iterator m_args; // on the arguments
     List<EventHandler> m_eventHandlers;
     std::atomic<int> m_eventHandlerCount{0};
+    uint32_t m_clearings = 0;
 };
 
 // What a handler of a remote call is given: a handle of the call, to be copied and kept as long as it is answered.
@@ -80,8 +84,8 @@ public:
     void initiateFileTransfer(int direction, const Vector<Pair<String, String>>& files) const;
     bool getFileTransferStatus(int& percent, String& text) const;
     String getFileTransferTargetPath(const char* kind) const;
-    // Called whenever something about the call changes (a transfer goes on or ends, the caller goes); returns whether it
-    // wants to be called again. Dropped when the call is finished.
+    // Called whenever something about the call changes (a transfer goes on or ends, the caller goes); returns whether
+    // it wants to be called again. Dropped when the call is finished.
     void addEventHandler(std::function<bool(const RpcContext&)>&& handler) const;
 
 private:
