@@ -6,9 +6,10 @@
 #include "kiv/core/String.h"
 #include "kiv/data/Item.h"
 #include "kiv/platform/Compiler.h"
+#include "kiv/store/Store.h"
 
 #include <functional>
-#include <string_view>
+#include <map>
 
 namespace kiv {
 
@@ -73,6 +74,30 @@ public:
     // "advanced_option_get": answers getOptionsData() to callers with the right "rpc:advanced_option_get". The handler
     // fails once this is gone.
     void registerRpcCalls(RpcProvider* provider);
+
+private:
+    friend struct OptionsDBPeek; // of the tests
+
+    struct Declared {
+        unsigned offset; // of the first declaration in the metadata
+        String mapped;
+    };
+
+    Item keyOf(const char* name) const;
+    const Item* fetchValue(const char* name) const;
+    bool findMeta(const char* name, Item& option) const;
+    String getMetaText(const char* name, int position) const;
+    template <class Visit>
+    void visitMeta(Visit visit) const;
+    Vector<OptionMeta> generateData() const;
+    bool isConfidential(const OptionMeta& option) const;
+
+    const SmartPointer<Store> m_store;
+    const Item m_root;
+    Item m_meta;                // an element each: name, title, description, default, flags
+    Vector<unsigned> m_offsets; // of all declarations, in their order
+    std::map<String, Declared, std::less<>> m_declared;
+    std::function<void(const char* name, const char* value)> m_changeListener;
 };
 
 } // namespace kiv
