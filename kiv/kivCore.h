@@ -63,6 +63,7 @@
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/store/LogDB.h"
 #include "kiv/store/MemoryStore.h"
+#include "kiv/store/OptionsDB.h"
 #include "kiv/store/ScopedTransaction.h"
 #include "kiv/store/Store.h"
 #include "kiv/store/StoreBlob.h"
