@@ -5,6 +5,8 @@
 #include "kiv/platform/StandardInput.h"
 #include "kiv/process/Process.h"
 #include "kiv/process/ProcessLockFile.h"
+#include "kiv/store/StoreKeeper.h"
+#include "kiv/tasks/ThreadPool.h"
 #include "tests/process/child/PacketCommands.h"
 #include "tests/support/ProgramState.h"
 
@@ -72,6 +74,18 @@ int endOthers(const std::string& name) {
     return 0;
 }
 
+// Two entries that are always the same, in a store file that is saved again and again, and the number that is safe.
+int keepStore(const std::string& path) {
+    const auto pool = kiv::makeObject<kiv::ThreadPool>();
+    kiv::StoreKeeper keeper;
+    if (!keeper.open(path)) return 1;
+    for (int i = 1;; ++i) {
+        for (const char* key : {"a", "b"}) keeper.getStore()->set(key, i);
+        keeper.saveSoon();
+        if (i % 8 == 0 && keeper.flush()) say(std::to_string(i) + "\n");
+    }
+}
+
 int holdLock(const std::string& path) {
     kiv::ProcessLockFile lock(path.c_str());
     say(lock.tryLock() ? "locked\n" : "refused\n");
@@ -124,6 +138,7 @@ int main(int count, char** values) {
     if (command == "handles") return say(std::to_string(support::countOpenHandles()) + "\n"), waitForEndOfInput();
     if (command == "signal") return say(support::isBrokenPipeIgnored() ? "ignored\n" : "default\n"), 0;
     if (command == "alone") return endOthers(arguments.at(0));
+    if (command == "keep") return keepStore(arguments.at(0));
     if (command == "lock") return holdLock(arguments.at(0));
     if (command == "parent") return startBoundChild(arguments.at(0));
     if (command == "leave") return support::runInBackground(arguments.at(0), "wait");
