@@ -22,6 +22,14 @@ struct FileInfo {
 
 KIV_API FileInfo fileInfo(const std::string& path);
 
+// The absolute path of what is there, without links, "." and "..", with "/" between the parts; empty when nothing is
+// there.
+KIV_API std::string canonicalPath(const std::string& path);
+
+// Whether everybody on this machine may change what is there, resp. what is in a folder. False when nothing is there or
+// the system does not tell.
+KIV_API bool isWritableByAll(const std::string& path);
+
 // Calls `entry` for all there is in the folder but "." and "..", in no order. False when not all of it can be read.
 // `entry` must change nothing there.
 KIV_API bool listDirectory(const std::string& path,

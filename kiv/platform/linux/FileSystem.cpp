@@ -41,6 +41,17 @@ FileInfo fileInfo(const std::string& path) {
     return info;
 }
 
+std::string canonicalPath(const std::string& path) {
+    if (!isName(path)) return {};
+    std::error_code error;
+    return fs::canonical(path, error).native();
+}
+
+bool isWritableByAll(const std::string& path) {
+    struct stat status;
+    return isName(path) && ::stat(path.c_str(), &status) == 0 && (status.st_mode & S_IWOTH) != 0;
+}
+
 bool listDirectory(const std::string& path,
                    const std::function<void(const std::string& name, const FileInfo& info)>& entry) {
     if (!isName(path)) return false;

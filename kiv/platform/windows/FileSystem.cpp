@@ -4,7 +4,9 @@
 #include "kiv/platform/windows/WidePath.h"
 #include "kiv/platform/windows/WideText.h"
 
+#include <aclapi.h>
 #include <algorithm>
+#include <memory>
 #include <vector>
 #include <windows.h>
 
@@ -78,6 +80,23 @@ std::string askForPath(Get get) {
     return withSlashes(path);
 }
 
+// To change a file, resp. what is in a folder; the numbers are the same for both.
+constexpr DWORD changing = FILE_WRITE_DATA | FILE_APPEND_DATA | GENERIC_WRITE | GENERIC_ALL;
+
+// What everybody may do; inherited entries are in the list, too.
+bool isForEverybody(ACL* list) {
+    if (!list) return true; // no list: no protection
+    for (DWORD i = 0; i < list->AceCount; ++i) {
+        void* entry = nullptr;
+        if (!::GetAce(list, i, &entry)) return false;
+        auto* const allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
+        if (allowed->Header.AceType != ACCESS_ALLOWED_ACE_TYPE || (allowed->Header.AceFlags & INHERIT_ONLY_ACE) != 0)
+            continue;
+        if ((allowed->Mask & changing) != 0 && ::IsWellKnownSid(&allowed->SidStart, WinWorldSid)) return true;
+    }
+    return false;
+}
+
 bool removeInTree(const std::string& path) {
     for (int i = 0; i < removeAttempts; ++i) {
         if (removeEntry(path)) return true;
@@ -105,6 +124,29 @@ FileInfo fileInfo(const std::string& path) {
         describe(data, info);
     }
     return info;
+}
+
+std::string canonicalPath(const std::string& path) {
+    const OwnedHandle file(openToAsk(widePath(path), 0));
+    if (!file) return {};
+    std::string found = askForPath([&](DWORD room, wchar_t* to) {
+        return ::GetFinalPathNameByHandleW(file.get(), to, room, FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    });
+    if (found.starts_with("//?/UNC/")) return found.replace(0, 7, "/");
+    return found.starts_with("//?/") ? found.substr(4) : found;
+}
+
+// Groups such as that of all who have logged in are left to the administrator: folders of the system's drive are open
+// to them unless somebody has closed them.
+bool isWritableByAll(const std::string& path) {
+    std::wstring wide = widePath(path);
+    ACL* list = nullptr;
+    PSECURITY_DESCRIPTOR all = nullptr;
+    if (wide.empty() || ::GetNamedSecurityInfoW(wide.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                                nullptr, &list, nullptr, &all) != ERROR_SUCCESS)
+        return false;
+    const std::unique_ptr<void, HLOCAL (*)(HLOCAL)> owned(all, &::LocalFree);
+    return isForEverybody(list);
 }
 
 bool listDirectory(const std::string& path,
