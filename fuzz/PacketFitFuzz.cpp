@@ -13,7 +13,7 @@ using namespace kiv;
 
 // Three bytes of the input declare one element.
 struct RandomScheme : PacketScheme {
-    RandomScheme(const uint8_t* bytes, unsigned elements) : PacketScheme(1, nullptr, nullptr, "Random") {
+    RandomScheme(const uint8_t* bytes, unsigned elements) : PacketScheme(40, nullptr, nullptr, "Random") {
         for (unsigned i = 0; i < elements; ++i, bytes += 3) declare(std::to_string(i), bytes[0], bytes[1], bytes[2]);
     }
 

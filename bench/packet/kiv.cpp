@@ -12,7 +12,7 @@ using namespace kiv;
 using bench::Frame;
 
 struct FrameScheme : PacketScheme {
-    explicit FrameScheme(const char* name) : PacketScheme(1, "bench", nullptr, name) {}
+    explicit FrameScheme(const char* name) : PacketScheme(40, "bench", nullptr, name) {}
     const NumberField<uint32_t> number = Number<uint32_t>("number");
     const NumberField<uint64_t> time = Number<uint64_t>("time");
     const NumberField<uint16_t> width = Number<uint16_t>("width");

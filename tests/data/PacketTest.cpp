@@ -14,7 +14,7 @@ namespace kiv {
 namespace {
 
 struct EveryScheme : PacketScheme {
-    EveryScheme() : PacketScheme(1003, "Test", nullptr, "Every") {}
+    EveryScheme() : PacketScheme(1013, "Test", nullptr, "Every") {}
     const Field key = Table();
     const Field i8 = Number<int8_t>("i8");
     const NumberField<uint16_t> u16 = Number<uint16_t>("u16");
@@ -48,7 +48,7 @@ TEST(Packet, NewPacketHasHeaderAndDefaults) {
     packet.addFlag(12);
     EXPECT_TRUE(packet.hasFlag(9) && !packet.hasFlag(17));
     packet.clearFlag(6);
-    EXPECT_TRUE(packet.getFlags() == 8 && packet.manifest().id == 1003 && packet.association().replyPort == -1);
+    EXPECT_TRUE(packet.getFlags() == 8 && packet.manifest().id == 1013 && packet.association().replyPort == -1);
 }
 
 TEST(Packet, WireFormIsStaticPartAlignedArraysAndSuffix) {
