@@ -12,10 +12,10 @@ class KIV_API PluginsHashesScheme : public PacketScheme {
 public:
     PluginsHashesScheme();
 
-    Field pluginsHashes; // a map: the name of each plug-in to its digest
-    Field initScript;    // run at once, behind the autoexec scripts and before the mains
-    Field startupScript; // run as a script thread
-    NumberField<int32_t> index; // of the worker among its kind
+    const Field pluginsHashes; // pairs as of Item::kvFromMap(): the name of each plug-in and its digest, an integer
+    const Field initScript;    // run at once, behind the autoexec scripts and before the mains
+    const Field startupScript; // run as a script thread
+    const NumberField<int32_t> index; // of the worker among its kind
 };
 
 // Asks the worker to end.
