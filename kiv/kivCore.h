@@ -44,6 +44,8 @@
 #include "kiv/logging/LogOStream.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/logging/Trace.h"
+#include "kiv/plugins/Plugins.h"
+#include "kiv/plugins/ProcessProtocol.h"
 #include "kiv/process/AsyncSupervisor.h"
 #include "kiv/process/Process.h"
 #include "kiv/process/ProcessLockFile.h"

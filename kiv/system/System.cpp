@@ -3,13 +3,17 @@
 #include "kiv/core/Clock.h"
 #include "kiv/core/Random.h"
 #include "kiv/core/TimedReferences.h"
+#include "kiv/files/Directory.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/logging/MessageStream.h"
+#include "kiv/platform/CommandLine.h"
 #include "kiv/platform/Interrupt.h"
+#include "kiv/plugins/Plugins.h"
 #include "kiv/process/AsyncSupervisor.h"
 #include "kiv/script/VM.h"
 #include "kiv/store/GUIDDomainDB.h"
 #include "kiv/system/Application.h"
+#include "kiv/system/PluginsScript.h"
 #include "kiv/tasks/HardwareConcurrency.h"
 #include "kiv/tasks/MainPool.h"
 #include "kiv/tasks/ObjectRelease.h"
@@ -29,6 +33,15 @@ std::atomic<System*> g_system{nullptr};
 
 bool changeState(State from, State to) {
     return g_state.compare_exchange_strong(from, to);
+}
+
+String programDirectory() {
+    const std::string program = platform::programPath();
+    return String(program.substr(0, program.find_last_of("/\\")));
+}
+
+String pluginsBelow(const String& base) {
+    return Directory::join(base, "Plugins");
 }
 
 // Calls what the application has given; its failures are its own.
@@ -62,11 +75,13 @@ System::System()
       m_mainQueue(makeObject<TaskQueue>(TaskQueue::Main)),
       m_parallelQueue(makeObject<TaskQueue>(TaskQueue::GlobalParallel)),
       m_deleteIOQueue(makeObject<TaskQueue>(TaskQueue::GlobalDeleteIO)),
-      m_resourceLocator(makeObject<ResourceLocator>()) {
+      m_resourceLocator(makeObject<ResourceLocator>()), m_plugins(makeObject<Plugins>()) {
     assert(MainPool::current() == m_mainPool.get() && ThreadPool::current() == m_threadPool.get() &&
            Scheduler::current() == m_scheduler.get() && "services are installed that are not the System's");
     internal::exchangeReleaseQueue(m_parallelQueue);
     m_vm = std::make_unique<kivSq::VM>();
+    internal::addPluginsImports(*m_vm);
+    useBaseDirectory(programDirectory());
 }
 
 System::~System() = default;
@@ -118,8 +133,10 @@ bool System::deinitialize() {
 void System::shutDown() {
     if (Application* application = Application::current())
         guarded("the application's onShutdown", [&] { application->onShutdown(); });
+    guarded("a listener of the shutdown", [&] { m_plugins->callListeners("shutdown", Item(Item::NILType())); });
     AsyncSupervisor::terminateAll();
     m_vm = nullptr;
+    m_plugins = nullptr;
     m_tick.disconnectAll();
     internal::exchangeReleaseQueue(nullptr);
     releaseEverything();
@@ -175,11 +192,14 @@ void System::pump() {
         if (Application* application = Application::current())
             guarded("the application's onTick", [&] { application->onTick(); });
         m_tick.emit();
+        if (m_plugins && m_plugins->hasListeners("tick"))
+            guarded("a listener of the pump", [&] { m_plugins->callListeners("tick", getTime64()); });
     }
     {
         const PerfMon::Scope phase(m_perfMon, "VM");
         // None any more when something pumps in the course of the end.
         if (m_vm) guarded("the scripts' pass", [&] { m_vm->processEvents(); });
+        if (m_plugins && m_plugins->getNumberOfBoots() != m_toldBoots) guarded("a boot", [&] { tellPlugins(); });
     }
     {
         const PerfMon::Scope phase(m_perfMon, "Queue");
@@ -191,6 +211,15 @@ void System::pump() {
         m_scheduler->tick();
     }
     internal::removeAllTimedReferences();
+}
+
+void System::tellPlugins() {
+    m_toldBoots = m_plugins->getNumberOfBoots();
+    Item names;
+    for (const String& name : m_plugins->getBooted()) names.addString(name);
+    Item argument;
+    argument.addItem(names);
+    m_plugins->callListeners("booted", argument);
 }
 
 Connection System::connectTick(std::function<void()> function) {
@@ -306,6 +335,29 @@ bool System::addResourceDirectory(const char* path) {
 bool System::fetchResource(const char* name, Buffer& out) {
     const ResourceLocator* locator = getResourceLocator();
     return locator && locator->fetch(name, out);
+}
+
+String System::getBaseDirectory() {
+    const System* system = Object::system();
+    return system ? system->m_baseDirectory : programDirectory();
+}
+
+void System::setBaseDirectory(TextArg path) {
+    instance().useBaseDirectory(path);
+}
+
+void System::useBaseDirectory(TextArg path) {
+    m_baseDirectory = path;
+    if (m_plugins) m_plugins->setPath(pluginsBelow(m_baseDirectory).c_str());
+}
+
+String System::getPluginsDirectory() {
+    return pluginsBelow(getBaseDirectory());
+}
+
+Plugins* System::getPlugins() {
+    const System* system = Object::system();
+    return system ? system->m_plugins.get() : nullptr;
 }
 
 void System::setHitSIGINT(bool hit) {

@@ -4,6 +4,7 @@
 #include "kiv/core/Signal.h"
 #include "kiv/core/SmartPointer.h"
 #include "kiv/core/String.h"
+#include "kiv/core/TextArg.h"
 #include "kiv/data/GUID.h"
 #include "kiv/system/PerfMon.h"
 #include "kiv/tasks/Parallel.h"
@@ -21,6 +22,7 @@ namespace kiv {
 class Buffer;
 class GUIDDomainDB;
 class MainPool;
+class Plugins;
 class ResourceLocator;
 class Scheduler;
 class ThreadPool;
@@ -92,6 +94,17 @@ public:
     static bool addResourceDirectory(const char* path);
     static bool fetchResource(const char* name, Buffer& out);
 
+    // Where the program's own files are, its programs' directory unless it is set. Main thread; setting it requires:
+    // initialised.
+    static String getBaseDirectory();
+    static void setBaseDirectory(TextArg path);
+    // The base directory's "Plugins".
+    static String getPluginsDirectory();
+    // Those of that directory; nothing boots them by itself. Their listeners are called here: for "booted" behind the
+    // first pass of the VM after a boot, with an array of the names; for "tick" in the phase "Tick", with the
+    // milliseconds of getTime64(); for "shutdown" at the beginning of deinitialize(), with null. Main thread.
+    static Plugins* getPlugins();
+
     // Whether an interrupt (Ctrl-C) has come, for the application to look at and to end in good order. It outlives the
     // System.
     static void setHitSIGINT(bool hit);
@@ -105,6 +118,8 @@ private:
 
     static System& instance();
     void pump();
+    void tellPlugins();
+    void useBaseDirectory(TextArg path);
     void shutDown();
     void releaseEverything();
 
@@ -116,6 +131,9 @@ private:
     SmartPointer<TaskQueue> m_deleteIOQueue;
     std::unique_ptr<kivSq::VM> m_vm;
     const SmartPointer<ResourceLocator> m_resourceLocator;
+    SmartPointer<Plugins> m_plugins;
+    String m_baseDirectory;
+    uint64_t m_toldBoots = 0; // those whose listeners were called
     std::once_flag m_parallelOnce;
     SmartPointer<Parallel> m_parallel; // made at the first use
     Signal<void()> m_tick;
