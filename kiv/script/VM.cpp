@@ -177,7 +177,8 @@ Object VM::newTable() const {
 Object VM::newClosure(const char* source, unsigned length, const char* name) const {
     const StackGuard guard(m_vm);
     if (const char* reason = internal::refuseSource(source, length)) {
-        MessageStream(3, 2) << "[SQ.COMPILER] " << name << ": " << reason;
+        const bool hasZero = std::memchr(source, 0, length) != nullptr; // for the others there is no line
+        MessageStream(3, 2) << "[SQ.COMPILER] " << name << (hasZero ? "(1): " : ": ") << reason;
         sq_throwerror(m_vm, reason);
         return {};
     }
