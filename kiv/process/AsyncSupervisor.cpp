@@ -135,7 +135,9 @@ AsyncSupervisor::~AsyncSupervisor() {
 
 void AsyncSupervisor::start() {
     uint32_t run = m_run;
-    if (run % 2 != 0 || !m_run.compare_exchange_strong(run, run + 1)) return;
+    if (run % 2 != 0) return;
+    m_isQuitExpected = false;
+    if (!m_run.compare_exchange_strong(run, run + 1)) return;
     // A hook may destroy this before the push returns. A run that is about to end comes first: the queue is serial.
     const SmartPointer<TaskQueue> queue = m_queue;
     queue->pushTask(makeTask([this, next = run + 1] { supervise(next); }));
@@ -146,6 +148,11 @@ void AsyncSupervisor::requestStop() {
     do {
         if (run % 2 == 0 && run != 0) return;
     } while (!m_run.compare_exchange_weak(run, run % 2 != 0 ? run + 1 : 2));
+    m_waker.wake();
+}
+
+void AsyncSupervisor::expectQuit() {
+    m_isQuitExpected = true;
     m_waker.wake();
 }
 
@@ -209,10 +216,10 @@ void AsyncSupervisor::supervise(uint32_t run) {
 
 void AsyncSupervisor::waitForWork(uint32_t begin) {
     const auto rest = static_cast<unsigned>(std::clamp(turnTime - timeSince(begin), 0, turnTime));
-    if (m_process)
+    if (m_process && !m_isHeldBack)
         m_process->waitForBytes(rest, &m_waker);
     else
-        m_waker.wait(m_workerPath.empty() ? forGood : rest);
+        m_waker.wait(m_workerPath.empty() && !m_process ? forGood : rest);
 }
 
 void AsyncSupervisor::tick() {
@@ -224,6 +231,7 @@ void AsyncSupervisor::tick() {
 AsyncSupervisor::Outcome AsyncSupervisor::step(uint32_t run) {
     Step step(this, run);
     bool isBusy = false;
+    if (!m_process && m_isQuitExpected) requestStop();
     if (!step.isOver() && (m_process || startWorker(step))) isBusy = serveWorker(step);
     if (step.isOver()) return Outcome::Over;
     if (!m_process) takeOutbox(); // lest it grows while no worker can be started
@@ -253,7 +261,7 @@ bool AsyncSupervisor::startWorker(const Step& step) {
     }
     m_lastAliveTime = now();
     const auto process = makeObject<Process>();
-    if (!process->spawn(m_workerPath, m_arguments, nullptr, false)) return false;
+    if (!process->spawn(m_workerPath, m_arguments, nullptr, m_isKilledWithParent)) return false;
     m_process = process;
     m_readsAfterDeath = 0;
     if (Trace::isOn()) {
@@ -271,10 +279,12 @@ bool AsyncSupervisor::serveWorker(const Step& step) {
     const bool hasRead = readPackets(step, isAlive);
     if (step.isOver()) return false;
     if (isAlive) return writePackets() || hasRead;
-    if (m_process->getPacketReader()->valid() && m_readsAfterDeath < leftoverLimit) return true;
-    logging::MessageStream(2, 2) << "subprocess quit unexpectedly, restarting";
+    if (m_process->getPacketReader()->valid() && m_readsAfterDeath < leftoverLimit) return !m_isHeldBack;
+    if (!m_isQuitExpected) logging::MessageStream(2, 2) << "subprocess quit unexpectedly, restarting";
     call(step, "onProcessQuit", [this] { onProcessQuit(); });
-    if (!step.isOver()) detachWorker();
+    if (step.isOver()) return false;
+    detachWorker();
+    if (m_isQuitExpected) requestStop();
     return false;
 }
 
@@ -283,6 +293,8 @@ bool AsyncSupervisor::readPackets(const Step& step, bool isAlive) {
     const uint32_t begin = now();
     for (unsigned count = 0; count < readingLimit && timeSince(begin) <= readingTime; ++count) {
         if (step.isOver()) return false;
+        m_isHeldBack = !wantsPackets();
+        if (m_isHeldBack) return false;
         const SmartPointer<Packet> packet = m_process->getPacketReader()->read();
         m_readsAfterDeath += !isAlive;
         if (!packet && (isAlive || !m_process->getPacketReader()->valid())) return count > 0;

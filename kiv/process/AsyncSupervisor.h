@@ -45,6 +45,8 @@ public:
 
     // Has every supervisor of the process do what terminate() does, but leaves them to their owners. Not from a hook.
     static void terminateAll();
+    // From start() until terminate(), or until a worker that expectQuit() was said of has gone.
+    bool isSupervising() const { return m_run % 2 != 0; }
 
 protected:
     // Begins to supervise on a thread of the pool that was current when this was made; does nothing while it does
@@ -52,10 +54,18 @@ protected:
     void start();
     // One step of the supervision, for those who drive it themselves instead of calling start(). Never waits.
     void tick();
+    // The worker was asked to end: that it does is not told in the log, no other is started, and with onProcessQuit()
+    // the supervision ends. Any thread.
+    void expectQuit();
+    // The system ends the workers that are started from now on when this program ends, however it does. Not while it
+    // supervises.
+    void setKilledWithParent(bool isKilled) { m_isKilledWithParent = isKilled; }
 
+    // Asked before each packet. While it is false what the worker says waits in its pipe, at last the worker with it.
+    virtual bool wantsPackets() { return true; }
     // A worker was started.
     virtual void onProcessStarted() = 0;
-    // It has died by itself, and all its packets were passed on.
+    // It has ended by itself, and all its packets were passed on.
     virtual void onProcessQuit() = 0;
     // Held for the time of the call only, unless a SmartPointer is made of it.
     virtual void onPacket(Packet* packet) = 0;
@@ -86,6 +96,7 @@ private:
     // Odd while supervision is wanted, one more after each start() and terminate(); 0 only before the first of these.
     std::atomic<uint32_t> m_run{0};
     std::atomic<std::thread::id> m_stepThread{}; // where a step is in progress
+    std::atomic<bool> m_isQuitExpected{false};
 
     std::mutex m_outboxMutex;
     Packets m_outbox; // guarded by the mutex
@@ -98,6 +109,8 @@ private:
     SmartPointer<Process> m_process;
     uint32_t m_lastAliveTime; // also of attempts to start one
     unsigned m_readsAfterDeath = 0;
+    bool m_isHeldBack = false; // packets that are there are not wanted
+    bool m_isKilledWithParent = false;
     uint64_t m_lifeId = 0; // in traces; 0 outside of them
     Step* m_step = nullptr;
 };
