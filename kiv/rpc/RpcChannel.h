@@ -16,6 +16,10 @@ namespace kiv {
 class Packet;
 class RpcProvider;
 
+namespace internal {
+class RpcConnection;
+}
+
 // Remote calls over any two-way line of packets, as the streams of a child process (doc/formats/rpc.md): each end calls
 // what the provider of the other answers. The owner of the line sends what it is told to, hands in what arrives, calls
 // tick() once a frame, and says when the peer is gone or another one has come.
@@ -28,6 +32,7 @@ public:
         bool isGood = false;
         String error; // of a failed call: why
         Item result;
+        RpcContextInternal::Files files; // that have come whole: names and paths here
     };
     using OnAnswer = std::function<void(const Answer&)>;
     // False when the line takes nothing any more.
@@ -75,10 +80,7 @@ public:
     bool isOpen() const;
 
 private:
-    class Connection;
-    friend class Connection;
-
-    const std::unique_ptr<Connection> m_connection;
+    const std::shared_ptr<internal::RpcConnection> m_connection;
 };
 
 } // namespace kiv

@@ -45,7 +45,10 @@ public:
     // Who calls; not owned, null when the transport knows no callers.
     virtual Object* getCaller() = 0;
 
-    // Calls every event handler; one that returns false, or throws, is removed. For transports.
+    // For transports.
+    const String& getMethodName() const { return m_method; }
+    const Item& getResult() const { return m_result; }
+    // Calls every event handler; one that returns false, or throws, is removed.
     void callEventHandlers();
     void clearEventHandlers();
 
