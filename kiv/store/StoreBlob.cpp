@@ -19,6 +19,26 @@ bool readBlobHead(const uint8_t* from, uint32_t& size) {
     return from[0] == static_cast<uint8_t>(ValueType::SubItem) && size <= Item::maximumSize;
 }
 
+namespace {
+
+// Takes one nested item off the front.
+bool takeNested(ConstByteSpan& rest, ConstByteSpan& nested) {
+    uint32_t size;
+    if (rest.getSize() < blobHeadSize || !readBlobHead(rest.getBytePointer(), size)) return false;
+    const uint8_t* const bytes = rest.getBytePointer() + blobHeadSize;
+    const unsigned left = rest.getSize() - blobHeadSize;
+    if (size > left) return false;
+    nested = ConstByteSpan(bytes, size);
+    rest = ConstByteSpan(bytes + size, left - size);
+    return true;
+}
+
+} // namespace
+
+bool takeBlobEntry(ConstByteSpan& rest, ConstByteSpan& key, ConstByteSpan& value) {
+    return takeNested(rest, key) && takeNested(rest, value);
+}
+
 } // namespace internal
 
 namespace {
@@ -29,18 +49,6 @@ constexpr uint64_t largestBlob = 0xFFFFFFFF;
 void appendNested(Buffer& out, const Item& item) {
     internal::writeBlobHead(out.append(internal::blobHeadSize), item.getPlainSize());
     out.append(item.getConstByteSpan());
-}
-
-// Takes one nested item off the front.
-bool takeNested(ConstByteSpan& rest, ConstByteSpan& nested) {
-    uint32_t size;
-    if (rest.getSize() < internal::blobHeadSize || !internal::readBlobHead(rest.getBytePointer(), size)) return false;
-    const uint8_t* const bytes = rest.getBytePointer() + internal::blobHeadSize;
-    const unsigned left = rest.getSize() - internal::blobHeadSize;
-    if (size > left) return false;
-    nested = ConstByteSpan(bytes, size);
-    rest = ConstByteSpan(bytes + size, left - size);
-    return true;
 }
 
 } // namespace
@@ -61,7 +69,7 @@ bool StoreBlob::encode(Store& store, Buffer& out) {
 bool StoreBlob::decode(const ConstByteSpan& blob, Store& store) {
     ConstByteSpan rest = blob, key, value;
     while (!rest.empty()) {
-        if (!takeNested(rest, key) || !takeNested(rest, value)) return false;
+        if (!internal::takeBlobEntry(rest, key, value)) return false;
         const Item view(Item::ExternalBufferMode(), key);
         if (!view.isCleanKey()) return false;
         store.set(view, Item(Item::ExternalBufferMode(), value));

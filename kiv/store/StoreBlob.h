@@ -27,6 +27,8 @@ inline constexpr unsigned blobHeadSize = 5;
 KIV_API void writeBlobHead(uint8_t* to, unsigned size);
 // False when this is no head of a nested item.
 KIV_API bool readBlobHead(const uint8_t* from, uint32_t& size);
+// Takes a record off the front; false when none is there, and then something may be gone.
+KIV_API bool takeBlobEntry(ConstByteSpan& rest, ConstByteSpan& key, ConstByteSpan& value);
 
 } // namespace internal
 

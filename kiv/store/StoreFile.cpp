@@ -20,10 +20,14 @@ bool refuse(const char* what, TextArg path, const std::string& reason) {
     return false;
 }
 
+// Calls what it is given for every entry in order, for as long as that returns true.
+using Visit = std::function<bool(const Item& key, const Item& value)>;
+using Walk = std::function<void(const Visit& visit)>;
+
 class Writer {
 public:
-    Writer(Store& store, const std::string& path, const StoreFile::Progress& progress)
-        : m_store(store), m_progress(progress), m_file(path) {}
+    Writer(Walk walk, TextArg path, const StoreFile::Progress& progress)
+        : m_walk(std::move(walk)), m_progress(progress), m_file(std::string(path)) {}
 
     // The reason why the file was not written; empty when it was.
     std::string write();
@@ -35,7 +39,7 @@ private:
     void put(const void* bytes, unsigned size);
     bool flush();
 
-    Store& m_store;
+    const Walk m_walk;
     const StoreFile::Progress& m_progress;
     platform::FileReplacement m_file;
     Buffer m_waiting;
@@ -49,7 +53,7 @@ private:
 // A whole walk, which only who asks for progress pays for.
 uint64_t Writer::measure() {
     uint64_t size = internal::storeFileHeader + internal::storeFileTrailer;
-    internal::visitEntries(m_store, [&size](const Item& key, const Item& value) {
+    m_walk([&size](const Item& key, const Item& value) {
         size += uint64_t{key.getPlainSize()} + value.getPlainSize() + 2 * internal::blobHeadSize;
         return true;
     });
@@ -91,7 +95,7 @@ std::string Writer::write() {
     put(storeFileMark.data(), static_cast<unsigned>(storeFileMark.size()));
     put(&storeFileVersion, sizeof storeFileVersion);
     if (m_file.getFailure().empty())
-        visitEntries(m_store, [this](const Item& key, const Item& value) { return writeEntry(key, value); });
+        m_walk([this](const Item& key, const Item& value) { return writeEntry(key, value); });
     if (!m_failure.empty()) return m_failure;
     put(&storeFileEnd, sizeof storeFileEnd);
     put(&m_entries, sizeof m_entries);
@@ -105,7 +109,19 @@ std::string Writer::write() {
 
 bool StoreFile::save(Store* store, TextArg path, const Progress& progress) {
     if (!store) return refuse("save", path, "there is no store");
-    const std::string failure = Writer(*store, std::string(path), progress).write();
+    const Walk walk = [store](const Visit& visit) { internal::visitEntries(*store, visit); };
+    const std::string failure = Writer(walk, path, progress).write();
+    return failure.empty() || refuse("save", path, failure);
+}
+
+bool StoreFile::saveBlob(const ConstByteSpan& blob, TextArg path) {
+    const Walk walk = [&blob](const Visit& visit) {
+        const Item::ExternalBufferMode view;
+        ConstByteSpan rest = blob, key, value;
+        while (internal::takeBlobEntry(rest, key, value) && visit(Item(view, key), Item(view, value))) {
+        }
+    };
+    const std::string failure = Writer(walk, path, {}).write();
     return failure.empty() || refuse("save", path, failure);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kiv/core/Buffer.h"
 #include "kiv/core/TextArg.h"
 #include "kiv/platform/Compiler.h"
 #include "kiv/store/MemoryStore.h"
@@ -20,6 +21,9 @@ public:
     // is stopped, the file is the old one, whole, or the new one. Refuses a store with a key that is not clean
     // (Item::isCleanKey), for it could not be loaded.
     static bool save(Store* store, TextArg path, const Progress& progress = {});
+
+    // The same with what StoreBlob::encode() has made of a store, which may have changed since. On any thread.
+    static bool saveBlob(const ConstByteSpan& blob, TextArg path);
 
     // Replaces the contents of the store when the whole file has proved right, else changes nothing. The store must not
     // have an open transaction.
