@@ -2,6 +2,7 @@
 
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/FileSystem.h"
+#include "kiv/store/StoreBlob.h"
 #include "kiv/store/StoreFile.h"
 #include "kiv/tasks/LambdaTask.h"
 #include "kiv/tasks/ThreadPool.h"
@@ -16,7 +17,7 @@ namespace kiv {
 // Where snapshots go: one is written while another, the newest, waits.
 class StoreKeeper::Saving {
 public:
-    using Snapshot = std::unique_ptr<MemoryStore>;
+    using Snapshot = std::unique_ptr<Buffer>; // a blob of all entries
 
     explicit Saving(String path) : m_path(std::move(path)) {}
 
@@ -40,6 +41,11 @@ public:
         writeWaiting(lock);
         return m_isSaved;
     }
+    void fail(const char* reason) {
+        log(reason);
+        const std::lock_guard lock(m_mutex);
+        m_isSaved = false;
+    }
     bool isSaved() {
         const std::lock_guard lock(m_mutex);
         return m_isSaved;
@@ -49,7 +55,11 @@ private:
     using Lock = std::unique_lock<std::mutex>;
 
     void writeWaiting(Lock& lock);
-    bool write(MemoryStore& snapshot) noexcept;
+    bool write(const Buffer& snapshot) noexcept;
+    bool log(const char* reason) const {
+        logging::MessageStream(3, 2) << "[STORE] can't save '" << m_path << "': " << reason;
+        return false;
+    }
 
     const String m_path;
     std::mutex m_mutex;
@@ -80,12 +90,11 @@ void StoreKeeper::Saving::writeWaiting(Lock& lock) {
     m_hasEnded.notify_all();
 }
 
-bool StoreKeeper::Saving::write(MemoryStore& snapshot) noexcept {
+bool StoreKeeper::Saving::write(const Buffer& snapshot) noexcept {
     try {
-        return StoreFile::save(&snapshot, m_path);
+        return StoreFile::saveBlob(snapshot.getConstByteSpan(), m_path);
     } catch (const std::exception& failure) {
-        logging::MessageStream(3, 2) << "[STORE] can't save '" << m_path << "': " << failure.what();
-        return false;
+        return log(failure.what());
     }
 }
 
@@ -114,8 +123,19 @@ void StoreKeeper::saveSoon() {
         logging::MessageStream(3, 2) << "[STORE] nothing is saved: no file is open";
         return;
     }
-    auto snapshot = std::make_unique<MemoryStore>(*m_store);
-    while (snapshot->getNumberOfLayers() > 1) snapshot->rollback();
+    auto snapshot = std::make_unique<Buffer>();
+    bool isComplete;
+    if (m_store->getNumberOfLayers() == 1) {
+        isComplete = StoreBlob::encode(*m_store, *snapshot);
+    } else {
+        MemoryStore committed(*m_store);
+        while (committed.getNumberOfLayers() > 1) committed.rollback();
+        isComplete = StoreBlob::encode(committed, *snapshot);
+    }
+    if (!isComplete) {
+        m_saving->fail("it has more than 4 GiB");
+        return;
+    }
     if (!m_saving->put(std::move(snapshot))) return;
     if (m_queue)
         m_queue->pushTask(makeTask([saving = m_saving] { saving->writeAll(); }));
