@@ -73,6 +73,7 @@
 #include "kiv/store/StoreBlob.h"
 #include "kiv/store/StoreFile.h"
 #include "kiv/store/StoreFileReader.h"
+#include "kiv/store/StoreKeeper.h"
 #include "kiv/store/Table.h"
 #include "kiv/system/Application.h"
 #include "kiv/system/PerfMon.h"
