@@ -66,11 +66,11 @@ public:
         while (m_hashes.size() < Plugins::maximumNumber) {
             Item::Iterator name(item, offset);
             Item::Iterator value(item, offset + static_cast<int>(name.getSize()));
-            offset = value.getOffset() + static_cast<int>(value.getValueSize());
             if (!value.hasNextElement()) {
                 if (offset != static_cast<int>(item.getPlainSize())) tell("", "the rest of the map is no map");
                 break;
             }
+            offset = value.getOffset() + static_cast<int>(value.getValueSize());
             add(name.getType() == ValueType::String ? name.asWeakCStr() : "", value);
         }
         if (m_hashes.size() == Plugins::maximumNumber) tell("", "there are too many");

@@ -6,6 +6,7 @@
 #include <io.h>
 #include <windows.h>
 
+#include <aclapi.h>
 #include <tlhelp32.h>
 #else
 #include <csignal>
@@ -51,6 +52,14 @@ size_t countThreads() {
 
 bool raiseInterrupt() {
     return false;
+}
+
+// By taking away the list of who may what.
+bool letEverybodyWrite(const std::filesystem::path& path) {
+    std::wstring name = path.wstring();
+    return ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
+                                   DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                   nullptr, nullptr) == ERROR_SUCCESS;
 }
 
 void setEnvironment(const char* name, const char* value) {
@@ -107,6 +116,12 @@ size_t countThreads() {
 
 bool raiseInterrupt() {
     return std::raise(SIGINT) == 0;
+}
+
+bool letEverybodyWrite(const std::filesystem::path& path) {
+    std::error_code error;
+    std::filesystem::permissions(path, std::filesystem::perms::others_write, std::filesystem::perm_options::add, error);
+    return !error;
 }
 
 void setEnvironment(const char* name, const char* value) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 // What a test or a program started by one asks the system about itself.
@@ -32,6 +33,9 @@ void setEnvironment(const char* name, const char* value);
 // Ends this program as if it were killed: no part of it has a last word. The C library's ways out may flush a stream
 // that another thread has just written, for a second time.
 [[noreturn]] void die();
+
+// Lets everybody on the machine write to a file or a folder; false where that can't be done.
+bool letEverybodyWrite(const std::filesystem::path& path);
 
 // Whether Windows is not the real one.
 bool isWine();
