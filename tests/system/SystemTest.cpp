@@ -4,7 +4,9 @@
 
 #include "kiv/core/Buffer.h"
 #include "kiv/core/Clock.h"
+#include "kiv/files/Directory.h"
 #include "kiv/files/ResourceLocator.h"
+#include "kiv/plugins/Plugins.h"
 #include "kiv/process/AsyncSupervisor.h"
 #include "kiv/script/NativeTable.h"
 #include "kiv/store/GUIDDomainDB.h"
@@ -206,6 +208,33 @@ TEST_F(SystemTest, ATaskMayPumpInALoopOfItsOwn) {
     }));
     System::processEvents();
     EXPECT_THAT(steps, ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(SystemTest, ListenersOfPluginsHearOfBootsPassesAndTheEnd) {
+    const support::TemporaryFolder folder;
+    EXPECT_EQ(System::getPluginsDirectory(), Directory::join(System::getBaseDirectory(), "Plugins"));
+    EXPECT_TRUE(Directory::exists(System::getBaseDirectory()));
+    System::setBaseDirectory(folder.utf8(""));
+    EXPECT_EQ(System::getPlugins()->getPath(), folder.utf8("Plugins"));
+    for (const char* name : {"Plugins/a", "Plugins/b"}) Directory::create(folder.utf8(name));
+    folder.write("Plugins/a/autoexec.sq", R"(import("kiv.System")
+plugins <- kiv.System.getPlugins()
+steps <- []
+plugins.addListener("booted", function(names) { steps.append(names.reduce(@(a, b) a + b)); throw "tired" })
+plugins.addListener("shutdown", function(nothing) { if (nothing == null) print("bye") }))");
+    folder.write("Plugins/b/main.sq", R"(steps.append("main")
+plugins.addListener("booted", @(names) steps.append(names.len()))
+plugins.addListener("tick", @(time) steps.append(time)))");
+    const ManualClock clock(7);
+    support::LogLines log;
+    System::getPlugins()->executeBootstrapScripts(true);
+    System::processEvents();
+    System::processEvents();
+    System::getVM()->executeString("text <- steps.reduce(@(a, b) a + \" \" + b)", "test");
+    EXPECT_EQ(System::getVM()->getRootTable().get("text").describe(), "main ab 2 7");
+    log.take();
+    EXPECT_TRUE(System::deinitialize() && !System::getPlugins());
+    EXPECT_EQ(log.takeOne(), "bye");
 }
 
 // ---- The end with work left.
