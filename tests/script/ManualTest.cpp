@@ -1,6 +1,7 @@
 #include "kiv/core/Clock.h"
 #include "kiv/data/PacketScheme.h"
 #include "kiv/script/NativeTable.h"
+#include "kiv/system/System.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -158,6 +159,16 @@ struct Manual {
     size_t examples = 0;
 };
 
+// Scripts as an application has them, with a System around their VM.
+struct Scripts {
+    Scripts() : vm((kiv::System::initialize(), *kiv::System::getVM())) {}
+    Scripts(const Scripts&) = delete;
+    Scripts& operator=(const Scripts&) = delete;
+    ~Scripts() { EXPECT_TRUE(kiv::System::deinitialize()); }
+
+    kivSq::VM& vm;
+};
+
 // Runs a closure and the threads it makes until all of them have ended; time goes on by a millisecond a pass.
 bool runInThread(kivSq::VM& vm, const kivSq::Object& closure) {
     if (!closure) return false;
@@ -166,7 +177,7 @@ bool runInThread(kivSq::VM& vm, const kivSq::Object& closure) {
     kiv::ManualClock clock;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (vm.threadsActive() && std::chrono::steady_clock::now() < end) {
-        vm.processEvents();
+        kiv::System::processEvents();
         clock.advance(1);
     }
     return isGood && !vm.threadsActive();
@@ -191,7 +202,8 @@ void runBlock(Lines block, int firstLine, Manual& manual) {
     for (const std::string& line : block) source += line + '\n';
 
     const PictureScheme scheme;
-    kivSq::VM vm;
+    const Scripts scripts;
+    kivSq::VM& vm = scripts.vm;
     kivSq::internal::NativeTable(vm.getSquirrelVM(), vm.getRootTable())
         .carried("__reportValue", &reportValue)
         .carried("__reportError", &reportError)
@@ -361,7 +373,7 @@ std::vector<Chapter> readChapters(const Lines& lines) {
 // "kiv.Item getSize" for all that scripts reach, but for what every native class has and what bases have.
 constexpr const char* listNames = R"(
 foreach (name in ["System", "IVec2", "IVec3", "Rect", "GUID", "GregorianDate", "Directory", "File", "Item", "Store",
-                  "MemoryStore", "Packet"]) import("kiv." + name)
+                  "MemoryStore", "Packet", "Plugins"]) import("kiv." + name)
 names <- []
 function isOwn(name, parent) {
     if (name.len() > 0 && name[0] == '_') return false
@@ -387,7 +399,8 @@ list("", root, null)
 TEST(ManualTest, HasEveryName) {
     auto file = openSource("doc/scripting.md");
     const std::vector<Chapter> chapters = readChapters(readLines(file));
-    kivSq::VM vm;
+    const Scripts scripts;
+    kivSq::VM& vm = scripts.vm;
     ASSERT_TRUE(vm.executeString(listNames, "names") && vm.executeString(listRoot, "names"));
     const kivSq::Object names = vm.getRootTable().get("names");
     EXPECT_GT(names.getSize(), 300);
