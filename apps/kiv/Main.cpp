@@ -1,5 +1,6 @@
 #include "ItemCommand.h"
 #include "PacketsCommand.h"
+#include "PluginCommand.h"
 #include "ReplCommand.h"
 #include "RunCommand.h"
 #include "StoreCommand.h"
@@ -16,6 +17,7 @@ namespace {
 using kiv::app::ItemCommand;
 using kiv::app::ItemForm;
 using kiv::app::PacketsCommand;
+using kiv::app::PluginCommand;
 using kiv::app::ReplCommand;
 using kiv::app::RunCommand;
 using kiv::app::StoreAction;
@@ -146,6 +148,18 @@ void describeRepl(CLI::App& app) {
         "terminal there are no prompts, and the exit status is 1 when any input has failed.");
 }
 
+void describePlugin(CLI::App& app, PluginCommand& command) {
+    app.require_subcommand(1);
+    CLI::App& make = *app.add_subcommand("new", "Writes a plug-in that boots, with comments on what is what");
+    make.add_option("NAME", command.name, "Its name, and that of its directory")->required();
+    make.add_option("-p,--plugins", command.plugins, "The directory of plug-ins, made when it is not there")
+        ->type_name("DIR")
+        ->capture_default_str();
+    app.footer("The exit status is 1 when the name is none that a plug-in can have, when there is something of that\n"
+               "name, or when it can't be written.\n"
+               "    kiv plugin new camera --plugins plugins");
+}
+
 // The parser takes "[1,2]" apart, as if a configuration file had said it; a blank in front prevents that.
 void protectBracket(std::string& argument) {
     if (argument.starts_with('[')) argument.insert(0, 1, ' ');
@@ -163,16 +177,19 @@ int main(int argc, char** argv) {
     PacketsCommand packets;
     StoreCommand store;
     RunCommand run;
+    PluginCommand plugin;
     CLI::App* itemApp = app.add_subcommand("item", "Turns JSON, base16 and base64 forms of items into each other");
     CLI::App* packetsApp = app.add_subcommand("packets", "Lists the records of a packet file");
     CLI::App* storeApp = app.add_subcommand("store", "Looks into store files and changes them");
     CLI::App* runApp = app.add_subcommand("run", "Runs a script");
     CLI::App* replApp = app.add_subcommand("repl", "A prompt for scripts");
+    CLI::App* pluginApp = app.add_subcommand("plugin", "Makes plug-ins");
     describeItem(*itemApp, item);
     describePackets(*packetsApp, packets);
     describeStore(*storeApp, store);
     describeRun(*runApp, run);
     describeRepl(*replApp);
+    describePlugin(*pluginApp, plugin);
     try {
         std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
         takeScriptArguments(arguments, run);
@@ -185,9 +202,11 @@ int main(int argc, char** argv) {
     std::for_each(item.texts.begin(), item.texts.end(), unprotectBracket);
     std::for_each(item.files.begin(), item.files.end(), unprotectBracket);
     std::for_each(store.excluded.begin(), store.excluded.end(), unprotectBracket);
-    for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value, &run.script})
+    for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value, &run.script,
+                              &plugin.name, &plugin.plugins})
         unprotectBracket(*text);
     if (runApp->parsed()) return run.run();
     if (replApp->parsed()) return ReplCommand().run();
+    if (pluginApp->parsed()) return plugin.runNew();
     return itemApp->parsed() ? item.run() : packetsApp->parsed() ? packets.run() : store.run();
 }

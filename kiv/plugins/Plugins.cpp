@@ -22,11 +22,6 @@ constexpr size_t longestName = 255;
 constexpr unsigned mostRefusalsTold = 20; // of one map
 constexpr char notAName[] = "that is no name of a plug-in";
 
-// A single name on every system, so that a path can't lead elsewhere by it.
-bool isPluginName(std::string_view name) {
-    return name.size() <= longestName && name.find('/') == name.npos && ResourceLocator::isResourceName(name);
-}
-
 // For the log: names come from outside.
 String shown(std::string_view name) {
     constexpr size_t longestShown = 60;
@@ -83,7 +78,7 @@ private:
     // Of equal names the first counts.
     void add(std::string_view name, Item::Iterator& value) {
         int64_t hash = -1;
-        if (!isPluginName(name)) {
+        if (!Plugins::isPluginName(name)) {
             tell(name, notAName);
         } else if (!value.asInteger(hash) || hash < 0 || hash > UINT32_MAX) {
             tell(name, "it has no digest");
@@ -123,6 +118,11 @@ void Plugins::setPath(const char* path) {
 }
 
 // ---- The directory.
+
+// A path can't lead elsewhere by it.
+bool Plugins::isPluginName(std::string_view name) {
+    return name.size() <= longestName && name.find('/') == name.npos && ResourceLocator::isResourceName(name);
+}
 
 bool Plugins::hasDirectory() const {
     if (m_path.empty() || !Directory::exists(m_path)) return false;

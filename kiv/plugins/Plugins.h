@@ -29,13 +29,15 @@ public:
     Plugins& operator=(Plugins&&) noexcept;
     ~Plugins() override;
 
+    // A single name on every system (see ResourceLocator::isResourceName) of at most 255 bytes.
+    static bool isPluginName(std::string_view name);
+
     // Null empties it: there are no plug-ins then.
     void setPath(const char* path);
     const String& getPath() const { return m_path; }
 
-    // The name of each plug-in, in the order of the directory. Left out are plain files, names that are none on some
-    // system (see ResourceLocator::isResourceName), links that lead out of the directory, and what everybody may write
-    // to; the last three are logged.
+    // The name of each plug-in, in the order of the directory. Left out are plain files and, logged, other
+    // names, links that lead out of the directory, and what everybody may write to.
     void foreachPlugin(std::function<void(const char*)> function) const;
     // By name; what can't be read is logged and left out.
     Map<String, unsigned int> getPluginHashes() const;
