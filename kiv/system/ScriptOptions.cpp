@@ -11,7 +11,7 @@ namespace kiv::internal {
 namespace {
 
 using kivSq::Access;
-using kivSq::Object;
+using Value = kivSq::Object;
 
 template <class T>
 T argument(SQVM* v, SQInteger number, T otherwise) {
@@ -28,7 +28,7 @@ ScriptOptions::ScriptOptions(OptionsDB* options, OnDeclared onDeclared)
     : m_options(options), m_onDeclared(std::move(onDeclared)) {}
 
 void ScriptOptions::bind(kivSq::VM& vm) {
-    const Object table = vm.getNamespace("host");
+    const Value table = vm.getNamespace("host");
     kivSq::Class<ScriptOptions>(table, "Options")
         .native<&ScriptOptions::declareOption>("declare")
         .method(
@@ -40,7 +40,7 @@ void ScriptOptions::bind(kivSq::VM& vm) {
             +[](ScriptOptions& self, const String& name) { return self.m_options->getValueAsInt(name.c_str()); })
         .method("set", &ScriptOptions::setOption)
         .method("onChange", &ScriptOptions::addListener);
-    table.set("options", Object::from(SmartPointer<ScriptOptions>(this)));
+    table.set("options", Value::from(SmartPointer<ScriptOptions>(this)));
 }
 
 // declare(name, default [, title [, description [, flags]]])
@@ -58,7 +58,7 @@ SQInteger ScriptOptions::declareOption(SQVM* v) {
     return Access<bool>::push(v, isGood) ? 1 : SQ_ERROR;
 }
 
-bool ScriptOptions::setOption(const String& name, const Object& value) {
+bool ScriptOptions::setOption(const String& name, const Value& value) {
     int64_t number = 0;
     String text;
     if (value.isInteger() && value.to(number))
