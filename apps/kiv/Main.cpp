@@ -1,9 +1,11 @@
+#include "HostCommand.h"
 #include "ItemCommand.h"
 #include "PacketsCommand.h"
 #include "PluginCommand.h"
 #include "ReplCommand.h"
 #include "RunCommand.h"
 #include "StoreCommand.h"
+#include "WorkerCommand.h"
 
 #include "kiv/platform/CommandLine.h"
 
@@ -14,6 +16,7 @@
 
 namespace {
 
+using kiv::app::HostCommand;
 using kiv::app::ItemCommand;
 using kiv::app::ItemForm;
 using kiv::app::PacketsCommand;
@@ -22,6 +25,7 @@ using kiv::app::ReplCommand;
 using kiv::app::RunCommand;
 using kiv::app::StoreAction;
 using kiv::app::StoreCommand;
+using kiv::app::WorkerCommand;
 
 constexpr int wrongUsage = 2;
 
@@ -160,6 +164,39 @@ void describePlugin(CLI::App& app, PluginCommand& command) {
                "    kiv plugin new camera --plugins plugins");
 }
 
+void describeHost(CLI::App& app, HostCommand& command) {
+    app.add_option("-p,--plugins", command.plugins, "The directory that the plug-ins are directories of")
+        ->type_name("DIR")
+        ->required();
+    app.add_option("-s,--store", command.store, "Where options are kept; made when it is not there")->type_name("FILE");
+    app.add_option("-w,--worker", command.worker, "The workers' program (this one)")->type_name("PATH");
+    app.add_option("-n,--workers", command.workers, "How many, from now on: the option host:workers (1 at first)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 64).description(""));
+    app.add_option("--set", command.settings, "Gives an option this value, from now on; may be repeated")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    app.add_option("--trace", command.trace, "Write what happened when, as Chrome trace events")->type_name("FILE");
+    app.add_flag("--child", command.isChild, "Standard input is the pipe of a parent that speaks packets");
+    app.footer(
+        "Boots the plug-ins, first autoexec.sq of all, then main.sq of all, keeps the workers running, which boot the\n"
+        "same plug-ins, and runs until it is interrupted, a script calls host.end(why) or, with --child, the parent\n"
+        "asks it to end or is gone. It then asks the workers to end, gives them five seconds, and writes the store; a\n"
+        "second interrupt ends it at once. The store is also written when an option changes; whenever this program is\n"
+        "killed the file is the old or the new one. Plug-ins are code with all rights of the user who starts this.\n"
+        "A program of --worker is started with --plugins DIR, and is told by packets what to boot.\n"
+        "The exit status is 0 when it has ended in good order, after an interrupt as well, 1 when the store can't be\n"
+        "read or written, an option is unknown or a path wrong, 2 for wrong usage.\n"
+        "    kiv host --plugins plugins --store settings.store --set host:workers=2");
+}
+
+void describeWorker(CLI::App& app, WorkerCommand& command) {
+    app.add_option("-p,--plugins", command.plugins, "The directory that the plug-ins are directories of")
+        ->type_name("DIR");
+    app.footer("Started by kiv host: boots what that names, and ends when it is asked to, or when standard input\n"
+               "ends. The exit status is 0.");
+}
+
 // The parser takes "[1,2]" apart, as if a configuration file had said it; a blank in front prevents that.
 void protectBracket(std::string& argument) {
     if (argument.starts_with('[')) argument.insert(0, 1, ' ');
@@ -178,18 +215,24 @@ int main(int argc, char** argv) {
     StoreCommand store;
     RunCommand run;
     PluginCommand plugin;
+    HostCommand host;
+    WorkerCommand worker;
     CLI::App* itemApp = app.add_subcommand("item", "Turns JSON, base16 and base64 forms of items into each other");
     CLI::App* packetsApp = app.add_subcommand("packets", "Lists the records of a packet file");
     CLI::App* storeApp = app.add_subcommand("store", "Looks into store files and changes them");
     CLI::App* runApp = app.add_subcommand("run", "Runs a script");
     CLI::App* replApp = app.add_subcommand("repl", "A prompt for scripts");
     CLI::App* pluginApp = app.add_subcommand("plugin", "Makes plug-ins");
+    CLI::App* hostApp = app.add_subcommand("host", "Runs plug-ins, with options and worker processes");
+    CLI::App* workerApp = app.add_subcommand("worker", "What kiv host starts");
     describeItem(*itemApp, item);
     describePackets(*packetsApp, packets);
     describeStore(*storeApp, store);
     describeRun(*runApp, run);
     describeRepl(*replApp);
     describePlugin(*pluginApp, plugin);
+    describeHost(*hostApp, host);
+    describeWorker(*workerApp, worker);
     try {
         std::vector<std::string> arguments = kiv::platform::commandLineArguments(argc, argv);
         takeScriptArguments(arguments, run);
@@ -201,12 +244,16 @@ int main(int argc, char** argv) {
     }
     std::for_each(item.texts.begin(), item.texts.end(), unprotectBracket);
     std::for_each(item.files.begin(), item.files.end(), unprotectBracket);
+    std::for_each(host.settings.begin(), host.settings.end(), unprotectBracket);
     std::for_each(store.excluded.begin(), store.excluded.end(), unprotectBracket);
     for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value, &run.script,
-                              &plugin.name, &plugin.plugins})
+                              &plugin.name, &plugin.plugins, &host.plugins, &host.store, &host.worker, &host.trace,
+                              &worker.plugins})
         unprotectBracket(*text);
     if (runApp->parsed()) return run.run();
     if (replApp->parsed()) return ReplCommand().run();
     if (pluginApp->parsed()) return plugin.runNew();
+    if (hostApp->parsed()) return host.run();
+    if (workerApp->parsed()) return worker.run();
     return itemApp->parsed() ? item.run() : packetsApp->parsed() ? packets.run() : store.run();
 }

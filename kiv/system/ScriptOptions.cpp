@@ -1,7 +1,9 @@
 #include "kiv/system/ScriptOptions.h"
 
 #include "kiv/script/Class.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/VM.h"
+#include "kiv/system/PluginHost.h"
 
 #include <stdexcept>
 #include <string>
@@ -22,6 +24,10 @@ T argument(SQVM* v, SQInteger number, T otherwise) {
     return value.get();
 }
 
+void endHost(const String& why) {
+    if (auto* host = dynamic_cast<PluginHost*>(Application::current())) host->end(why.c_str());
+}
+
 } // namespace
 
 ScriptOptions::ScriptOptions(OptionsDB* options, OnDeclared onDeclared)
@@ -40,6 +46,7 @@ void ScriptOptions::bind(kivSq::VM& vm) {
             +[](ScriptOptions& self, const String& name) { return self.m_options->getValueAsInt(name.c_str()); })
         .method("set", &ScriptOptions::setOption)
         .method("onChange", &ScriptOptions::addListener);
+    kivSq::internal::NativeTable(vm.getSquirrelVM(), table).carried("end", &endHost);
     table.set("options", Value::from(SmartPointer<ScriptOptions>(this)));
 }
 

@@ -25,7 +25,7 @@ public:
 
     // `onDeclared` hears of the options that scripts declare.
     ScriptOptions(OptionsDB* options, OnDeclared onDeclared);
-    // Makes it `host.options`.
+    // Makes it `host.options`, and the application's end `host.end`.
     void bind(kivSq::VM& vm);
     // Nothing is declared any more; reading and setting goes on.
     void forgetOwner() { m_onDeclared = nullptr; }
