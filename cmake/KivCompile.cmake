@@ -78,7 +78,7 @@ function(kiv_instruction_set_flags)
     endforeach()
 endfunction()
 
-# Every folder <group>/<name> with a Main.cpp is one program, and its scripts are copied beside it; one of other sources
+# Every folder <group>/<name> with a Main.cpp is one program, and its Plugins are copied beside it; one of other sources
 # is a library for all programs of the group.
 function(kiv_add_programs group)
     file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true "${PROJECT_SOURCE_DIR}/${group}/*")
@@ -89,10 +89,12 @@ function(kiv_add_programs group)
         cmake_path(GET folder FILENAME name)
         if(EXISTS "${folder}/Main.cpp")
             add_executable(${name} ${sources})
-            file(GLOB scripts CONFIGURE_DEPENDS "${folder}/*.sq")
+            file(GLOB_RECURSE scripts CONFIGURE_DEPENDS RELATIVE "${folder}" "${folder}/Plugins/*.sq")
+            if(scripts)
+                file(REMOVE_RECURSE "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/Plugins") # some may be there no more
+            endif()
             foreach(script IN LISTS scripts)
-                cmake_path(GET script FILENAME file)
-                configure_file("${script}" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${file}" COPYONLY)
+                configure_file("${folder}/${script}" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${script}" COPYONLY)
             endforeach()
             list(APPEND programs ${name})
         elseif(sources)

@@ -10,6 +10,7 @@
 
 #include "kiv/logging/LogBackend.h"
 #include "kiv/logging/MessageStream.h"
+#include "kiv/system/System.h"
 
 #include <CLI/CLI.hpp>
 
@@ -23,6 +24,7 @@ struct Options {
     Volume::Options volume;
     unsigned schemeVersion = 2;
     bool isWorker = false;
+    std::string plugins;
 };
 
 void describe(CLI::App& app, Options& options) {
@@ -40,7 +42,19 @@ void describe(CLI::App& app, Options& options) {
     number("--tile", options.volume.tileSize, "Pixels across and down a tile", 1u, Geometry::largestTile);
     number("--pace", options.volume.pace, "Milliseconds that a slice takes at least", 0u, 10000u);
     number("--scheme-version", options.schemeVersion, "1: as the first devices did, without checksums", 1u, 2u);
-    app.add_flag("--worker", options.isWorker, "Wait for requests on standard input, and send what they want");
+    app.add_flag("--worker", options.isWorker, "Serve a host: boot the plug-ins that it names, and do what these say");
+    app.add_option("--plugins", options.plugins, "Where they are (Plugins, beside this program)")
+        ->type_name("FOLDER");
+}
+
+int serve(const Options& options, Volume& volume, Sender& sender) {
+    kiv::System::initialize();
+    const auto worker = kiv::makeObject<Worker>(
+        options.plugins.empty() ? kiv::System::getPluginsDirectory() : kiv::String(options.plugins), volume, sender);
+    worker->run();
+    MessageStream(1, 2) << "[DEVICE] " << sender.getSentTiles() << " tiles sent, then " << worker->getEndText();
+    kiv::System::deinitialize();
+    return 0;
 }
 
 int acquire(const Options& options) {
@@ -50,7 +64,8 @@ int acquire(const Options& options) {
         return 1;
     }
     Sender sender(volume, options.schemeVersion == 1 ? TileScheme::Generation::First : TileScheme::Generation::Checked);
-    const bool isSent = options.isWorker ? Worker(sender).run() : sender.send({study::allTiles}, [] { return true; });
+    if (options.isWorker) return serve(options, volume, sender);
+    const bool isSent = sender.sendAll();
     MessageStream(isSent ? 1 : 3, 2) << "[DEVICE] " << sender.getSentTiles() << " tiles sent"
                                      << (isSent ? "" : ", then nobody took more");
     return isSent ? 0 : 1;

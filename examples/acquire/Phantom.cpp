@@ -71,3 +71,13 @@ uint32_t Phantom::sampleAt(uint32_t x, uint32_t y, uint32_t slice) const {
     const double mean = sum / (m_oversampling * m_oversampling * m_oversampling);
     return static_cast<uint32_t>(std::lround(std::clamp(mean, 0.0, 1.0) * m_maximum));
 }
+
+// Evenly between minus and plus the noise.
+uint32_t Phantom::withNoise(uint32_t sample, uint32_t x, uint32_t y, uint32_t slice, uint32_t noise) const {
+    const int64_t most = int64_t{m_maximum} * noise / 1000;
+    if (most == 0) return sample;
+    uint64_t mixed = (uint64_t{slice} << 32 | uint64_t{y} << 16 | x) * 0x9E3779B97F4A7C15;
+    mixed = (mixed ^ mixed >> 29) * 0xBF58476D1CE4E5B9;
+    const auto part = static_cast<int64_t>((mixed >> 32) % static_cast<uint64_t>(2 * most + 1)) - most;
+    return static_cast<uint32_t>(std::clamp<int64_t>(sample + part, 0, m_maximum));
+}

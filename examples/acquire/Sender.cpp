@@ -5,6 +5,8 @@
 
 #include <crc32c/crc32c.h>
 
+#include <algorithm>
+
 using kiv::logging::MessageStream;
 using study::TileRange;
 
@@ -15,26 +17,35 @@ void Sender::sendHello() {
     m_writer->write(packet.get());
 }
 
-bool Sender::send(const std::vector<TileRange>& wanted, const std::function<bool()>& goesOn) {
-    std::vector<bool> isWanted(static_cast<size_t>(m_geometry.getTiles()));
+uint64_t Sender::setWanted(const std::vector<TileRange>& wanted) {
+    m_isWanted.assign(static_cast<size_t>(m_geometry.getTiles()), false);
     for (const TileRange& range : wanted) {
         for (uint64_t i = range.first; i < std::min(uint64_t{range.first} + range.count, m_geometry.getTiles()); ++i)
-            isWanted[static_cast<size_t>(i)] = true;
+            m_isWanted[static_cast<size_t>(i)] = true;
     }
-    const uint64_t tiles = m_geometry.getTilesOfSlice();
-    for (uint32_t slice = 0; slice < m_geometry.slices; ++slice) {
-        const auto begin = isWanted.begin() + static_cast<ptrdiff_t>(slice * tiles);
-        const auto end = begin + static_cast<ptrdiff_t>(tiles);
-        if (std::find(begin, end, true) == end) continue;
-        if (!goesOn()) return false;
+    return static_cast<uint64_t>(std::count(m_isWanted.begin(), m_isWanted.end(), true));
+}
+
+bool Sender::wants(uint32_t slice) const {
+    const auto tiles = static_cast<ptrdiff_t>(m_geometry.getTilesOfSlice());
+    const auto begin = m_isWanted.begin() + slice * tiles;
+    return std::find(begin, begin + tiles, true) != begin + tiles;
+}
+
+void Sender::sendSlice(uint32_t slice) {
+    const uint8_t* samples = m_volume.acquireSlice(slice);
+    const uint64_t first = slice * m_geometry.getTilesOfSlice();
+    for (uint64_t i = first; i < first + m_geometry.getTilesOfSlice() && m_writer->valid(); ++i)
+        if (m_isWanted[static_cast<size_t>(i)]) sendTile(samples, i);
+}
+
+bool Sender::sendAll() {
+    setWanted({study::allTiles});
+    for (uint32_t slice = 0; slice < m_geometry.slices && m_writer->valid(); ++slice) {
         if (slice % 16 == 0)
             MessageStream(1, 2) << "[DEVICE] acquiring slice " << slice + 1 << " of " << m_geometry.slices;
-        const uint8_t* samples = m_volume.acquireSlice(slice);
-        for (uint64_t i = 0; i < tiles && m_writer->valid(); ++i) {
-            if (begin[static_cast<ptrdiff_t>(i)]) sendTile(samples, slice * tiles + i);
-        }
+        sendSlice(slice);
     }
-    if (!goesOn()) return false;
     sendEnd();
     return m_writer->valid();
 }

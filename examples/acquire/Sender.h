@@ -6,7 +6,6 @@
 #include "kiv/data/Item.h"
 #include "kiv/data/StdOutPacketWriter.h"
 
-#include <functional>
 #include <vector>
 
 // Sends a study, or what is wanted of it, as packets on standard output.
@@ -18,14 +17,19 @@ public:
 
     // Names this process.
     void sendHello();
-    // The tiles, slice by slice, and the end. Asks before each slice whether to go on. False when it was not to, or
-    // when nobody takes packets any more.
-    bool send(const std::vector<study::TileRange>& wanted, const std::function<bool()>& goesOn);
+    // Of which tiles sendSlice() takes. Their number.
+    uint64_t setWanted(const std::vector<study::TileRange>& wanted);
+    bool wants(uint32_t slice) const;
+    // Acquires the slice, and sends what is wanted of it.
+    void sendSlice(uint32_t slice);
+    // The last word on the whole study.
+    void sendEnd();
+    // All of it; false when nobody took it.
+    bool sendAll();
     uint64_t getSentTiles() const { return m_tiles; }
 
 private:
     void sendTile(const uint8_t* slice, uint64_t index);
-    void sendEnd();
 
     const study::TileScheme m_scheme;
     const study::EndScheme m_endScheme;
@@ -33,6 +37,7 @@ private:
     const study::Geometry m_geometry;
     const kiv::Item m_about;
     const kiv::SmartPointer<kiv::StdOutPacketWriter> m_writer = kiv::makeObject<kiv::StdOutPacketWriter>();
+    std::vector<bool> m_isWanted;   // of all tiles
     std::vector<uint8_t> m_samples; // of one tile
     uint64_t m_tiles = 0;
 };

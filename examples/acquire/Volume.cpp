@@ -1,6 +1,7 @@
 #include "Volume.h"
 
 #include "PgmFile.h"
+#include "examples/study/ScriptTable.h"
 
 #include <crc32c/crc32c.h>
 
@@ -31,17 +32,7 @@ std::string Volume::open(const Options& options) {
 }
 
 kiv::Item Volume::describe() const {
-    kiv::Item pairs;
-    pairs.add("device");
-    pairs.add("acquire");
-    pairs.add("kind");
-    pairs.add(m_phantom ? "phantom" : "picture");
-    pairs.add("series");
-    pairs.add(1);
-    kiv::Item about;
-    about.addPrefix("table");
-    about.addItem(pairs);
-    return about;
+    return makeTable({{"device", "acquire"}, {"kind", getKind()}, {"series", 1}});
 }
 
 const uint8_t* Volume::acquireSlice(uint32_t slice) {
@@ -55,9 +46,9 @@ const uint8_t* Volume::getSlice(uint32_t slice) {
     uint8_t* const samples = m_samples.data() + m_geometry.getSliceBytes() * slice;
     if (!m_hasSlice[slice]) {
         if (m_geometry.getSampleSize() == 2)
-            m_phantom->drawSlice(slice, reinterpret_cast<uint16_t*>(samples));
+            m_phantom->drawSlice(slice, reinterpret_cast<uint16_t*>(samples), m_noise);
         else
-            m_phantom->drawSlice(slice, samples);
+            m_phantom->drawSlice(slice, samples, m_noise);
         m_hasSlice[slice] = true;
     }
     return samples;

@@ -27,6 +27,11 @@ public:
     std::string open(const Options& options);
 
     const study::Geometry& getGeometry() const { return m_geometry; }
+    const char* getKind() const { return m_phantom ? "phantom" : "picture"; }
+    // Of the phantom, in thousandths of the greatest sample; before the first slice is acquired. The same everywhere:
+    // a device that takes the place of another sees what that has seen.
+    void setNoise(uint32_t noise) { m_noise = noise; }
+    uint32_t getNoise() const { return m_noise; }
     // The study's, as every tile has it.
     kiv::Item describe() const;
     // width * height samples; takes its time.
@@ -40,6 +45,7 @@ private:
     study::Geometry m_geometry;
     std::chrono::milliseconds m_pace{0};
     std::optional<Phantom> m_phantom;
+    uint32_t m_noise = 0;
     std::vector<uint8_t> m_samples;
     std::vector<bool> m_hasSlice;
 };

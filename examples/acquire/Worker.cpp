@@ -1,36 +1,40 @@
 #include "Worker.h"
 
-#include "kiv/logging/MessageStream.h"
+#include "examples/study/ScriptLine.h"
+#include "examples/study/ScriptTable.h"
 
-using kiv::logging::MessageStream;
+#include "kiv/plugins/Plugins.h"
+#include "kiv/script/Class.h"
+#include "kiv/script/VM.h"
+#include "kiv/system/System.h"
 
-bool Worker::run() {
-    m_sender.sendHello();
-    while (m_reader->valid()) {
-        if (!m_request) {
-            const kiv::SmartPointer<kiv::Packet> packet = m_reader->readTimeout(UINT32_MAX, 0);
-            if (packet) take(*packet);
-            continue;
-        }
-        const std::vector<study::TileRange> wanted = std::move(*m_request);
-        m_request.reset();
-        if (wanted.empty())
-            MessageStream(2, 2) << "[DEVICE] nothing but the last word is wanted";
-        else if (wanted.front().first != 0)
-            MessageStream(2, 2) << "[DEVICE] resuming at tile " << wanted.front().first;
-        if (!m_sender.send(wanted, [this] { return goesOn(); }) && !m_request && m_reader->valid()) return false;
-    }
-    return true;
+#include <stdexcept>
+
+void Worker::onBoot(int32_t) {
+    kivSq::VM& vm = *kivSq::VM::current();
+    kivSq::Class<Worker>(vm.getNamespace("study"), "Device")
+        .property("slices", &Worker::getSlices)
+        .property("kind", &Worker::getKind)
+        .property("noise", &Worker::getNoise, &Worker::setNoise)
+        .method("sendHello", &Worker::sendHello)
+        .method("wants", &Worker::wants)
+        .method("sendSlice", &Worker::sendSlice)
+        .method("sendEnd", &Worker::sendEnd);
+    vm.getRootTable().set("device", kivSq::Object::from(kiv::SmartPointer<Worker>(this)));
+    ScriptLine::bind("host", getParent().getRpc(), getRpcProvider());
 }
 
-bool Worker::goesOn() {
-    while (const kiv::SmartPointer<kiv::Packet> packet = m_reader->read()) take(*packet);
-    return m_reader->valid() && !m_request;
-}
-
-void Worker::take(kiv::Packet& packet) {
+void Worker::onParentPacket(kiv::Packet& packet) {
     kiv::Vector<uint32_t> numbers;
-    if (!packet.fit(&m_scheme) || !packet.getArray(m_scheme.ranges, numbers)) return;
-    m_request.emplace();
-    for (size_t i = 0; i + 1 < numbers.size(); i += 2) m_request->push_back({numbers[i], numbers[i + 1]});
+    if (!packet.fit(&m_requestScheme) || !packet.getArray(m_requestScheme.ranges, numbers)) return;
+    std::vector<study::TileRange> ranges;
+    for (size_t i = 0; i + 1 < numbers.size(); i += 2) ranges.push_back({numbers[i], numbers[i + 1]});
+    const uint64_t tiles = m_sender.setWanted(ranges);
+    kiv::System::getPlugins()->callListeners(
+        "device:request", makeTable({{"tiles", tiles}, {"first", ranges.empty() ? 0 : ranges.front().first}}));
+}
+
+uint32_t Worker::checked(int64_t slice) const {
+    if (slice < 0 || slice >= getSlices()) throw std::out_of_range("there is no such slice");
+    return static_cast<uint32_t>(slice);
 }

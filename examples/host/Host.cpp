@@ -1,31 +1,21 @@
 #include "Host.h"
 
-#include "SliceStatistics.h"
+#include "examples/study/ScriptLine.h"
 
 #include "kiv/logging/MessageStream.h"
 #include "kiv/logging/Trace.h"
+#include "kiv/store/OptionsDB.h"
 #include "kiv/system/System.h"
 
 #include <fmt/format.h>
-
-#include <chrono>
-#include <filesystem>
-#include <thread>
 
 using kiv::System;
 using kiv::logging::MessageStream;
 
 namespace {
 
-constexpr std::chrono::milliseconds frame(5);
-constexpr int patience = 30000;         // milliseconds without a worker that speaks
-constexpr unsigned mostRepairs = 10;    // requests for what is missing though the worker has sent it all
 constexpr int progressOnTerminal = 100; // milliseconds
 constexpr int progressInLog = 1000;
-
-std::filesystem::path pathOf(const std::string& utf8) {
-    return std::u8string(utf8.begin(), utf8.end());
-}
 
 std::string countDeaths(unsigned deaths) {
     return fmt::format("{} death{}", deaths, deaths == 1 ? "" : "s");
@@ -38,83 +28,76 @@ std::string drawBar(const Collection& collection) {
     return '[' + std::string(filled, '#') + std::string(width - filled, '.') + "] ";
 }
 
-std::string fileName(const std::string& path) {
-    const std::u8string name = pathOf(path).filename().u8string();
-    return {name.begin(), name.end()};
+std::string fileName(const kiv::String& path) {
+    const std::string text = path.to_std_string();
+    return text.substr(text.find_last_of("/\\") + 1);
 }
 
 } // namespace
 
-kiv::SmartPointer<kiv::Alarm> Host::makeAlarm(std::function<void()> function) {
-    return kiv::makeObject<kiv::Alarm>(std::move(function));
-}
-
 Host::Host(const Options& options)
-    : m_options(options), m_folder("host", options.folder),
-      m_device(kiv::makeObject<Device>(options.workerPath.c_str(), options.workerArguments, m_folder.getCollection(),
-                                       static_cast<Device::Listener&>(*this))),
-      m_chaos(options.kills, options.seed, fileName(options.workerPath)),
-      m_progress(makeAlarm([this] { showProgress(); })),
-      m_patience(makeAlarm([this] { giveUp(fmt::format("no worker has said a word for {} s", patience / 1000)); })) {}
+    : PluginHost(options.settings), m_folder("host", options.folder),
+      m_chaos(options.kills, options.seed, fileName(options.settings.workerPath)),
+      m_progress(kiv::makeObject<kiv::Alarm>(std::function<void()>([this] { showProgress(); }))) {}
 
-void Host::run() {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(pathOf(m_options.workerPath), error))
-        return giveUp("there is no worker \"" + m_options.workerPath + '"');
-    if (!m_folder.open()) return;
-    System::catchInterrupts();
-    m_line.emplace();
-    startReport();
-    m_device->start();
-    m_patience->scheduleIn(patience);
-    showProgress();
-    while (!m_isOver || m_report.isRunning()) {
-        if (m_isOver) m_report.setOver();
-        System::processEvents();
-        std::this_thread::sleep_for(frame);
+bool Host::listOptions() {
+    if (!start()) return false;
+    const kiv::OptionsDB& options = getOptions();
+    for (unsigned i = 0; i < options.getOptionCount(); ++i) {
+        kiv::String name;
+        const kiv::Item meta = options.getMeta(static_cast<int>(i));
+        meta.getIterator().asString(name);
+        const std::string value = fmt::format("{} = {}", name.view(), options.getValue(name.c_str()).view());
+        kiv::internal::writeStandardOutput(fmt::format("{:<28}{}\n", value, options.getTitle(name.c_str()).view()));
     }
-    m_line.reset();
+    return stop();
 }
 
-void Host::onTick() {
-    if (!m_isOver && System::getHitSIGINT()) giveUp("interrupted");
-}
-
-void Host::onShutdown() {
-    m_device->terminate();
-}
-
-void Host::giveUp(const std::string& why) {
+void Host::acquire() {
+    if (!m_folder.open()) return;
+    if (!start()) return m_folder.complain("it can't begin");
+    m_line.emplace();
+    showProgress();
+    run();
     m_progress->cancel();
     m_line.reset();
-    m_folder.complain(why);
-    m_isOver = true;
+    if (!m_isComplete) m_folder.complain(getEndText().to_std_string());
+    raise("study:over");
+}
+
+void Host::onBooted() {
+    ScriptLine::bind("worker", getWorker(0).getRpc(), getRpcProvider());
 }
 
 // ---- What the device tells.
 
-// Behind all packets of the worker before: only what has not come is wanted.
-void Host::onWorkerStarted() {
-    if (!m_isComplete) m_device->request(m_folder.getCollection().getMissingRanges());
-}
-
-void Host::onWorkerQuit() {
+void Host::onWorkerQuit(kiv::WorkerProcess& worker) {
+    PluginHost::onWorkerQuit(worker);
     ++m_deaths;
-    if (!m_patience->isScheduled()) m_patience->scheduleIn(patience);
     m_chaos.onWorkerQuit();
+    raise("device:quit", {{"deaths", m_deaths}});
     endIfComplete();
 }
 
-void Host::onHello(int64_t processId) {
-    m_patience->cancel();
-    m_chaos.onHello(processId);
+void Host::onWorkerPacket(kiv::WorkerProcess&, kiv::Packet& packet) {
+    const Collection& collection = m_folder.getCollection();
+    const bool isHello = packet.getID() == m_helloScheme.getID();
+    const bool isEnd = packet.getID() == collection.getEndScheme().getID();
+    if (isHello && packet.fit(&m_helloScheme)) return takeHello(packet);
+    if (isEnd && packet.fit(&collection.getEndScheme())) return takeEnd(packet);
+    if (!isHello && !isEnd) return takeTile(packet);
+    m_folder.countRefused();
 }
 
-void Host::onStudyPacket(kiv::Packet& packet) {
+void Host::takeHello(kiv::Packet& packet) {
+    const int64_t process = packet.getInteger(m_helloScheme.processId);
+    m_chaos.onHello(process);
+    raise("device:hello", {{"process", process}});
+}
+
+void Host::takeTile(kiv::Packet& packet) {
+    if (m_folder.take(packet) != Collection::Result::Taken) return;
     const Collection& collection = m_folder.getCollection();
-    const Collection::Result result = m_folder.take(packet);
-    if (packet.getID() == collection.getEndScheme().getID()) return onEnd();
-    if (result != Collection::Result::Taken) return;
     const study::Geometry& geometry = *collection.getGeometry();
     const auto index = static_cast<uint64_t>(packet.getInteger(collection.getTileScheme().index));
     const uint32_t slice = geometry.getTile(index).slice;
@@ -122,22 +105,23 @@ void Host::onStudyPacket(kiv::Packet& packet) {
     m_chaos.onProgress(collection.getReceivedTiles(), geometry.getTiles());
 }
 
-void Host::onMalformedPacket() {
-    m_folder.countRefused();
+void Host::takeEnd(kiv::Packet& packet) {
+    m_folder.take(packet);
+    const Collection& collection = m_folder.getCollection();
+    raise("device:end", {{"isWhole", collection.agreesWithSender()}, {"missing", collection.getMissingTiles()}});
 }
 
-void Host::onEnd() {
-    const Collection& collection = m_folder.getCollection();
-    m_isComplete = collection.agreesWithSender();
-    if (m_isComplete) return endIfComplete();
-    if (collection.getMissingTiles() == 0 || ++m_requests > mostRepairs)
-        giveUp("what has come is not what the worker has sent");
-    else
-        m_device->request(collection.getMissingRanges());
+void Host::complete() {
+    m_isComplete = true;
+    endIfComplete();
+}
+
+void Host::giveUp(const kiv::String& why) {
+    if (!m_isComplete) end(why.c_str());
 }
 
 void Host::endIfComplete() {
-    if (m_isComplete && !m_chaos.isPending()) m_isOver = true;
+    if (m_isComplete && !m_chaos.isPending()) end("the study is complete");
 }
 
 // ---- What becomes of it.
@@ -146,8 +130,10 @@ void Host::measure(uint32_t slice) {
     const kiv::TraceSpan span("host", "statistics");
     SliceStatistics statistics(*m_folder.getCollection().getGeometry(), m_folder.getCollection().getSlice(slice));
     System::execute(statistics);
-    m_folder.getStore().addFindings(slice, statistics.describe());
+    const kiv::Item findings = statistics.describe();
+    m_folder.getStore().addFindings(slice, findings);
     ++m_measuredSlices;
+    raise("study:slice", {{"slice", slice}, {"findings", findings}});
 }
 
 void Host::showProgress() {
@@ -158,10 +144,6 @@ void Host::showProgress() {
     else
         MessageStream(1, 2) << "[HOST] " << text;
     m_progress->scheduleIn(m_line->isShown() ? progressOnTerminal : progressInLog);
-}
-
-void Host::startReport() {
-    if (!m_report.start(m_options.reportPath)) m_folder.complain("no report from \"" + m_options.reportPath + '"');
 }
 
 // Counts all slices again, on one thread.

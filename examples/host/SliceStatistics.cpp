@@ -1,5 +1,7 @@
 #include "SliceStatistics.h"
 
+#include "examples/study/ScriptTable.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -59,20 +61,12 @@ double SliceStatistics::getDeviation() const {
 }
 
 kiv::Item SliceStatistics::describe() const {
-    kiv::Item pairs, histogram;
-    pairs.add("min");
-    pairs.add(m_total.least);
-    pairs.add("max");
-    pairs.add(m_total.greatest);
-    pairs.add("mean");
-    pairs.add(getMean());
-    pairs.add("deviation");
-    pairs.add(getDeviation());
-    for (const uint64_t count : m_total.histogram) histogram.add(count);
-    pairs.add("histogram");
-    pairs.add(histogram);
-    kiv::Item table;
-    table.addPrefix("table");
-    table.addItem(pairs);
-    return table;
+    kiv::Item counts, histogram;
+    for (const uint64_t count : m_total.histogram) counts.add(count);
+    histogram.addItem(counts);
+    return makeTable({{"min", m_total.least},
+                      {"max", m_total.greatest},
+                      {"mean", getMean()},
+                      {"deviation", getDeviation()},
+                      {"histogram", histogram}});
 }
