@@ -21,7 +21,7 @@ void Worker::onBoot(int32_t) {
         .method("sendSlice", &Worker::sendSlice)
         .method("sendEnd", &Worker::sendEnd);
     vm.getRootTable().set("device", kivSq::Object::from(kiv::SmartPointer<Worker>(this)));
-    ScriptLine::bind("host", getParent().getRpc(), getRpcProvider());
+    ScriptLine::bind("parent", getParent().getRpc(), getRpcProvider());
 }
 
 void Worker::onParentPacket(kiv::Packet& packet) {

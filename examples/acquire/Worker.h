@@ -11,7 +11,7 @@
 //     device.wants(slice)           whether the request wants any tile of it
 //     device.sendSlice(slice)       acquires the slice, and sends what is wanted of it
 //     device.sendEnd()              the last word on the study
-//     host.call(...), host.answer(...): see ScriptLine.h
+//     parent.call(...), parent.answer(...): see ScriptLine.h
 // and the event "device:request", a table: `tiles`, how many are wanted, and `first`, the first of them.
 class Worker : public kiv::PluginWorker {
     KIV_OBJECT(Worker, PluginWorker)

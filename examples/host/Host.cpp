@@ -1,9 +1,9 @@
 #include "Host.h"
 
-#include "examples/study/ScriptLine.h"
-
+#include "kiv/files/File.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/logging/Trace.h"
+#include "kiv/plugins/Plugins.h"
 #include "kiv/store/OptionsDB.h"
 #include "kiv/system/System.h"
 
@@ -28,16 +28,16 @@ std::string drawBar(const Collection& collection) {
     return '[' + std::string(filled, '#') + std::string(width - filled, '.') + "] ";
 }
 
-std::string fileName(const kiv::String& path) {
-    const std::string text = path.to_std_string();
-    return text.substr(text.find_last_of("/\\") + 1);
+std::string fileName(const std::string& path) {
+    return path.substr(path.find_last_of("/\\") + 1);
 }
 
 } // namespace
 
 Host::Host(const Options& options)
-    : PluginHost(options.settings), m_folder("host", options.folder),
-      m_chaos(options.kills, options.seed, fileName(options.settings.workerPath)),
+    : PluginHost(options.settings), m_workerPath(options.settings.workerPath.to_std_string()),
+      m_folder("host", options.folder),
+      m_chaos(options.kills, options.seed, fileName(m_workerPath)),
       m_progress(kiv::makeObject<kiv::Alarm>(std::function<void()>([this] { showProgress(); }))) {}
 
 bool Host::listOptions() {
@@ -54,11 +54,12 @@ bool Host::listOptions() {
 }
 
 void Host::acquire() {
+    if (!kiv::File::exists(m_workerPath)) return m_folder.complain("there is no worker \"" + m_workerPath + '"');
     if (!m_folder.open()) return;
     if (!start()) return m_folder.complain("it can't begin");
     m_line.emplace();
     showProgress();
-    run();
+    if (!run()) m_folder.complain("the options can't be kept");
     m_progress->cancel();
     m_line.reset();
     if (!m_isComplete) m_folder.complain(getEndText().to_std_string());
@@ -66,13 +67,15 @@ void Host::acquire() {
 }
 
 void Host::onBooted() {
-    ScriptLine::bind("worker", getWorker(0).getRpc(), getRpcProvider());
+    for (const auto& [name, digest] : getPlugins().getPluginHashes())
+        MessageStream(1, 2) << fmt::format("[HOST] plug-in {}, digest {:08x}", name.view(), digest);
 }
 
 // ---- What the device tells.
 
 void Host::onWorkerQuit(kiv::WorkerProcess& worker) {
     PluginHost::onWorkerQuit(worker);
+    if (getEnd() != End::None) return; // as it was asked to
     ++m_deaths;
     m_chaos.onWorkerQuit();
     raise("device:quit", {{"deaths", m_deaths}});

@@ -37,6 +37,7 @@ public:
 protected:
     void onBoot() override;
     void onBooted() override;
+    void setUpWorker(kiv::WorkerProcess& worker) override;
     void onWorkerQuit(kiv::WorkerProcess& worker) override;
     void onWorkerPacket(kiv::WorkerProcess& worker, kiv::Packet& packet) override;
 
@@ -63,6 +64,7 @@ private:
     void showProgress();
     void endIfComplete();
 
+    const std::string m_workerPath;
     StudyFolder m_folder;
     const study::HelloScheme m_helloScheme;
     const study::RequestScheme m_requestScheme;

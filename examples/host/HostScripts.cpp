@@ -6,7 +6,7 @@
 //     study.complete()              nothing is to come
 //     study.giveUp(why)             there is no hope
 //     study.report(table)           text, min, max, mean, histogram: see Report.h
-//     options.declare(name, value, title, description), options.get(name)
+//     host.options                  of every PluginHost
 //     worker.call(...), worker.answer(...): see ScriptLine.h
 // Events, each with a table:
 //     device:hello  process             it is there, and waits for a request
@@ -23,13 +23,9 @@
 #include "kiv/plugins/Plugins.h"
 #include "kiv/script/Class.h"
 #include "kiv/script/VM.h"
-#include "kiv/store/OptionsDB.h"
 
 #include <stdexcept>
 #include <vector>
-
-using kiv::OptionsDB;
-using kiv::String;
 
 void Host::onBoot() {
     kivSq::VM& vm = *kivSq::VM::current();
@@ -42,16 +38,12 @@ void Host::onBoot() {
         .method("complete", &Host::complete)
         .method("giveUp", &Host::giveUp)
         .method("report", &Host::report);
-    kivSq::Class<OptionsDB>(vm.getNamespace("study"), "Options")
-        .method(
-            "declare", +[](OptionsDB& options, const String& name, const String& value, const String& title,
-                           const String& description) {
-                return options.addOption(name.c_str(), value.c_str(), "", title.c_str(), description.c_str(), 0);
-            })
-        .method(
-            "get", +[](OptionsDB& options, const String& name) { return options.getValue(name.c_str()); });
     vm.getRootTable().set("study", kivSq::Object::from(kiv::SmartPointer<Host>(this)));
-    vm.getRootTable().set("options", kivSq::Object::from(kiv::SmartPointer<OptionsDB>(&getOptions())));
+}
+
+void Host::setUpWorker(kiv::WorkerProcess& worker) {
+    PluginHost::setUpWorker(worker);
+    if (worker.getIndex() == 0) ScriptLine::bind("worker", worker.getRpc(), getRpcProvider());
 }
 
 void Host::raise(const char* event, std::initializer_list<std::pair<const char*, kiv::Item>> table) {
@@ -78,6 +70,7 @@ kivSq::Object Host::getMissing() const {
 }
 
 void Host::request(const kivSq::Object& ranges) {
+    if (getWorkerCount() == 0) throw std::runtime_error("there is no worker");
     std::vector<uint32_t> numbers;
     for (const kivSq::Object& number : ranges.asArray().getValues())
         if (!number.to(numbers.emplace_back())) throw std::invalid_argument("ranges are numbers of tiles");

@@ -69,12 +69,13 @@ Host::Options settle(const Options& options) {
     settled.folder = options.folder;
     kiv::PluginHost::Settings& settings = settled.settings;
     settings.storePath = options.store;
-    settings.pluginsDirectory = options.plugins.empty() ? kiv::System::getPluginsDirectory() : options.plugins;
-    settings.workerPath =
-        textOf(std::filesystem::absolute(options.worker.empty() ? findBeside("acquire") : pathOf(options.worker)));
+    settings.pluginsDirectory =
+        options.plugins.empty() ? kiv::System::getPluginsDirectory() : textOf(absolute(pathOf(options.plugins)));
+    settings.workerPath = textOf(options.worker.empty() ? findBeside("acquire") : absolute(pathOf(options.worker)));
     settings.workerArguments = {settings.workerPath, "--worker", "--plugins", settings.pluginsDirectory};
     for (const std::string& argument : options.deviceArguments) settings.workerArguments.emplace_back(argument);
-    settings.workers = options.isListing ? 0 : 1;
+    settings.workers = 1;
+    if (options.isListing) settings.workerPath = {}; // which is never started
     for (const std::string& value : options.values) {
         const size_t sign = value.find('=');
         settings.options.push_back({value.substr(0, sign), sign == value.npos ? "" : value.substr(sign + 1)});

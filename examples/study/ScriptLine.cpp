@@ -1,7 +1,6 @@
 #include "ScriptLine.h"
 
 #include "kiv/script/Class.h"
-#include "kiv/script/Functor.h"
 #include "kiv/script/VM.h"
 #include "kiv/script/VMThread.h"
 
@@ -37,11 +36,11 @@ SQInteger ScriptLine::call(SQVM* v) {
                                   }));
 }
 
-void ScriptLine::answer(const kiv::String& method, const kivSq::Object& closure) {
+void ScriptLine::answer(const kiv::String& method, const kivSq::Functor& function) {
     m_provider->addRPC(
         method.c_str(),
-        [closure](const kiv::RpcContext& call) {
-            kivSq::Functor(closure).call(call.getArguments()).to(call.result());
+        [function](const kiv::RpcContext& call) {
+            function.call(call.getArguments()).to(call.result());
             call.finish();
         },
         "answered by a script", nullptr);

@@ -3,7 +3,7 @@
 #include "kiv/core/SmartPointer.h"
 #include "kiv/rpc/RpcChannel.h"
 #include "kiv/rpc/RpcProvider.h"
-#include "kiv/script/Object.h"
+#include "kiv/script/Functor.h"
 
 // Remote calls for scripts: the line to the other process, an object in the root table.
 //     local info = worker.call("device_info")                // waits for the answer; a call that fails is an error
@@ -20,7 +20,7 @@ public:
 private:
     // The function on the engine's stack: outside of script threads its result is null.
     static SQInteger call(SQVM* v);
-    void answer(const kiv::String& method, const kivSq::Object& closure);
+    void answer(const kiv::String& method, const kivSq::Functor& function);
 
     const kiv::SmartPointer<kiv::RpcChannel> m_channel;
     const kiv::SmartPointer<kiv::RpcProvider> m_provider;

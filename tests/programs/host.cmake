@@ -1,5 +1,6 @@
-# host: studies that are not complete after all, workers that are not started again or begin anew, statistics that
-# are wrong, traces that no viewer reads.
+# host: studies that are not complete after all, workers that are not started again or begin anew, statistics that are
+# wrong, options that are forgotten or change nothing, plug-ins that fail or are not the host's, traces that no viewer
+# reads.
 include("${CMAKE_CURRENT_LIST_DIR}/Programs.cmake")
 program(kiv kiv)
 program(acquire acquire)
@@ -44,11 +45,29 @@ file(READ "${WORK}/digits/slice-0000.pgm" picture)
 file(READ "${WORK}/digits.pgm" original)
 expect_equal("the picture" "${picture}" "${original}")
 
-# A worker dies in the middle of the study.
+# Options change what the device and the report do, and are kept. A worker dies in the middle of the second study.
 set(study --size 40 --slices 12 --tile 16 --pace 60)
-completes(undisturbed 109 12 "0 deaths" --trace undisturbed.json -- ${study})
+completes(undisturbed 109 12 "0 deaths" --set device:noise=20 --set device:order=inward --set report:bins=4
+    --trace undisturbed.json -- ${study})
 set(undisturbed_report "${report}")
 completes(disturbed 109 12 "1 death" --chaos --kills 1 --seed 4 --trace disturbed.json -- ${study})
+foreach(plugin common device report)
+    string(REGEX MATCH "[[]HOST[]] plug-in ${plugin}, digest [0-9a-f]+\n" line "${said}")
+    expect_part("what is booted" "${line}" "${plugin}")
+endforeach()
+expect_part("what the worker answers" "${said}"
+    "[HOST] acquire sees a phantom of 12 slices; it goes inward, noise 20\n")
+string(REGEX MATCHALL "\n +[0-9]+ [|] " bins "${report}")
+list(LENGTH bins count)
+expect_equal("lines of the report: bins and the greatest" ${count} 5)
+run(COMMAND ${kiv} store get host.store [=[["options","device:noise"]]=])
+expect_equal("a kept option" "${out}" "\"20\"\n")
+completes(clean 109 12 "0 deaths" --set device:noise=0 -- ${study})
+file(SHA256 "${WORK}/clean/slice-0006.pgm" hash)
+file(SHA256 "${WORK}/disturbed/slice-0006.pgm" noisy)
+if(hash STREQUAL noisy)
+    message(SEND_ERROR "noise changes nothing")
+endif()
 file(GLOB pictures RELATIVE "${WORK}/undisturbed" "${WORK}/undisturbed/slice-*.pgm")
 list(LENGTH pictures count)
 expect_equal("pictures" ${count} 12)
@@ -89,16 +108,54 @@ foreach(pair "undisturbed 1" "disturbed 2")
     endforeach()
 endforeach()
 
+# An option that there is not, and what the others are.
+run(COMMAND ${host} --out none --set no:option=1)
+expect_equal("status" "${status}" "1")
+expect_part("message" "${out}" "[ERROR] [HOST] there is no option 'no:option'\n")
+run(COMMAND ${host} --options --set report:style=line)
+expect_equal("status of a listing" "${status}" "0")
+foreach(line "device:noise = 0            Noise of the device\n" "device:order = inward       Order of the slices\n"
+        "report:bins = 4             Bins of the report\n" "report:style = line         Style of the report\n")
+    expect_part("options" "${out}" "${line}")
+endforeach()
+
+# Runs the study of the digits with these plug-ins and the files beside them: pairs of a path and a text.
+function(run_with plugins)
+    file(COPY "${BIN}/Plugins/" DESTINATION "${WORK}/${plugins}")
+    while(ARGN)
+        list(POP_FRONT ARGN path text)
+        file(WRITE "${WORK}/${plugins}/${path}" "${text}")
+    endwhile()
+    run(COMMAND ${host} --out digits --no-picture --plugins ${plugins} --set report:bins=2 -- --image digits.pgm)
+    foreach(variable status out err)
+        set(${variable} "${${variable}}" PARENT_SCOPE)
+    endforeach()
+endfunction()
+
 # Reports that are wrong, fail, or have a script that is none: the study is complete all the same.
-file(WRITE "${WORK}/wrong.sq" "while (!study.isOver) std.sleep(5)
-local f = study.findings(0); return { text = \"wrong\", min = f.min, max = f.max + 1, mean = f.mean, histogram = f.histogram }")
-file(WRITE "${WORK}/failing.sq" "std.sleep(1); study.nothing()")
-foreach(script wrong failing none)
-    run(COMMAND ${host} --out digits --no-picture --report ${script}.sq -- --image digits.pgm)
-    expect_equal("status with report ${script}" "${status}" "1")
+set(listen "import(\"kiv.System\")\nkiv.System.getPlugins().addListener")
+foreach(case
+        "wrong;${listen}(\"study:over\", @(_) study.report({text = \"wrong\", min = 48, max = 58, mean = 52.5, histogram = [10]}))"
+        "failing;${listen}(\"study:over\", @(_) study.nothing())" "none;this is no script")
+    list(POP_FRONT case name)
+    run_with(${name} report/main.sq "${case}")
+    expect_equal("status with report ${name}" "${status}" "1")
     expect_part("message" "${err}" "host: the report is missing or wrong\n")
     expect_part("verdict" "${out}" "host: 2 packets,")
 endforeach()
+
+# A plug-in that is changed when the host has booted it is not booted by the worker; this one works without it.
+run_with(changed changer/autoexec.sq "if (!(\"worker_index\" in std)) std.file(\"changed/report/more.sq\", \"wb\").close()")
+expect_equal("status with a changed plug-in" "${status}" "0")
+expect_part("what the worker says" "${out}"
+    "[ERROR] [SUBPROCESS] [PLUGINS] [report] is left out: its digest is another\n")
+
+# The host dies in the middle, by a trap: an option it was given is kept, or is as it was.
+run_with(dying report/main.sq "${listen}(\"study:slice\", @(_) (-0x7fffffffffffffff - 1) / -1)")
+expect_equal("a summary of the dead" "${out}" "${out}")
+run(COMMAND ${host} --options)
+string(REGEX MATCH "report:bins = [24] " line "${out}")
+expect_part("an option that was set" "${line}" "report:bins")
 
 # A worker that nobody asks for anything ends with its input.
 file(WRITE "${WORK}/nothing" "")
@@ -109,7 +166,8 @@ expect_part("its words" "${out}" "[DEVICE] 0 tiles sent")
 # No worker, a folder that can't be made.
 run(COMMAND ${host} --out none --worker nowhere)
 expect_equal("status without a worker" "${status}" "1")
-expect_equal("message" "${err}" "host: there is no worker \"nowhere\"\n")
+expect_part("message" "${err}" "host: there is no worker \"")
+expect_part("which one" "${err}" "nowhere\"\n")
 expect_part("summary" "${out}" "host: 0 packets, 0 bytes in 0.000 s (0.0 MB/s), 0 slices measured, 0 deaths survived, 1 lost")
 run(COMMAND ${host} --out digits.pgm/none)
 expect_equal("status without a folder" "${status}" "1")
