@@ -122,8 +122,9 @@ std::string decodeManifest(const Item& encoded, ProductPackage::Manifest& out) {
         return "its manifest is damaged";
     if (std::string failure = checkManifest(manifest); !failure.empty()) return failure;
     // There is one encoding, so nothing can hide in the manifest.
-    const ConstByteSpan canonical = encodeManifest(manifest).getConstByteSpan(), given = encoded.getConstByteSpan();
-    if (!std::equal(canonical.begin(), canonical.end(), given.begin(), given.end())) return "its manifest is damaged";
+    const Item canonical = encodeManifest(manifest);
+    const ConstByteSpan expected = canonical.getConstByteSpan(), given = encoded.getConstByteSpan();
+    if (!std::equal(expected.begin(), expected.end(), given.begin(), given.end())) return "its manifest is damaged";
     out = std::move(manifest);
     return {};
 }

@@ -74,7 +74,7 @@ private:
     bool measure();
     bool writeManifest(const Signature::SecretKey& key);
     bool writeContents();
-    bool writeRecord(const Packet& packet);
+    bool writeRecord(Packet& packet);
 
     const std::string m_path;
     const std::string m_folder;
@@ -136,7 +136,8 @@ bool Packer::measure() {
     });
 }
 
-bool Packer::writeRecord(const Packet& packet) {
+bool Packer::writeRecord(Packet& packet) {
+    packet.disableVersioning();
     const uint32_t size = packet.getPayloadSize();
     m_record.resizeExtraReserve(internal::packetRecordHead + size);
     uint8_t* const to = m_record.getBytePointer();
@@ -223,6 +224,10 @@ private:
     std::optional<platform::FileReplacement> m_file;
 };
 
+bool isPackageHeader(const Packet::RawHeader& header) {
+    return header.port == 0 && header.replyPort == -1 && header.flags == 0;
+}
+
 class PackageReader : public Work {
 public:
     PackageReader(TextArg path, const ProductPackage::Progress& progress)
@@ -246,7 +251,8 @@ private:
 
 SmartPointer<Packet> PackageReader::readRecord(const PacketScheme& scheme) {
     SmartPointer<Packet> packet = m_reader.read();
-    if (packet && packet->fit(&scheme)) return packet;
+    // No byte of a package may be changed, not even one that nobody reads.
+    if (packet && isPackageHeader(packet->rawHeader()) && packet->fit(&scheme)) return packet;
     fail(fmt::format("there is no record of a package at offset {}", m_reader.getRecordOffset()));
     return nullptr;
 }
