@@ -40,9 +40,17 @@ RpcConnection::RpcConnection(RpcChannel::Send send, RpcProvider* provider)
 
 bool RpcConnection::send(Packet* packet) {
     if (!m_isOpen || !m_send) return false;
-    ++m_sendDepth;
-    const bool isSent = m_send(packet);
-    if (--m_sendDepth == 0 && m_isDestroyed) endAll();
+    struct Depth {
+        explicit Depth(unsigned& depth) : value(depth) { ++value; }
+        ~Depth() { --value; }
+        unsigned& value;
+    };
+    bool isSent;
+    {
+        const Depth depth(m_sendDepth);
+        isSent = m_send(packet);
+    }
+    if (m_sendDepth == 0 && m_isDestroyed) endAll();
     return isSent;
 }
 
@@ -63,11 +71,11 @@ void RpcConnection::renewLimits() {
     m_refusals = m_misfits = 0;
 }
 
-void RpcConnection::refuse(const char* what) {
+void RpcConnection::refuse(const char* what, bool isLate) {
     renewLimits();
     if (++m_refusals > mostRefusals) return;
     const bool isLast = m_refusals == mostRefusals;
-    logging::MessageStream(2, 2) << "[RPC] a packet is refused: " << what
+    logging::MessageStream(isLate ? 0 : 2, 2) << "[RPC] a packet is refused: " << what
                                  << (isLast ? "; more of this second are not told of" : "");
 }
 
@@ -263,7 +271,7 @@ void RpcConnection::endCall(uint32_t number, RpcChannel::Answer&& answer) {
 void RpcConnection::onAnswer(const Packet& packet) {
     const auto& scheme = RpcProtocol::Answer;
     const uint32_t number = packet.get(scheme.call);
-    if (!m_calls.contains(number)) return refuse("an answer to no open call");
+    if (!m_calls.contains(number)) return refuse("an answer to no open call", !isAfter(number, m_lastNumber));
     RpcChannel::Answer answer;
     answer.isGood = packet.get(scheme.status) == RpcProtocol::Status::Good;
     if (answer.isGood)

@@ -96,8 +96,8 @@ private:
     void sendFailure(uint32_t number, const char* reason);
     void deliver();
     void handleDeferred();
-    // One line for a packet that is not taken, fewer when there are many.
-    void refuse(const char* what);
+    // One line for a packet that is not taken, fewer when there are many. Late: may come when a call or a file ends.
+    void refuse(const char* what, bool isLate = false);
     void renewLimits();
     static bool isAfter(uint32_t number, uint32_t other) { return static_cast<int32_t>(number - other) > 0; }
     static std::string readReason(const Packet& packet, const PacketField& field);

@@ -102,7 +102,8 @@ std::string RpcConnection::openForPeer(OpenCall& open, Direction direction, Tran
 void RpcConnection::onFileOpen(const Packet& packet) {
     const auto found = m_calls.find(packet.get(FileOpen.call));
     const TransferKey key(true, packet.get(FileOpen.transfer));
-    if (found == m_calls.end()) return refuse("a file for no open call");
+    if (found == m_calls.end())
+        return refuse("a file for no open call", !isAfter(packet.get(FileOpen.call), m_lastNumber));
     if (m_lastPeerTransfer && !isAfter(key.second, *m_lastPeerTransfer))
         return refuse("a file with a number that was used");
     m_lastPeerTransfer = key.second;
@@ -125,7 +126,8 @@ RpcConnection::Transfer* RpcConnection::findTransfer(const Packet& packet, const
     key = {packet.get(scheme.isFromCaller) == 0, packet.get(scheme.transfer)};
     const auto found = m_transfers.find(key);
     if (found != m_transfers.end()) return &found->second;
-    refuse("part of a file that is not on its way");
+    const uint32_t last = key.first ? m_lastPeerTransfer.value_or(0) : m_lastTransfer;
+    refuse("part of a file that is not on its way", !isAfter(key.second, last));
     return nullptr;
 }
 
@@ -212,8 +214,8 @@ void RpcConnection::onFilePiece(const Packet& packet) {
     const uint64_t offset = packet.get(FilePiece.offset), total = packet.get(FilePiece.total);
     const ConstByteSpan bytes = packet.getByteSpan(FilePiece.bytes);
     const uint64_t size = transfer->in->getSize();
-    const bool isExpected = offset == size && total >= size && transfer->total.value_or(total) == total &&
-                            (transfer->total ? size < total : transfer->pulled > 0) &&
+    const bool isExpected = offset == size && transfer->total.value_or(total) == total &&
+                            (size < total || !transfer->total) && size + bytes.getSize() <= transfer->pulled &&
                             bytes.getSize() == std::min<uint64_t>(largestPiece, total - size);
     if (!isExpected) return refuse("a piece of a file that is not the next one");
     if (total > maximumFileSize) return failTransfer(key, "the file is too large");
