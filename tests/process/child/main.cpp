@@ -8,6 +8,7 @@
 #include "kiv/store/StoreKeeper.h"
 #include "kiv/tasks/ThreadPool.h"
 #include "tests/process/child/PacketCommands.h"
+#include "tests/process/child/RpcCommand.h"
 #include "tests/support/ProgramState.h"
 
 #include <chrono>
@@ -143,5 +144,6 @@ int main(int count, char** values) {
     if (command == "parent") return startBoundChild(arguments.at(0));
     if (command == "leave") return support::runInBackground(arguments.at(0), "wait");
     if (command == "closed") return startFromClosed(arguments.at(0));
+    if (command == "rpc") return answerRemoteCalls();
     return runPacketCommand(command, arguments).value_or(99);
 }
