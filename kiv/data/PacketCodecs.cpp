@@ -3,6 +3,7 @@
 #include "kiv/core/Codecs.h"
 #include "kiv/data/ByteConsumer.h"
 #include "kiv/data/Packet.h"
+#include "kiv/data/PacketLine.h"
 #include "kiv/logging/MessageStream.h"
 
 #include <stdexcept>
@@ -165,9 +166,7 @@ void Packet::writeBase16To(char* to, const RawHeader& header) const {
     base16Suffix.copy(encoder.getEnd(), base16Suffix.size());
 }
 
-namespace {
-
-SmartPointer<Packet> decodeBase16Packet(std::string_view text) {
+SmartPointer<Packet> internal::decodeBase16Packet(std::string_view text) {
     if (text.size() > 0x7FFFFFFF || !text.starts_with(base16Prefix) || !text.ends_with(base16Suffix)) return nullptr;
     text.remove_prefix(base16Prefix.size());
     text.remove_suffix(base16Suffix.size());
@@ -182,10 +181,8 @@ SmartPointer<Packet> decodeBase16Packet(std::string_view text) {
     return packet;
 }
 
-} // namespace
-
 SmartPointer<Packet> Packet::createFromBase16String(TextArg text) {
-    SmartPointer<Packet> packet = decodeBase16Packet(text);
+    SmartPointer<Packet> packet = internal::decodeBase16Packet(text);
     if (!packet) logging::MessageStream(3, 2) << "corrupt base16 packet encoding";
     return packet;
 }
