@@ -1,6 +1,7 @@
 #include "kiv/store/OptionsDB.h"
 
 #include "kiv/core/WeakPointer.h"
+#include "kiv/logging/ForeignText.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/rpc/RpcProvider.h"
 
@@ -74,7 +75,8 @@ bool OptionsDB::addOption(const char* name, const char* defaultValue, const char
     const auto [entry, isNew] = m_declared.try_emplace(name, Declared{offset, mapped});
     if (isNew) return true;
     entry->second.mapped = mapped;
-    logging::MessageStream(2, 2) << "[OPTIONS] option '" << name << "' is declared again, the first declaration holds";
+    logging::MessageStream(2, 2) << "[OPTIONS] option '" << logging::foreignText(name)
+                                 << "' is declared again, the first declaration holds";
     return true;
 }
 
@@ -90,7 +92,7 @@ bool OptionsDB::findMeta(const char* name, Item& option) const {
     if (declared != m_declared.end() &&
         Item::Iterator(m_meta, static_cast<int>(declared->second.offset)).asWeakSubItem(option))
         return true;
-    logging::MessageStream(3, 2) << "option " << TextArg(name) << " not found";
+    logging::MessageStream(3, 2) << "option " << logging::foreignText(TextArg(name)) << " not found";
     return false;
 }
 
@@ -202,14 +204,15 @@ bool OptionsDB::setValue(const char* name, const char* value) {
     // The listener may change what the caller's pointers lead to.
     const String ownName(name), ownValue(value);
     if (!hasOption(name)) {
-        logging::MessageStream(3, 2) << "option not set, reason: option '" << ownName << "' does not exist";
+        logging::MessageStream(3, 2) << "option not set, reason: option '" << logging::foreignText(ownName)
+                                     << "' does not exist";
         return false;
     }
     const int flags = getFlags(name);
     if (flags & SupportFlag) {
         logging::MessageStream message(1, logging::StoredFlag | logging::SupportFlag);
-        message << "[SUPPORT] option '" << ownName << "' has been changed";
-        if (!(flags & confidentialFlags)) message << ", value='" << ownValue << "'";
+        message << "[SUPPORT] option '" << logging::foreignText(ownName) << "' has been changed";
+        if (!(flags & confidentialFlags)) message << ", value='" << logging::foreignText(ownValue) << "'";
     }
     keyOf(ownName.c_str()).store(ownValue);
     if (!m_store) return false;
