@@ -17,8 +17,15 @@ ProcessPacketReader* Process::getPacketReader() {
 ProcessPacketReader::ProcessPacketReader(Process* process) : m_process(process), m_lines(internal::maximumPacketLine) {}
 
 void ProcessPacketReader::onSpawn() {
+    reportLeftOut(true);
+    m_budget = internal::LineBudget();
     m_lines.clear();
     m_isInvalidated = false;
+}
+
+void ProcessPacketReader::onProcessDestroyed() {
+    reportLeftOut(true);
+    m_process = nullptr;
 }
 
 bool ProcessPacketReader::valid() {
@@ -38,7 +45,10 @@ SmartPointer<Packet> ProcessPacketReader::readTimeout(unsigned limit, unsigned i
     for (;;) {
         const bool isRunning = exchange();
         if (SmartPointer<Packet> packet = takePacket()) return packet;
-        if (!isRunning && isOver()) return nullptr;
+        if (!isRunning && isOver()) {
+            reportLeftOut(true);
+            return nullptr;
+        }
         unsigned wait = std::max(interval, 1u);
         if (limit != 0xFFFFFFFF) {
             const int64_t left = start + limit - Clock::current().getMilliseconds();
@@ -59,6 +69,7 @@ bool ProcessPacketReader::isOver() const {
 bool ProcessPacketReader::exchange() {
     const bool isRunning = m_process->tick();
     logErrors();
+    reportLeftOut(false);
     return isRunning;
 }
 
@@ -94,19 +105,33 @@ void ProcessPacketReader::reportDropped() {
 
 SmartPointer<Packet> ProcessPacketReader::takeLine(std::string_view line) {
     if (line.empty()) return nullptr;
-    SmartPointer<Packet> packet = internal::packetOfLine(line);
+    SmartPointer<Packet> packet = internal::packetOfLine(line, m_budget.isSpent());
     if (!packet) logLine(line);
     return packet;
 }
 
-void ProcessPacketReader::logLine(std::string_view text) const {
+// A child that prints without end must not fill the log.
+bool ProcessPacketReader::mayLog() {
+    reportLeftOut(false);
+    return m_budget.take();
+}
+
+void ProcessPacketReader::reportLeftOut(bool isOver) {
+    const unsigned count = m_budget.takeLeftOut(isOver);
+    if (count != 0)
+        logging::MessageStream(2, 2) << m_logPrefix << count << " lines left out, more than " << m_budget.linesPerSecond
+                                     << " came in a second";
+}
+
+void ProcessPacketReader::logLine(std::string_view text) {
+    if (!mayLog()) return;
     const internal::ChildLine line = internal::readChildLine(text, m_isUntaggedVerbose ? 0 : 1);
     logging::MessageStream(line.level, 2) << m_logPrefix << internal::loggedLine(line.text);
 }
 
 void ProcessPacketReader::logErrors() {
     for (String line; m_process->readErrLine(line);) {
-        if (!line.empty()) logging::MessageStream(3, 2) << m_logPrefix << internal::loggedLine(line);
+        if (!line.empty() && mayLog()) logging::MessageStream(3, 2) << m_logPrefix << internal::loggedLine(line);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "kiv/data/LineAssembler.h"
 #include "kiv/data/PacketReader.h"
+#include "kiv/process/LineBudget.h"
 #include "kiv/process/Process.h"
 
 #include <string>
@@ -10,9 +11,10 @@
 namespace kiv {
 
 // The packets among the lines that a child prints to its standard output; see Process::getPacketReader(). Its other
-// lines go to the log behind a prefix, at the level that their tag names: [VERBOSE], [WARN], [WARNING], [ERROR] or
-// [ASSERT], which is an error here; the tag and the time before it are removed. Lines of the child's standard error are
-// errors. A line too long for a packet is dropped, with an error in the log. Nobody else may read the child's output.
+// lines go to the log as foreign text behind a prefix, up to 500 in a second, and of what is more the number. Their tag
+// names the level: [VERBOSE], [WARN], [WARNING], [ERROR] or [ASSERT], which is an error here; it and the time before it
+// are removed. Lines of the child's standard error are errors. A line too long for a packet is dropped, with an error,
+// and of others above 64 KiB the beginning is shown. Nobody else may read the child's output.
 // Ownership: by the Process; whoever keeps it longer gets nothing any more. Threads: that of the Process.
 class KIV_API ProcessPacketReader : public PacketReader, private internal::ProcessEnd {
     KIV_OBJECT(ProcessPacketReader, PacketReader)
@@ -37,7 +39,7 @@ private:
 
     explicit ProcessPacketReader(Process* process);
     void onSpawn() override;
-    void onProcessDestroyed() override { m_process = nullptr; }
+    void onProcessDestroyed() override;
 
     SmartPointer<Packet> takePacket();
     bool takeFromRun(SmartPointer<Packet>& packet);
@@ -45,11 +47,14 @@ private:
     void reportDropped();
     bool exchange();
     bool isOver() const;
-    void logLine(std::string_view line) const;
+    void logLine(std::string_view line);
     void logErrors();
+    bool mayLog();
+    void reportLeftOut(bool isOver);
 
     Process* m_process; // null once it was destroyed
     internal::LineAssembler m_lines;
+    internal::LineBudget m_budget;
     std::string m_logPrefix = "[SUBPROCESS] ";
     bool m_isUntaggedVerbose = false;
     bool m_isInvalidated = false;
