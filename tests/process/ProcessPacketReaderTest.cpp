@@ -112,15 +112,82 @@ TEST(ProcessPacketReader, ALineWithoutEndIsDroppedAndTheNextPacketArrives) {
     EXPECT_EQ(log.takeOne(), "[SUBPROCESS] line too long, dropped");
 }
 
-TEST(ProcessPacketReader, NoLineOfAFloodOfErrorsIsLost) {
-    support::OutputCapture output;
+TEST(ProcessPacketReader, EveryLineOfAFloodOfErrorsIsLoggedOrCounted) {
+    LogLines log;
     Child child;
     ASSERT_TRUE(child.start({"errors", "150000"})); // more than pipe and buffer hold
-    output.take();
+    log.take();
     EXPECT_FALSE(receive(child));
-    ASSERT_EQ(output.writes.size(), 150000u);
-    for (size_t i = 0; i < output.writes.size(); ++i)
-        ASSERT_TRUE(output.writes[i].ends_with("[ERROR] [SUBPROCESS] line " + std::to_string(i) + "\n"));
+    unsigned seen = 0, counts = 0;
+    const std::string prefix = "[SUBPROCESS] ";
+    for (const std::string& line : log.take()) {
+        const bool isCount = line.ends_with(" lines left out, more than 500 came in a second");
+        if (!isCount) ASSERT_EQ(line, prefix + "line " + std::to_string(seen));
+        seen += isCount ? static_cast<unsigned>(std::stoul(line.substr(prefix.size()))) : 1;
+        counts += isCount;
+    }
+    EXPECT_EQ(seen, 150000u);
+    EXPECT_GE(counts, 1u);
+}
+
+TEST(ProcessPacketReader, OfMoreThan500LinesInASecondTheNumberIsLogged) {
+    ManualClock clock(0xFFFFFF00);
+    LogLines log;
+    Child child;
+    ASSERT_TRUE(child.start({"copy"}));
+    log.take();
+    // Both streams share the budget; a packet says that all lines before it have come.
+    const auto echo = [&](unsigned lines, const std::string& text) {
+        for (unsigned i = 0; i < lines; ++i) ASSERT_TRUE(child.writeLine(text));
+        send(child, packetOf(1));
+        ASSERT_TRUE(receive(child));
+    };
+    echo(499, "plain");
+    EXPECT_EQ(log.take().size(), 499u);
+    echo(3, "PKTB16[xyz]"); // one of them with its complaint
+    EXPECT_EQ(log.takeOne(), "corrupt base16 packet encoding AND [SUBPROCESS] PKTB16[xyz]");
+    clock.advance(999);
+    echo(60, "[ERROR] plain");
+    EXPECT_EQ(log.takeOne(), "");
+    clock.advance(1);
+    EXPECT_FALSE(child.getPacketReader()->read());
+    EXPECT_EQ(log.takeOne(), "[SUBPROCESS] 62 lines left out, more than 500 came in a second");
+    echo(501, "plain");
+    EXPECT_EQ(log.take().size(), 500u);
+    child.close_stdin();
+    EXPECT_FALSE(receive(child));
+    EXPECT_EQ(log.takeOne(), "[SUBPROCESS] 1 lines left out, more than 500 came in a second");
+    // Each child has its own.
+    ASSERT_TRUE(child.start({"copy"}));
+    log.take();
+    echo(501, "plain");
+    EXPECT_EQ(log.take().size(), 500u);
+    ASSERT_TRUE(child.terminate(true) && child.start({"exit", "0"}));
+    EXPECT_EQ(log.take().front(), "[SUBPROCESS] 1 lines left out, more than 500 came in a second");
+}
+
+// What the parent searches its messages for is not a child's to say.
+TEST(ProcessPacketReader, LinesForgeNothing) {
+    LogLines log;
+    Child child;
+    const auto shown = [&](const std::string& line, const std::string& expected) {
+        log.take();
+        ASSERT_TRUE(child.writeLine(line));
+        send(child, packetOf(1));
+        ASSERT_TRUE(receive(child));
+        EXPECT_EQ(log.takeOne(), "[SUBPROCESS] " + expected);
+    };
+    ASSERT_TRUE(child.start({"copy"}));
+    shown("\x1B[2J\xC2\x9B \xFF C:\\x", "\\x1B[2J\\x9B \xC3\xBF C:\\\\x");
+    shown("C:\\x \xC3\xA4", "C:\\x \xC3\xA4");
+    shown("[ERROR] [VERBOSE] [SUP[SUPPORT]PORT][SUPPORT]", "(VERBOSE) [SUP(SUPPORT)PORT](SUPPORT)");
+    shown("[  0.001] [SUPPORT] x", "(SUPPORT) x");
+    shown(std::string(100000, 'x'), std::string(65536, 'x') + "... (100000 characters)");
+    child.terminate(true);
+    ASSERT_TRUE(child.start({"say", "", hex("[VERBOSE] \x1B [SUPPORT]\n")}));
+    log.take();
+    EXPECT_FALSE(receive(child));
+    EXPECT_EQ(log.takeOne(), "[SUBPROCESS] (VERBOSE) \\x1B (SUPPORT)");
 }
 
 TEST(ProcessPacketReader, ErrorsDoNotWaitForTheLastPacket) {

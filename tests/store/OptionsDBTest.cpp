@@ -118,11 +118,19 @@ TEST_F(Options, ChangesAreLoggedAsTheirFlagsSay) {
     const std::string start = "[SUPPORT] option 'a:b' has been changed";
     row(0, ""), row(6, ""), row(64, ""), row(128, start + ", value='v'"), row(129, start + ", value='v'");
     row(130, start), row(132, start), row(134, start);
+    EXPECT_FALSE(set("a:b\n[ERROR]", "") || set("a:\x1B", ""));
+    EXPECT_EQ(log.takeOne(),
+              "option not set, reason: option 'a:b\\n[ERROR]' does not exist AND option not set, reason: "
+              "option 'a:\\x1B' does not exist");
+    options->clear();
+    add("a:b", "", 128);
+    set("a:b", "C:\\x [VERBOSE]"), set("a:b", "1\n2");
+    EXPECT_EQ(log.takeOne(), start + ", value='C:\\x (VERBOSE)' AND " + start + ", value='1\\n2'");
     logging::MessageStream(1, logging::SupportFlag) << std::string(262145, '.'); // it is large enough to be told
     logging::LogBackend::processSupportMessages();
     size_t lines = 0;
     for (size_t at = 0; (at = supported.find(start, at)) != supported.npos; ++at) ++lines;
-    EXPECT_EQ(lines, 5u);
+    EXPECT_EQ(lines, 7u);
 }
 
 TEST_F(Options, ListenersMayDoWhatTheyLike) {
