@@ -40,14 +40,17 @@ int32_t timeSince(uint32_t time) {
     return Clock::timeDifference(now(), time);
 }
 
-bool isFile(const String& path) {
-    const std::string& text = path;
+// Why the file is not started; null when it is one to be started.
+const char* refusalOf(const String& path) {
+    constexpr const char* isMissing = "worker binary not found under path: ";
     try {
+        const std::filesystem::path file(std::u8string(path.begin(), path.end()));
         std::error_code failure;
-        return std::filesystem::is_regular_file(std::filesystem::path(std::u8string(text.begin(), text.end())),
-                                                failure);
+        if (!std::filesystem::is_regular_file(file, failure)) return isMissing;
+        // It would be another file wherever the program is started, and after it has changed its folder.
+        return file.is_absolute() ? nullptr : "worker binary not started, its path is not absolute: ";
     } catch (const std::system_error&) {
-        return false; // on Windows, where it can't be the name of a file
+        return isMissing; // on Windows, where it can't be the name of a file
     }
 }
 
@@ -254,8 +257,8 @@ void AsyncSupervisor::call(const Step& step, const char* name, Hook hook) {
 // True when there is a worker then.
 bool AsyncSupervisor::startWorker(const Step& step) {
     if (m_workerPath.empty() || timeSince(m_lastAliveTime) < backOff) return false;
-    if (!isFile(m_workerPath)) {
-        logging::MessageStream(3, 2) << "worker binary not found under path: " << m_workerPath;
+    if (const char* const refusal = refusalOf(m_workerPath)) {
+        logging::MessageStream(3, 2) << refusal << m_workerPath;
         m_workerPath.clear();
         return false;
     }

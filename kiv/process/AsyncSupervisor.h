@@ -17,8 +17,8 @@ namespace kiv {
 class Packet;
 
 // Keeps a worker process alive on a thread of the pool: starts it, passes packets in both directions, and starts it
-// again two seconds after it has died. Derive from it; the destructor of the derived class calls terminate(). A worker
-// that is not found is never looked for again.
+// again two seconds after it has died. Derive from it; the destructor of the derived class calls terminate(). Workers
+// have absolute paths and are not searched for; one that is not found is never looked for again.
 // Ownership: counted; the supervisor is not kept alive by its own work. Threads: any may enqueue packets and terminate;
 // start() and tick() from one at a time, which does not race with terminate(). The hooks are called on the supervising
 // thread; one that waits for a thread which is in terminate() waits for ever. What it throws is logged, and the work

@@ -142,6 +142,16 @@ TEST_F(AsyncSupervisorTest, AMissingBinaryIsToldOnceAndNeverLookedForAgain) {
     }
 }
 
+TEST_F(AsyncSupervisorTest, AWorkerBelowTheCurrentFolderIsNotStarted) {
+    const std::filesystem::path path = std::filesystem::relative(std::filesystem::u8path(support::childProgram));
+    ASSERT_TRUE(path.is_relative() && std::filesystem::is_regular_file(path));
+    const std::string relative = path.string();
+    Supervisor supervisor(relative);
+    for (int i = 0; i < 20; ++i) clock.advance(1000), supervisor.tick();
+    EXPECT_EQ(supervisor.started, 0);
+    EXPECT_THAT(takeLog(), ElementsAre("worker binary not started, its path is not absolute: " + relative));
+}
+
 TEST_F(AsyncSupervisorTest, TheFirstStartIsDelayedByUpTo2047Milliseconds) {
     for (const unsigned delay : {0u, 1u, 1999u, 2000u, 2047u}) {
         const FixedRandom random(delay | 0xABC00800);
