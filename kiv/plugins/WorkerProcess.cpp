@@ -13,6 +13,7 @@
 namespace kiv {
 namespace {
 
+constexpr char stopped[] = "the worker was stopped";
 constexpr int32_t passingTime = 5;                 // milliseconds of a frame
 constexpr size_t mostWaiting = 65536;              // packets
 constexpr uint64_t mostBytes = uint64_t{64} << 20; // of them
@@ -82,9 +83,11 @@ void WorkerProcess::processEvents() {
 
 bool WorkerProcess::processNext() {
     Event event;
+    bool isAskedToEnd = false;
     {
         const std::lock_guard lock(m_mutex);
         if (m_events.empty()) return false;
+        isAskedToEnd = m_isToEnd;
         event = std::move(m_events.front());
         m_events.pop_front();
         if (event.packet) m_waitingBytes -= event.packet->getPayloadSize();
@@ -92,7 +95,7 @@ bool WorkerProcess::processNext() {
     if (event.packet)
         take(*event.packet);
     else
-        onWorkerChanged(event.life, "the worker has died");
+        onWorkerChanged(event.life, isAskedToEnd ? stopped : "the worker has died");
     return true;
 }
 
@@ -147,7 +150,7 @@ void WorkerProcess::stop(unsigned timeout) {
         const std::lock_guard lock(m_mutex);
         m_life = 0;
     }
-    onWorkerChanged(0, "the worker was stopped");
+    onWorkerChanged(0, stopped);
 }
 
 void WorkerProcess::setSetup(Setup setup) {
