@@ -1,6 +1,7 @@
 #include "kiv/core/Clock.h"
 #include "kiv/data/PacketScheme.h"
 #include "kiv/script/NativeTable.h"
+#include "kiv/system/PluginHost.h"
 #include "kiv/system/System.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/TemporaryFolder.h"
@@ -161,12 +162,18 @@ struct Manual {
 
 // Scripts as an application has them, with a System around their VM.
 struct Scripts {
-    Scripts() : vm((kiv::System::initialize(), *kiv::System::getVM())) {}
+    Scripts() : vm((kiv::System::initialize(), *kiv::System::getVM())) {
+        kiv::PluginHost::Settings settings;
+        settings.options = {{"host:verbose", "1"}};
+        host = kiv::makeObject<kiv::PluginHost>(settings);
+        EXPECT_TRUE(host->start());
+    }
     Scripts(const Scripts&) = delete;
     Scripts& operator=(const Scripts&) = delete;
     ~Scripts() { EXPECT_TRUE(kiv::System::deinitialize()); }
 
     kivSq::VM& vm;
+    kiv::SmartPointer<kiv::PluginHost> host;
 };
 
 // Runs a closure and the threads it makes until all of them have ended; time goes on by a millisecond a pass.
@@ -387,12 +394,12 @@ function list(path, slots, parent) {
     if (typeof slots != "class" || !slots.rawin("__kiv_getTable")) return
     foreach (name, value in slots.__kiv_getTable) names.append(path + " " + name)
 }
-foreach (name in ["std", "math", "string", "kiv", "global", "util"]) list(name, getroottable()[name], null)
+foreach (name in ["std", "math", "string", "kiv", "host", "global", "util"]) list(name, getroottable()[name], null)
 )";
 constexpr const char* listRoot = R"(
 local root = clone getroottable()
 foreach (name in ["names", "isOwn", "list"]) delete root[name]
-foreach (name in ["std", "math", "string", "kiv", "global", "util"]) { names.append(" " + name); delete root[name] }
+foreach (name in ["std", "math", "string", "kiv", "host", "global", "util"]) { names.append(" " + name); delete root[name] }
 list("", root, null)
 )";
 
