@@ -12,7 +12,7 @@
 
 void Worker::onBoot(int32_t) {
     kivSq::VM& vm = *kivSq::VM::current();
-    kivSq::Class<Worker>(vm.getNamespace("study"), "Device")
+    kivSq::Class<Worker>(vm.getNamespace("example"), "Device")
         .property("slices", &Worker::getSlices)
         .property("kind", &Worker::getKind)
         .property("noise", &Worker::getNoise, &Worker::setNoise)

@@ -44,11 +44,12 @@ bool Host::listOptions() {
     if (!start()) return false;
     const kiv::OptionsDB& options = getOptions();
     for (unsigned i = 0; i < options.getOptionCount(); ++i) {
-        kiv::String name;
         const kiv::Item meta = options.getMeta(static_cast<int>(i));
-        meta.getIterator().asString(name);
-        const std::string value = fmt::format("{} = {}", name.view(), options.getValue(name.c_str()).view());
-        kiv::internal::writeStandardOutput(fmt::format("{:<28}{}\n", value, options.getTitle(name.c_str()).view()));
+        kiv::Item::Iterator texts = meta.getIterator();
+        const char* const name = texts.asWeakCStr();
+        texts.asWeakCStr(); // the title
+        const std::string value = fmt::format("{} = {}", name, options.getValue(name).view());
+        kiv::internal::writeStandardOutput(fmt::format("{:<28}{}\n", value, texts.asWeakCStr()));
     }
     return stop();
 }
@@ -66,7 +67,8 @@ void Host::acquire() {
     raise("study:over");
 }
 
-void Host::onBooted() {
+void Host::onBoot() {
+    bindScripts();
     for (const auto& [name, digest] : getPlugins().getPluginHashes())
         MessageStream(1, 2) << fmt::format("[HOST] plug-in {}, digest {:08x}", name.view(), digest);
 }
@@ -120,7 +122,7 @@ void Host::complete() {
 }
 
 void Host::giveUp(const kiv::String& why) {
-    if (!m_isComplete) end(why.c_str());
+    end(why.c_str());
 }
 
 void Host::endIfComplete() {

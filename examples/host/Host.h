@@ -36,7 +36,6 @@ public:
 
 protected:
     void onBoot() override;
-    void onBooted() override;
     void setUpWorker(kiv::WorkerProcess& worker) override;
     void onWorkerQuit(kiv::WorkerProcess& worker) override;
     void onWorkerPacket(kiv::WorkerProcess& worker, kiv::Packet& packet) override;
@@ -48,9 +47,11 @@ private:
     void takeEnd(kiv::Packet& packet);
 
     // For scripts.
+    void bindScripts();
     void raise(const char* event, std::initializer_list<std::pair<const char*, kiv::Item>> table = {});
     int64_t getSlices() const;
     int64_t getMaximum() const;
+    uint64_t getTiles() const { return m_folder.getCollection().getReceivedTiles(); }
     bool isComplete() const { return m_isComplete; }
     kivSq::Object getMissing() const;
     void request(const kivSq::Object& ranges);

@@ -1,5 +1,6 @@
 // What plug-ins see of the host.
 //     study.slices, study.maximum   how many there will be, and the greatest possible sample; 0 before the first tile
+//     study.tiles                   how many have come
 //     study.missing()               the tiles that have not come: first, count, first, count ...
 //     study.request(ranges)         asks the device for these tiles, and for its last word behind them
 //     study.isComplete              complete() was called
@@ -27,11 +28,12 @@
 #include <stdexcept>
 #include <vector>
 
-void Host::onBoot() {
+void Host::bindScripts() {
     kivSq::VM& vm = *kivSq::VM::current();
-    kivSq::Class<Host>(vm.getNamespace("study"), "Host")
+    kivSq::Class<Host>(vm.getNamespace("example"), "Host")
         .property("slices", &Host::getSlices)
         .property("maximum", &Host::getMaximum)
+        .property("tiles", &Host::getTiles)
         .property("isComplete", &Host::isComplete)
         .method("missing", &Host::getMissing)
         .method("request", &Host::request)

@@ -37,8 +37,7 @@ void describe(CLI::App& app, Options& options) {
     app.add_option("--store", options.store, "Where the options are kept")->type_name("FILE")->capture_default_str();
     app.add_option("--set", options.values, "Set an option, for this time and the next ones")
         ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->take_all();
+        ->allow_extra_args(false);
     app.add_flag("--options", options.isListing, "List the options, and do nothing else");
     app.add_option("--plugins", options.plugins, "The plug-ins (Plugins, beside this program)")->type_name("FOLDER");
     app.add_option("--worker", options.worker, "The device's program (acquire, beside this one)")->type_name("PROGRAM");

@@ -13,7 +13,7 @@ using kivSq::VM;
 
 void ScriptLine::bind(const char* name, kiv::RpcChannel& channel, kiv::RpcProvider& provider) {
     const kivSq::Object root = VM::current()->getRootTable();
-    kivSq::Class<ScriptLine>(VM::current()->getNamespace("study"), "Line")
+    kivSq::Class<ScriptLine>(VM::current()->getNamespace("example"), "Line")
         .native<&ScriptLine::call>("call")
         .method("answer", &ScriptLine::answer);
     root.set(name, kivSq::Object::from(kiv::makeObject<ScriptLine>(channel, provider)));

@@ -62,12 +62,6 @@ list(LENGTH bins count)
 expect_equal("lines of the report: bins and the greatest" ${count} 5)
 run(COMMAND ${kiv} store get host.store [=[["options","device:noise"]]=])
 expect_equal("a kept option" "${out}" "\"20\"\n")
-completes(clean 109 12 "0 deaths" --set device:noise=0 -- ${study})
-file(SHA256 "${WORK}/clean/slice-0006.pgm" hash)
-file(SHA256 "${WORK}/disturbed/slice-0006.pgm" noisy)
-if(hash STREQUAL noisy)
-    message(SEND_ERROR "noise changes nothing")
-endif()
 file(GLOB pictures RELATIVE "${WORK}/undisturbed" "${WORK}/undisturbed/slice-*.pgm")
 list(LENGTH pictures count)
 expect_equal("pictures" ${count} 12)
@@ -81,6 +75,12 @@ expect_equal("the report in spite of a death" "${report}" "${undisturbed_report}
 expect_part("how it is killed" "${said}" "[WARNING] [CHAOS] killing the worker")
 expect_part("that it was noticed" "${said}" "[WARNING] subprocess quit unexpectedly, restarting")
 expect_part("how it goes on" "${said}" "[WARNING] [SUBPROCESS] [DEVICE] resuming at tile ")
+completes(clean 109 12 "0 deaths" --set device:noise=0 -- ${study})
+file(SHA256 "${WORK}/clean/slice-0006.pgm" hash)
+file(SHA256 "${WORK}/disturbed/slice-0006.pgm" noisy)
+if(hash STREQUAL noisy)
+    message(SEND_ERROR "noise changes nothing")
+endif()
 
 # Sets `count`, how many events of the trace have this part.
 function(count_events trace part)
@@ -102,7 +102,7 @@ foreach(pair "undisturbed 1" "disturbed 2")
     endforeach()
     count_events("${trace}" "\"name\":\"statistics\"")
     expect_equal("slices measured" "${count}" "12")
-    foreach(part "\"cat\":\"pump\",\"name\":\"Scheduler\"" "\"cat\":\"queue\",\"name\":\"main queue\""
+    foreach(part "\"cat\":\"pump\",\"name\":\"Scheduler\"" "\"cat\":\"pump\",\"name\":\"VM\""
             "\"cat\":\"queue\",\"name\":\"I/O queue\"" "\"cat\":\"queue\",\"name\":\"parallel queue\"")
         expect_part("the trace" "${trace}" "${part}")
     endforeach()
@@ -114,8 +114,8 @@ expect_equal("status" "${status}" "1")
 expect_part("message" "${out}" "[ERROR] [HOST] there is no option 'no:option'\n")
 run(COMMAND ${host} --options --set report:style=line)
 expect_equal("status of a listing" "${status}" "0")
-foreach(line "device:noise = 0            Noise of the device\n" "device:order = inward       Order of the slices\n"
-        "report:bins = 4             Bins of the report\n" "report:style = line         Style of the report\n")
+foreach(line "device:noise = 0            In thousandths" "device:order = inward       In which order the device acquires"
+        "report:bins = 4             Into how many" "report:style = line         bars, or")
     expect_part("options" "${out}" "${line}")
 endforeach()
 
@@ -152,7 +152,6 @@ expect_part("what the worker says" "${out}"
 
 # The host dies in the middle, by a trap: an option it was given is kept, or is as it was.
 run_with(dying report/main.sq "${listen}(\"study:slice\", @(_) (-0x7fffffffffffffff - 1) / -1)")
-expect_equal("a summary of the dead" "${out}" "${out}")
 run(COMMAND ${host} --options)
 string(REGEX MATCH "report:bins = [24] " line "${out}")
 expect_part("an option that was set" "${line}" "report:bins")
