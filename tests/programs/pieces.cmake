@@ -1,8 +1,8 @@
-# doc/tour.md: code that is not that of examples/tour, output that is not what it prints.
+# doc/pieces.md: code that is not that of examples/pieces, output that is not what it prints.
 include("${CMAKE_CURRENT_LIST_DIR}/Programs.cmake")
 set(root "${CMAKE_CURRENT_LIST_DIR}/../..")
-program(tour tour)
-run(COMMAND ${tour})
+program(pieces pieces)
+run(COMMAND ${pieces})
 expect_equal("status" "${status}" "0")
 
 function(without_indentation text)
@@ -10,8 +10,8 @@ function(without_indentation text)
     set(${text} "${${text}}" PARENT_SCOPE)
 endfunction()
 
-file(READ "${root}/doc/tour.md" doc)
-file(GLOB files "${root}/examples/tour/*.cpp")
+file(READ "${root}/doc/pieces.md" doc)
+file(GLOB files "${root}/examples/pieces/*.cpp")
 set(code "")
 foreach(file IN LISTS files)
     file(READ "${file}" text)

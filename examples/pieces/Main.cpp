@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 int main(int argc, char**) {
     if (argc > 1) return beChild(), 0; // started by showProcesses()

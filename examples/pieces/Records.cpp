@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/data/Packet.h"
 
@@ -8,7 +8,7 @@ namespace {
 
 // As it was first released.
 struct OldPictureScheme : kiv::PacketScheme {
-    OldPictureScheme() : PacketScheme(40, "Tour", nullptr, "Picture") {}
+    OldPictureScheme() : PacketScheme(40, "Pieces", nullptr, "Picture") {}
 
     const Field width = Number<uint32_t>("width");
     const Field title = String("title", UpTo(1000));
@@ -16,7 +16,7 @@ struct OldPictureScheme : kiv::PacketScheme {
 
 // Today's: the same fields, and behind NextVersion() one more.
 struct PictureScheme : kiv::PacketScheme {
-    PictureScheme() : PacketScheme(40, "Tour", nullptr, "Picture") {
+    PictureScheme() : PacketScheme(40, "Pieces", nullptr, "Picture") {
         NextVersion();
         exposure = Number<double>("exposure", 1.0);
     }

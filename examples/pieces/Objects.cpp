@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/core/Signal.h"
 #include "kiv/core/SmartPointer.h"

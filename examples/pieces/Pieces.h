@@ -1,6 +1,6 @@
 #pragma once
 
-// The chapters of doc/tour.md, which shows pieces of them.
+// The chapters of doc/pieces.md, which shows pieces of them.
 void showValues();
 void showRecords();
 void showStores();

@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/data/Item.h"
 #include "kiv/script/Class.h"
@@ -22,7 +22,7 @@ struct Lamp {
 };
 
 void bindLamp(kivSq::VM& vm) {
-    kivSq::Class<Lamp>(vm.getNamespace("tour"), "Lamp", kivSq::Constructor<void(int)>())
+    kivSq::Class<Lamp>(vm.getNamespace("pieces"), "Lamp", kivSq::Constructor<void(int)>())
         .method("dim", &Lamp::dim)
         .member("percent", &Lamp::percent)
         .readonlyMember("watts", &Lamp::watts)
@@ -31,7 +31,7 @@ void bindLamp(kivSq::VM& vm) {
 
 void useClass(kivSq::VM& vm) {
     vm.executeString(R"(
-        lamp <- tour.Lamp(60)
+        lamp <- pieces.Lamp(60)
         lamp.dim(20)
         lamp.percent += 5
         print("the lamp takes " + lamp.usage + " of " + lamp.watts + " W")

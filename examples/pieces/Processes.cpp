@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/data/Packet.h"
 #include "kiv/data/StdOutPacketWriter.h"
@@ -12,7 +12,7 @@
 namespace {
 
 struct ReadingScheme : kiv::PacketScheme {
-    ReadingScheme() : PacketScheme(41, "Tour", nullptr, "Reading") {}
+    ReadingScheme() : PacketScheme(41, "Pieces", nullptr, "Reading") {}
 
     const Field degrees = Number<double>("degrees");
 };

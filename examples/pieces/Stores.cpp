@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/core/SmartPointer.h"
 #include "kiv/store/CacheStore.h"

@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/system/System.h"
 #include "kiv/tasks/Alarm.h"

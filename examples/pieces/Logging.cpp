@@ -1,4 +1,4 @@
-#include "Tour.h"
+#include "Pieces.h"
 
 #include "kiv/logging/LogBackend.h"
 #include "kiv/logging/MessageStream.h"
