@@ -79,7 +79,8 @@ function(kiv_instruction_set_flags)
 endfunction()
 
 # Every folder <group>/<name> with a Main.cpp is one program, and its Plugins are copied beside it; one of other sources
-# is a library for all programs of the group.
+# is a library for all programs of the group. One with a CMakeLists.txt is a user's project: it finds the package that
+# is being built, and has a target of its name.
 function(kiv_add_programs group)
     file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true "${PROJECT_SOURCE_DIR}/${group}/*")
     set(programs "")
@@ -87,7 +88,13 @@ function(kiv_add_programs group)
     foreach(folder IN LISTS folders)
         file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
         cmake_path(GET folder FILENAME name)
-        if(EXISTS "${folder}/Main.cpp")
+        if(EXISTS "${folder}/CMakeLists.txt")
+            set(kivCore_DIR "${PROJECT_BINARY_DIR}/package")
+            file(WRITE "${kivCore_DIR}/kivCoreConfig.cmake" "# The targets are there.\n")
+            file(WRITE "${kivCore_DIR}/kivCoreConfigVersion.cmake" "set(PACKAGE_VERSION_COMPATIBLE TRUE)\n")
+            add_subdirectory("${folder}")
+            add_dependencies(kivPrograms ${name})
+        elseif(EXISTS "${folder}/Main.cpp")
             add_executable(${name} ${sources})
             file(GLOB_RECURSE scripts CONFIGURE_DEPENDS RELATIVE "${folder}" "${folder}/Plugins/*.sq")
             if(scripts)

@@ -1,5 +1,5 @@
 # Installs the build tree BUILD_DIR below WORK_DIR, moves the installed tree, and builds and runs the consumer against
-# it: once through find_package, once through pkg-config.
+# it: once through find_package, once through pkg-config. Then the tour is taken.
 function(run)
     list(JOIN ARGN " " command)
     message(STATUS "${command}")
@@ -42,3 +42,4 @@ endforeach()
 run("${COMPILER}" -std=c++20 ${cflags} "${CMAKE_CURRENT_LIST_DIR}/main.cpp"
     -o "${WORK_DIR}/consumer-pc${SUFFIX}" ${libs})
 run_program("${WORK_DIR}/consumer-pc${SUFFIX}")
+include("${CMAKE_CURRENT_LIST_DIR}/tour.cmake")
