@@ -1,0 +1,110 @@
+// Hunts: uploads over a real line that leave something behind, or whose caller waits for ever.
+
+#include "kiv/rpc/UpdateMechanism.h"
+#include "tests/rpc/Line.h"
+#include "tests/rpc/Packages.h"
+
+#include <gmock/gmock.h>
+
+namespace kiv {
+namespace {
+
+using testing::HasSubstr;
+
+class UpdateUploadTest : public testing::Test, public Packages {
+protected:
+    void SetUp() override {
+        std::filesystem::create_directories(folder.path("from"));
+        std::filesystem::create_directories(folder.path("updates"));
+        std::string large(3 << 20, 'x'); // several pieces
+        for (size_t i = 0; i < large.size(); i += 1000) large[i] = static_cast<char>(i / 1000);
+        folder.write("from/large", large);
+        ASSERT_TRUE(ProductPackage::create(path("package"), path("from"), "Viewer", "2", secret));
+        bytes = folder.read("package");
+        mechanism->setPackageKey({key.data(), static_cast<unsigned>(key.size())});
+        mechanism->registerRpcCalls(line.b.provider.get());
+        line.b.channel->addRight("rpc:upload_update_package");
+        line.b.channel->setTransferTarget("update_package", path("updates").c_str());
+    }
+
+    uint32_t upload() {
+        Sha256 hash;
+        hash.add(bytes.data(), bytes.size());
+        RpcChannel::Call call;
+        call.method = "upload_update_package";
+        call.arguments = Item("viewer.package");
+        call.arguments.add(bytes.size());
+        call.arguments.add(Sha256::toText(hash.finish()));
+        call.files = {{"viewer.package", String(path("package"))}};
+        call.onAnswer = result.taker();
+        return line.a.channel->call(std::move(call));
+    }
+    // What is in the folder of updates when nothing moves any more, and what the caller was told.
+    std::string outcome() {
+        line.run();
+        std::string text = result.text();
+        if (text == "good") text += result.answers[0].result.getJSON(false).to_std_string();
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path("updates")))
+            text += " " + entry.path().filename().string();
+        result.answers.clear();
+        return text;
+    }
+
+    Line line;
+    std::string bytes;
+    Line::Result result;
+    SmartPointer<UpdateMechanism> mechanism = makeObject<UpdateMechanism>();
+};
+
+TEST_F(UpdateUploadTest, WholeAndCut) {
+    using Cut = std::function<void(uint32_t)>;
+    const std::pair<std::string, Cut> cuts[] = {
+        {"the peer is gone",
+         [&](uint32_t) { line.b.channel->close("gone"), line.a.channel->close("the peer is gone"); }},
+        {"cancelled", [&](uint32_t call) { line.a.channel->cancel(call); }},
+        {"good[]", [&](uint32_t) { folder.write("package", ""); }},
+        {"good[]", [&](uint32_t) { mechanism.reset(); }},
+    };
+    upload();
+    EXPECT_EQ(outcome(), "goodtrue viewer.package");
+    EXPECT_EQ(folder.read("updates/viewer.package"), bytes);
+    std::filesystem::remove(folder.path("updates/viewer.package"));
+
+    for (const auto& [answer, cut] : cuts) {
+        LogLines lines;
+        folder.write("package", bytes);
+        size_t pieces = 0;
+        line.passes = [&](Packet& packet) {
+            if (packet.getPayloadSize() > 100000) ++pieces;
+            return true;
+        };
+        const uint32_t number = upload();
+        // One packet a round, so that the cut comes between two.
+        while (pieces < 5 && result.answers.empty()) {
+            for (Line::End* end : {&line.a, &line.b}) {
+                end->channel->tick();
+                if (end->inbox.empty()) continue;
+                const auto packet = end->inbox.front();
+                end->inbox.pop_front();
+                end->channel->onPacket(packet.get());
+            }
+        }
+        ASSERT_EQ(pieces, 5u) << answer;
+        cut(number);
+        EXPECT_EQ(outcome(), answer);
+        std::string log;
+        for (const std::string& text : lines.take()) log += text + "\n";
+        EXPECT_THAT(log, HasSubstr("[RPC:upload_update_package] the ")) << answer;
+        line.passes = nullptr;
+        line.a.channel->open();
+        line.b.channel->open();
+        if (!mechanism) break;
+        folder.write("package", bytes);
+        upload();
+        EXPECT_EQ(outcome(), "goodtrue viewer.package") << "after " << answer;
+        std::filesystem::remove(folder.path("updates/viewer.package"));
+    }
+}
+
+} // namespace
+} // namespace kiv
