@@ -1,5 +1,6 @@
 #include "HostCommand.h"
 #include "ItemCommand.h"
+#include "PackageCommand.h"
 #include "PacketsCommand.h"
 #include "PluginCommand.h"
 #include "ReplCommand.h"
@@ -19,6 +20,8 @@ namespace {
 using kiv::app::HostCommand;
 using kiv::app::ItemCommand;
 using kiv::app::ItemForm;
+using kiv::app::PackageAction;
+using kiv::app::PackageCommand;
 using kiv::app::PacketsCommand;
 using kiv::app::PluginCommand;
 using kiv::app::ReplCommand;
@@ -197,6 +200,36 @@ void describeWorker(CLI::App& app, WorkerCommand& command) {
                "ends. The exit status is 0.");
 }
 
+void describePackage(CLI::App& app, PackageCommand& command) {
+    const auto add = [&](PackageAction action, const char* name, const char* description,
+                         const char* file) -> CLI::App& {
+        CLI::App& sub = *app.add_subcommand(name, description);
+        sub.add_option(file, command.file, "The package")->required();
+        sub.final_callback([&command, action] { command.action = action; });
+        return sub;
+    };
+    const auto addKey = [&command](CLI::App& sub, const char* what) {
+        sub.add_option("-k,--key", command.key, what)->type_name("FILE")->required();
+    };
+    app.require_subcommand(1);
+    add(PackageAction::Key, "key", "Makes the two keys NAME.secret and NAME.public", "NAME");
+    CLI::App& create = add(PackageAction::Create, "create", "Packs a folder", "PACKAGE");
+    create.add_option("FOLDER", command.folder, "With all files in it and below it, none of them a link")->required();
+    create.add_option("-p,--product", command.product, "The product's name")->type_name("TEXT")->required();
+    create.add_option("-v,--version", command.version, "Its version")->type_name("TEXT")->required();
+    addKey(create, "The secret key to sign it with");
+    addKey(add(PackageAction::Verify, "verify", "Checks all of a package, and lists its files", "PACKAGE"),
+           "The public key");
+    CLI::App& unpack = add(PackageAction::Unpack, "unpack", "Unpacks a package that is right", "PACKAGE");
+    unpack.add_option("FOLDER", command.folder, "Which is made, and must not be there")->required();
+    addKey(unpack, "The public key");
+    app.footer("The exit status is 1 when a package is not right or something can't be read or written; nothing is\n"
+               "left of it then.\n"
+               "    kiv package key maker\n"
+               "    kiv package create viewer.package build/viewer -p Viewer -v 1.2 -k maker.secret\n"
+               "    kiv package unpack viewer.package viewer -k maker.public");
+}
+
 // The parser takes "[1,2]" apart, as if a configuration file had said it; a blank in front prevents that.
 void protectBracket(std::string& argument) {
     if (argument.starts_with('[')) argument.insert(0, 1, ' ');
@@ -215,6 +248,7 @@ int main(int argc, char** argv) {
     StoreCommand store;
     RunCommand run;
     PluginCommand plugin;
+    PackageCommand package;
     HostCommand host;
     WorkerCommand worker;
     CLI::App* itemApp = app.add_subcommand("item", "Turns JSON, base16 and base64 forms of items into each other");
@@ -223,6 +257,7 @@ int main(int argc, char** argv) {
     CLI::App* runApp = app.add_subcommand("run", "Runs a script");
     CLI::App* replApp = app.add_subcommand("repl", "A prompt for scripts");
     CLI::App* pluginApp = app.add_subcommand("plugin", "Makes plug-ins");
+    CLI::App* packageApp = app.add_subcommand("package", "Makes and unpacks product packages");
     CLI::App* hostApp = app.add_subcommand("host", "Runs plug-ins, with options and worker processes");
     CLI::App* workerApp = app.add_subcommand("worker", "What kiv host starts");
     describeItem(*itemApp, item);
@@ -231,6 +266,7 @@ int main(int argc, char** argv) {
     describeRun(*runApp, run);
     describeRepl(*replApp);
     describePlugin(*pluginApp, plugin);
+    describePackage(*packageApp, package);
     describeHost(*hostApp, host);
     describeWorker(*workerApp, worker);
     try {
@@ -246,13 +282,15 @@ int main(int argc, char** argv) {
     std::for_each(item.files.begin(), item.files.end(), unprotectBracket);
     std::for_each(host.settings.begin(), host.settings.end(), unprotectBracket);
     std::for_each(store.excluded.begin(), store.excluded.end(), unprotectBracket);
-    for (std::string* text : {&packets.file, &store.file, &store.secondFile, &store.key, &store.value, &run.script,
-                              &plugin.name, &plugin.plugins, &host.plugins, &host.store, &host.worker, &host.trace,
-                              &worker.plugins})
+    for (std::string* text :
+         {&packets.file, &store.file, &store.secondFile, &store.key, &store.value, &run.script, &plugin.name,
+          &plugin.plugins, &host.plugins, &host.store, &host.worker, &host.trace, &worker.plugins, &package.file,
+          &package.folder, &package.key, &package.product, &package.version})
         unprotectBracket(*text);
     if (runApp->parsed()) return run.run();
     if (replApp->parsed()) return ReplCommand().run();
     if (pluginApp->parsed()) return plugin.runNew();
+    if (packageApp->parsed()) return package.run();
     if (hostApp->parsed()) return host.run();
     if (workerApp->parsed()) return worker.run();
     return itemApp->parsed() ? item.run() : packetsApp->parsed() ? packets.run() : store.run();
