@@ -86,8 +86,8 @@ private:
 
 bool Packer::list(const std::string& below) {
     Vector<Directory::Entry> entries;
-    if (!Directory::list(Directory::join(m_folder, below), entries))
-        return fail("the folder '" + below + "' can't be read");
+    const String path = Directory::join(m_folder, below);
+    if (!Directory::list(path, entries)) return fail("the folder '" + path.to_std_string() + "' can't be read");
     for (const Directory::Entry& entry : entries) {
         ProductPackage::File file;
         file.name = Directory::join(below, entry.name);
