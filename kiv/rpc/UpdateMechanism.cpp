@@ -33,6 +33,7 @@ constexpr const char* uploadPlace = "update_package";
 constexpr const char *temporaryName = "update_package.upload", *temporarySuffix = ".upload";
 constexpr const char* installerProgram = "OrvexServerInstaller.exe";
 
+constexpr const char* transferFailed = "the transfer of the update package has failed";
 constexpr size_t longestName = 240;
 constexpr uint32_t backupPeriod = 60000;
 constexpr unsigned backupsInPeriod = 8;
@@ -243,14 +244,19 @@ const char* UpdateMechanism::Service::prepare(const UploadArguments& arguments, 
 
 // The mechanism keeps the call, and the call's handler only looks for both.
 void UpdateMechanism::Service::begin(const std::shared_ptr<Upload>& upload, const String& source) {
-    m_upload = upload;
-    upload->context.addEventHandler([weak = weak_from_this(), weakUpload = std::weak_ptr(upload)](const RpcContext&) {
+    const auto onEvent = [weak = weak_from_this(), weakUpload = std::weak_ptr(upload)](const RpcContext&) {
         const std::shared_ptr<Service> self = weak.lock();
         const std::shared_ptr<Upload> transferred = weakUpload.lock();
         return self && transferred && self->follow(transferred);
-    });
-    upload->context.initiateFileTransfer(RpcContext::FetchFromCaller, {{source, String(upload->check->getPath())}});
-    follow(upload);
+    };
+    m_upload = upload;
+    try {
+        upload->context.addEventHandler(RpcContextInternal::EventHandler(onEvent));
+        upload->context.initiateFileTransfer(RpcContext::FetchFromCaller, {{source, String(upload->check->getPath())}});
+        follow(upload);
+    } catch (...) { // of the transport
+        if (m_upload == upload) end(transferFailed);
+    }
 }
 
 // Whether there is more to come.
@@ -289,7 +295,7 @@ void UpdateMechanism::Service::startCheck(const std::shared_ptr<UploadCheck>& ch
 }
 
 void UpdateMechanism::Service::endCheck(const UploadCheck* check, const char* failure) {
-    if (m_upload && m_upload->check.get() == check) end(failure);
+    if (m_upload && m_upload->check.get() == check) end(check->isStopped() ? transferFailed : failure);
 }
 
 void UpdateMechanism::Service::end(const char* failure) {

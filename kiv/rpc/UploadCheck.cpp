@@ -23,16 +23,11 @@ bool UploadCheck::hasDigest() const {
     return hash.finish() == m_digest;
 }
 
-const char* UploadCheck::findFault() const {
+const char* UploadCheck::run() const {
     if (File::getSize(m_path) != m_size) return "the update package has another size than was announced";
     if (!hasDigest()) return "the update package has another checksum than was announced";
     const auto goOn = [this](uint64_t, uint64_t) { return !m_isStopped; };
     return ProductPackage::verify(m_path, m_key, goOn) ? nullptr : "the update package is not valid";
-}
-
-const char* UploadCheck::run() const {
-    const char* const fault = findFault();
-    return m_isStopped ? "the transfer of the update package has failed" : fault;
 }
 
 } // namespace kiv::internal

@@ -18,11 +18,11 @@ public:
     const std::string& getPath() const { return m_path; }
     // What is wrong, a constant; null when it is good.
     const char* run() const;
-    // The result is a failure then, unless it is there already.
+    // The result means nothing then.
     void stop() { m_isStopped = true; }
+    bool isStopped() const { return m_isStopped; }
 
 private:
-    const char* findFault() const;
     bool hasDigest() const;
 
     const std::string m_path;

@@ -33,6 +33,7 @@ public:
     void initiateFileTransfer(int direction, const Files& files) override {
         EXPECT_EQ(direction, RpcContext::FetchFromCaller);
         ASSERT_EQ(files.size(), 1u);
+        if (files[0].first == "throw") throw std::runtime_error("no line");
         source = files[0].first;
         path = files[0].second;
         isKnown = true;
@@ -250,6 +251,8 @@ TEST_F(UpdateMechanismTest, FailedUploadsLeaveNothing) {
     flipped.back() ^= 1;
     fails(upload(), small.substr(1), 100, "the update package has another size than was announced");
     fails(upload(), flipped, 100, "the update package has another checksum than was announced");
+    EXPECT_EQ(answer(uploadCall, upload("throw")), none);
+    EXPECT_EQ(lines.takeOne(), line(uploadCall, "the transfer of the update package has failed"));
     fails(upload(), small.substr(0, 50), -1, "the transfer of the update package has failed");
     const Signature::PublicKey other = Signature::getPublicKey(Signature::createSecretKey());
     mechanism->setPackageKey({other.data(), static_cast<unsigned>(other.size())});
