@@ -75,8 +75,8 @@ void RpcConnection::refuse(const char* what, bool isLate) {
     renewLimits();
     if (++m_refusals > mostRefusals) return;
     const bool isLast = m_refusals == mostRefusals;
-    logging::MessageStream(isLate ? 0 : 2, 2) << "[RPC] a packet is refused: " << what
-                                 << (isLast ? "; more of this second are not told of" : "");
+    logging::MessageStream(isLate ? 0 : 2, 2)
+        << "[RPC] a packet is refused: " << what << (isLast ? "; more of this second are not told of" : "");
 }
 
 const PacketScheme* RpcConnection::schemeOf(short id, Handler& handler) {
@@ -169,9 +169,9 @@ void RpcConnection::close(const char* reason) {
 }
 
 void RpcConnection::open() {
-    if (m_isDestroyed) return;
     const auto self = shared_from_this();
     if (m_isOpen) close("another peer has come");
+    if (m_isDestroyed) return; // by now, or by somebody who was told
     m_isOpen = true;
     m_lastRequest.reset();
     m_lastPeerTransfer.reset();
@@ -180,8 +180,6 @@ void RpcConnection::open() {
 void RpcConnection::destroy() {
     const auto self = shared_from_this();
     m_isDestroyed = true;
-    rights = nullptr;
-    caller = nullptr;
     close("the channel is gone");
     if (m_sendDepth == 0) endAll();
 }
@@ -191,12 +189,13 @@ void RpcConnection::endAll() {
     for (int round = 0; round < 8; ++round) deliver();
     m_ready.clear();
     m_send = nullptr;
+    rights = nullptr;
     m_provider.reset();
 }
 
 // What a peer says may be logged, and is not believed.
 std::string RpcConnection::readReason(const Packet& packet, const PacketField& field) {
-    const std::string text = String(packet.getString(field)).utf8_escape_controlcode().to_std_string();
+    std::string text = String(packet.getString(field)).utf8_escape_controlcode().to_std_string();
     return text.empty() ? "failed" : text;
 }
 

@@ -35,8 +35,9 @@ public:
     virtual void finish() = 0;
     // Where files of this kind go, as "update_package": a directory. Empty when there is no such place.
     virtual String getFileTransferTargetPath(const char* kind) = 0;
-    // Begins to move files; event handlers hear of the progress. `direction` is one of RpcContext's; the pairs are a
-    // name that the caller knows and a path here.
+    // Begins to move files, one after another; event handlers hear of the progress and of the end, later, and the call
+    // is kept until then. `direction` is one of RpcContext's; the pairs are a name that the caller knows and a path
+    // here. What is on its way when the call is finished is dropped.
     virtual void initiateFileTransfer(int direction, const Files& files) = 0;
     // True while a transfer is known, also once it is over. `percent` is 0 to 100 or, after a failure, -1; `text` is
     // then the reason, else the path of the (first) file.

@@ -73,7 +73,7 @@ void RpcConnection::moveNextFile(RpcPeerCall& call) {
     packet->set(FileOpen.direction, isOut ? Direction::ToCaller : Direction::FromCaller);
     packet->setString(FileOpen.name, transfer.name);
     m_transfers.insert_or_assign(key, std::move(transfer));
-    send(packet.get());
+    if (!send(packet.get())) return endTransfer(key, "the line takes nothing");
     pull(key);
 }
 
