@@ -1,6 +1,7 @@
 #include "Silence.h"
 
 #include "kiv/core/Clock.h"
+#include "kiv/data/Packet.h"
 #include "kiv/files/Directory.h"
 #include "kiv/files/File.h"
 #include "kiv/rpc/RpcChannel.h"

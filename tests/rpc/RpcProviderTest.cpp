@@ -37,7 +37,8 @@ TEST(RpcProviderTest, HandlersMayReplaceRemoveAndThrow) {
     const auto call = [&](const char* method) {
         const auto context = makeObject<TestCall>(method);
         said.clear();
-        EXPECT_EQ(provider->call(RpcContext(context.get())), provider && !said.empty()) << method;
+        const bool isCalled = provider->call(RpcContext(context.get()));
+        EXPECT_EQ(isCalled, !said.empty()) << method;
         return said + "/" + std::to_string(context->finished);
     };
     const auto add = [&](const char* name, RpcProvider::Handler handler) {
