@@ -27,6 +27,15 @@ int numberIn(const std::string& path, const char* key = "a") {
     return number;
 }
 
+// Always the same numbers.
+class Numbers {
+public:
+    unsigned below(unsigned end) { return static_cast<unsigned>(m_random() % end); }
+
+private:
+    std::mt19937 m_random{7};
+};
+
 class StoreKeepers : public testing::Test {
 protected:
     const support::TemporaryFolder folder;
@@ -116,21 +125,21 @@ TEST_F(StoreKeepers, WriteOneAtATimeAndTheNewestNextWhileTheOwnerGoesOn) {
 }
 
 TEST_F(StoreKeepers, SaveEverythingBeforeTheyEnd) {
-    std::mt19937 random(7);
+    Numbers random;
     for (int round = 1; round <= 40; ++round) {
         auto pool = makeObject<ThreadPool>();
         auto keeper = makeObject<StoreKeeper>();
         ASSERT_TRUE(keeper->open(path));
-        for (unsigned saves = random() % 20; saves > 0; --saves) {
-            keeper->getStore()->set(static_cast<int>(saves), String(random() % 20000, 'x'));
-            if (random() % 4 == 0) EXPECT_TRUE(keeper->flush());
+        for (unsigned saves = random.below(20); saves > 0; --saves) {
+            keeper->getStore()->set(static_cast<int>(saves), String(random.below(20000), 'x'));
+            EXPECT_TRUE(random.below(4) != 0 || keeper->flush());
             keeper->saveSoon();
         }
         keeper->getStore()->set("a", round);
         if (round % 3 == 0) pool->close(); // nobody comes
         if (round % 3 == 1) pool = nullptr;
         keeper->saveSoon();
-        if (round % 2 == 0) EXPECT_TRUE(keeper->flush() && keeper->flush());
+        EXPECT_TRUE(round % 2 != 0 || (keeper->flush() && keeper->flush()));
         keeper = nullptr;
         ASSERT_EQ(numberIn(path), round);
     }
@@ -139,14 +148,14 @@ TEST_F(StoreKeepers, SaveEverythingBeforeTheyEnd) {
 }
 
 TEST_F(StoreKeepers, LeaveTheOldStateOrTheNewWhenTheyAreKilled) {
-    std::mt19937 random(7);
+    Numbers random;
     int last = 0;
     for (int round = 0; round < 12; ++round) {
         support::Child child;
         ASSERT_TRUE(child.start({"keep", path}));
         int safe = 0;
-        for (unsigned lines = random() % 3 + 1; lines > 0; --lines) safe = std::stoi(child.nextLine());
-        for (unsigned turns = random() % 2000; turns > 0; --turns) child.tick(); // some time
+        for (unsigned lines = random.below(3) + 1; lines > 0; --lines) safe = std::stoi(child.nextLine());
+        for (unsigned turns = random.below(2000); turns > 0; --turns) child.tick(); // some time
         child.terminate(true);
         last = numberIn(path);
         ASSERT_GE(last, safe);
