@@ -2,6 +2,7 @@
 
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/VMOutput.h"
+#include "kiv/script/Watchdog.h"
 
 #include <cstdint>
 
@@ -17,6 +18,7 @@ void countHandledError() {
 }
 
 bool callTop(SQVM* v, SQInteger params, bool wantsResult) {
+    const WatchedGo go;
     const uint64_t before = g_handledErrors;
     if (SQ_SUCCEEDED(sq_call(v, params, wantsResult ? SQTrue : SQFalse, SQTrue))) return true;
     // Natives that fail at the bottom of a call don't come to the handler.

@@ -319,7 +319,67 @@ private:
     bool m_isEnum = false;
 };
 
+// Finds the conditions of loops.
+class Loops {
+public:
+    Loops(std::string_view source, const char* function)
+        : m_source(source), m_call(" ::" + std::string(function) + "()") {}
+
+    std::string rewrite() {
+        for (Tokens tokens(m_source); tokens.next();) {
+            if (m_isConditionNext) beginCondition(tokens.token);
+            add(tokens.token);
+            m_previous = tokens.token;
+        }
+        return m_out + std::string(m_source.substr(m_copied));
+    }
+
+private:
+    enum class Part { None, Init, Condition, Rest }; // of the header of a loop; None for other brackets
+
+    void add(std::string_view token) {
+        if (token == "(" || token == "[" || token == "{") {
+            const bool isFor = token == "(" && m_previous == "for", isWhile = token == "(" && m_previous == "while";
+            m_brackets.push_back(isFor ? Part::Init : isWhile ? Part::Condition : Part::None);
+            m_isConditionNext = isWhile;
+        } else if (m_brackets.empty()) {
+            return;
+        } else if (token == ")" || token == "]" || token == "}") {
+            if (m_brackets.back() == Part::Condition) insert(token, ")");
+            m_brackets.pop_back();
+        } else if (token == ";" && m_brackets.back() == Part::Init) {
+            m_brackets.back() = Part::Condition;
+            m_isConditionNext = true;
+        } else if (token == ";" && m_brackets.back() == Part::Condition) {
+            insert(token, ")");
+            m_brackets.back() = Part::Rest;
+        }
+    }
+    void beginCondition(std::string_view token) {
+        m_isConditionNext = false;
+        if (token == ";") m_brackets.back() = Part::Rest; // there is none
+        insert(token, m_call + (token == ";" ? "" : " && ("));
+    }
+    void insert(std::string_view before, const std::string& text) {
+        const auto place = static_cast<size_t>(before.data() - m_source.data());
+        m_out += std::string(m_source.substr(m_copied, place - m_copied)) + text;
+        m_copied = place;
+    }
+
+    const std::string_view m_source;
+    const std::string m_call;
+    std::string m_out;
+    size_t m_copied = 0;
+    std::string_view m_previous;
+    std::vector<Part> m_brackets;
+    bool m_isConditionNext = false;
+};
+
 } // namespace
+
+std::string withWatchedLoops(std::string_view source, const char* function) {
+    return Loops(source, function).rewrite();
+}
 
 std::string_view withoutMark(std::string_view source) {
     constexpr std::string_view mark = "\xEF\xBB\xBF";

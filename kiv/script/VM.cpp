@@ -8,12 +8,14 @@
 #include "kiv/script/EngineState.h"
 #include "kiv/script/HostCall.h"
 #include "kiv/script/Libraries.h"
+#include "kiv/script/NativeTable.h"
 #include "kiv/script/SourceCheck.h"
 #include "kiv/script/StackGuard.h"
 #include "kiv/script/TypeName.h"
 #include "kiv/script/VMImports.h"
 #include "kiv/script/VMOutput.h"
 #include "kiv/script/VMThreads.h"
+#include "kiv/script/Watchdog.h"
 
 #include <sqstdblob.h>
 #include <sqstdio.h>
@@ -126,6 +128,7 @@ VM::~VM() {
 // What runs at the end of script values finds no VM any more.
 void VM::closeEngine() {
     internal::uninstallEngine();
+    internal::watchdogLimit = 0;
     AdapterData::forgetAll();
     sq_close(m_vm);
 }
@@ -183,7 +186,9 @@ Object VM::newClosure(const char* source, unsigned length, const char* name) con
         return {};
     }
     sq_reseterror(m_vm);
-    const std::string_view text = internal::withoutMark({source, length});
+    std::string_view text = internal::withoutMark({source, length});
+    std::string watched;
+    if (internal::watchdogLimit != 0) text = watched = internal::withWatchedLoops(text, internal::watchedLoop);
     const auto size = static_cast<SQInteger>(text.size());
     return SQ_SUCCEEDED(sq_compilebuffer(m_vm, text.data(), size, name, SQTrue)) ? Object(m_vm, -1) : Object();
 }
@@ -316,6 +321,13 @@ VM::Thread* VM::getCurrentThread() const {
 
 SQInteger VM::suspend(SQVM* v, WakeCondition condition) {
     return m_threads->suspend(v, std::move(condition));
+}
+
+void VM::setWatchdog(unsigned milliseconds) {
+    internal::watchdogLimit = milliseconds;
+    if (milliseconds != 0)
+        internal::NativeTable(m_vm, getRootTable()).plain<&internal::watchLoop>(internal::watchedLoop, 1);
+    m_threads->watchAll();
 }
 
 void VM::addImportSearchPath(const char* path) {

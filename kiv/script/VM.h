@@ -118,6 +118,11 @@ public:
     // call then returns null to the script. Outside of a script thread, and where the engine can't suspend, it returns
     // at once.
     SQInteger suspend(SQVM* v, WakeCondition condition);
+    // Ends a script that has run for so long in one go, native functions that it calls included, by a script error
+    // that nothing catches: one that never pauses would stop the process. 0, as at first, for no limit; then it costs
+    // nothing. It is seen where a script function is called or a line begins, not in a native function that does not
+    // return. Coroutines of scripts that were made before are not watched.
+    void setWatchdog(unsigned milliseconds);
     // Whether a script runs.
     bool isRunning() const;
     // Frees script values that only refer to each other; nothing else does. Returns their number. Not in a script.

@@ -4,6 +4,7 @@
 #include "kiv/script/Access.h"
 #include "kiv/script/HostCall.h"
 #include "kiv/script/TypeName.h"
+#include "kiv/script/Watchdog.h"
 
 #include <fmt/format.h>
 
@@ -56,6 +57,7 @@ std::string_view errorText(SQVM* v, SQInteger index) {
 }
 
 SQInteger runtimeError(SQVM* v) {
+    showInterruptedPlace(v);
     MessageStream(3, 2) << "[SQ.INTERPRETER] " << errorText(v, 2) << '\n' << callStackText(v);
     return 0;
 }

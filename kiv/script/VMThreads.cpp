@@ -6,6 +6,7 @@
 #include "kiv/script/Call.h"
 #include "kiv/script/HostCall.h"
 #include "kiv/script/StackGuard.h"
+#include "kiv/script/Watchdog.h"
 
 #include <algorithm>
 
@@ -109,6 +110,11 @@ void VM::Threads::wakeThreadsOf(const AsyncQueue& queue) {
     }
 }
 
+void VM::Threads::watchAll() {
+    internal::watch(m_vm);
+    for (auto& [number, thread] : m_threads) internal::watch(thread.engine);
+}
+
 int64_t VM::Threads::now() {
     const uint32_t time = kiv::Clock::current().getTime();
     m_now += kiv::Clock::timeDifference(time, std::exchange(m_lastTime, time));
@@ -165,6 +171,7 @@ VM::Threads::Answer VM::Threads::ask(const Thread& thread) const {
 }
 
 bool VM::Threads::resume(Thread& thread, Answer answer) const {
+    const internal::WatchedGo go;
     const SQBool hasValue = answer == Answer::Wake ? SQTrue : SQFalse;
     const SQBool wantsResult = thread.onEnd ? SQTrue : SQFalse;
     return SQ_SUCCEEDED(sq_wakeupvm(thread.engine, hasValue, wantsResult, SQTrue, !hasValue));

@@ -36,6 +36,8 @@ public:
     // Those that sleep are due from now on.
     void wakeThreadsOf(const AsyncQueue& queue);
     unsigned getIdleTime(unsigned longest);
+    // As the watchdog's limit says.
+    void watchAll();
     // Requires: no script runs.
     int64_t collectGarbage();
     bool isEmpty() const { return m_threads.empty(); }

@@ -152,6 +152,7 @@ protected:
 };
 
 TEST_F(HostingExamples, Values) {
+    vm.setWatchdog(1000);
     vm.executeString("function describe(series) { return series.name + \": \" + series.slices.len() }", "series.sq");
 
     const kivSq::Object series = vm.newTable();
