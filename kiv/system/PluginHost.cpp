@@ -47,6 +47,8 @@ public:
     bool applySettings();
     void applySetting(const char* name);
     void onOptionChanged(const char* name, const char* value);
+    // What the host's own options say.
+    void obey(std::string_view name);
     SmartPointer<WorkerProcess> makeWorker(int32_t index);
     void setWorkerCount(unsigned count);
     void tick();
@@ -95,8 +97,15 @@ PluginHost::Impl::Impl(PluginHost& theHost, Settings theSettings)
 
 void PluginHost::Impl::onOptionChanged(const char* name, const char* value) {
     isChanged = true;
+    obey(name);
     scripts->callListeners(name, value);
     host.onOptionChanged(name, value);
+}
+
+void PluginHost::Impl::obey(std::string_view name) {
+    if (name == verboseOption) logging::g_hideVerboseOutputInConsole = options->getValue(verboseOption) != "1";
+    if (name == workersOption && isStarted && !isStopped)
+        setWorkerCount(static_cast<unsigned>(std::clamp(options->getValueAsInt(workersOption), 0, mostWorkers)));
 }
 
 // What is declared by now; false, and logged, while others are left.
@@ -222,7 +231,7 @@ bool PluginHost::start() {
         impl.parent->setPacketHandler([this](Packet& packet) { onParentPacket(packet); });
     }
     impl.isStarted = true;
-    onOptionChanged(workersOption, impl.options->getValue(workersOption).c_str());
+    impl.obey(workersOption);
     return true;
 }
 
@@ -321,19 +330,12 @@ void PluginHost::declareOptions(OptionsDB& options) {
     options.addOption(workersOption, std::to_string(m_impl->settings.workers).c_str(), "", "Worker processes",
                       "How many worker processes are kept running", 0);
     options.addOption(verboseOption, "0", "", "Verbose log", "1: verbose lines are shown, too", 0);
-    onOptionChanged(verboseOption, options.getValue(verboseOption).c_str());
+    m_impl->obey(verboseOption);
 }
 
 void PluginHost::setUpWorker(WorkerProcess&) {}
 
-void PluginHost::onOptionChanged(const char* name, const char* value) {
-    const std::string_view option = name;
-    if (option == verboseOption)
-        logging::g_hideVerboseOutputInConsole = std::string_view(value) != "1";
-    else if (option == workersOption && m_impl->isStarted && !m_impl->isStopped)
-        setWorkerCount(static_cast<unsigned>(std::clamp(m_impl->options->getValueAsInt(name), 0, mostWorkers)));
-}
-
+void PluginHost::onOptionChanged(const char*, const char*) {}
 void PluginHost::onWorkerStarted(WorkerProcess&) {}
 void PluginHost::onWorkerQuit(WorkerProcess&) {}
 void PluginHost::onWorkerPacket(WorkerProcess&, Packet&) {}

@@ -7,11 +7,13 @@
 #include <windows.h>
 
 #include <aclapi.h>
+#include <psapi.h>
 #include <tlhelp32.h>
 #else
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,6 +50,12 @@ size_t countThreads() {
         count += thread.th32OwnerProcessID == ::GetCurrentProcessId();
     ::CloseHandle(all);
     return count;
+}
+
+uint64_t countResidentBytes() {
+    PROCESS_MEMORY_COUNTERS counters{};
+    ::K32GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
+    return counters.WorkingSetSize;
 }
 
 bool raiseInterrupt() {
@@ -112,6 +120,12 @@ size_t countOpenHandles() {
 
 size_t countThreads() {
     return countEntries("/proc/self/task");
+}
+
+uint64_t countResidentBytes() {
+    uint64_t all = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> all >> resident;
+    return resident * static_cast<uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
 bool raiseInterrupt() {

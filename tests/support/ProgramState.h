@@ -13,6 +13,8 @@ size_t countOpenHandles();
 // A lock on Windows gets one when threads first meet at it: so many may come late.
 extern const size_t handlesOfLocks;
 size_t countThreads();
+// Of this process, in the machine's memory.
+uint64_t countResidentBytes();
 
 // Whether there are child processes that nobody has waited for; takes one, when it has ended, from whoever waits for
 // it. Never on systems where several may do that.
