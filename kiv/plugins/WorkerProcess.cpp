@@ -7,7 +7,6 @@
 #include "kiv/rpc/RpcProvider.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace kiv {
@@ -18,18 +17,6 @@ constexpr int32_t passingTime = 5;                 // milliseconds of a frame
 constexpr size_t mostWaiting = 65536;              // packets
 constexpr uint64_t mostBytes = uint64_t{64} << 20; // of them
 constexpr unsigned turnTime = 10;                  // milliseconds between two looks for the end
-
-// The empty path is never started.
-String checkedPath(const char* path) {
-    const std::string_view text = path ? path : "";
-    try {
-        if (text.empty() || std::filesystem::path(std::u8string(text.begin(), text.end())).is_absolute()) return path;
-    } catch (const std::system_error&) {
-        // On Windows, where it can't be the name of a file.
-    }
-    logging::MessageStream(3, 2) << "[WORKER] not started, its path is not absolute: '" << text << "'";
-    return {};
-}
 
 SmartPointer<Packet> describeSetup(const WorkerProcess::Setup& setup) {
     const ProcessProtocol::PluginsHashesScheme& scheme = ProcessProtocol::PluginsHashes;
@@ -47,7 +34,7 @@ WorkerProcess::Listener::~Listener() = default;
 
 WorkerProcess::WorkerProcess(const char* workerPath, List<String> arguments, Setup setup, RpcProvider* provider,
                              Listener* listener)
-    : AsyncSupervisor(checkedPath(workerPath).c_str(), std::move(arguments)), m_provider(provider),
+    : AsyncSupervisor(workerPath, std::move(arguments)), m_provider(provider),
       m_rpc(makeObject<RpcChannel>([this](Packet* packet) { return send(packet); }, provider)), m_listener(listener),
       m_setup(std::move(setup)) {
     setKilledWithParent(true);

@@ -44,8 +44,8 @@ public:
         virtual void onWorkerPacket(WorkerProcess&, Packet&) {}
     };
 
-    // An absolute path of a regular file; anything else is logged and never started. The arguments begin with the path
-    // again. The listener and the provider may be null; the listener outlives this.
+    // The path and the arguments, which begin with the path again, as of AsyncSupervisor. The listener and the provider
+    // may be null; the listener outlives this.
     WorkerProcess(const char* workerPath, List<String> arguments, Setup setup, RpcProvider* provider,
                   Listener* listener);
     // Ends the worker at once; the listener is not told.

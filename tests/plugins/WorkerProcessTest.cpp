@@ -29,7 +29,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using Lines = std::vector<std::string>;
 
@@ -160,14 +159,6 @@ TEST_F(WorkerProcessTest, BootsThePluginsThatItsParentHasSeenAndRunsItsScripts) 
     EXPECT_TRUE(pumpUntilLine("[SUBPROCESS] [WORKER] a list of plug-ins is ignored: there was one already"));
     EXPECT_TRUE(call("echo").isGood);
     EXPECT_THAT(lines, Not(Contains("[SUBPROCESS] once more")));
-}
-
-TEST_F(WorkerProcessTest, PathsThatAreNotAbsoluteAreNeverStarted) {
-    const auto relative = makeObject<WorkerProcess>("sh", List<String>(), WorkerProcess::Setup(), nullptr, nullptr);
-    EXPECT_EQ(log.takeOne(), "[WORKER] not started, its path is not absolute: 'sh'");
-    relative->start();
-    relative->stop(60000);
-    EXPECT_THAT(log.take(), IsEmpty());
 }
 
 // ---- Remote calls.
