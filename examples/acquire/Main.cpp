@@ -43,8 +43,7 @@ void describe(CLI::App& app, Options& options) {
     number("--pace", options.volume.pace, "Milliseconds that a slice takes at least", 0u, 10000u);
     number("--scheme-version", options.schemeVersion, "1: as the first devices did, without checksums", 1u, 2u);
     app.add_flag("--worker", options.isWorker, "Serve a host: boot the plug-ins that it names, and do what these say");
-    app.add_option("--plugins", options.plugins, "Where they are (Plugins, beside this program)")
-        ->type_name("FOLDER");
+    app.add_option("--plugins", options.plugins, "Where they are (Plugins, beside this program)")->type_name("FOLDER");
 }
 
 int serve(const Options& options, Volume& volume, Sender& sender) {

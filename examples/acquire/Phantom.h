@@ -10,8 +10,8 @@ public:
     Phantom(uint32_t size, uint32_t slices, uint32_t maximum, unsigned oversampling)
         : m_size(size), m_slices(slices), m_maximum(maximum), m_oversampling(oversampling) {}
 
-    // Densities from 0 to 1 become samples from 0 to the maximum, with so many thousandths of it as noise. Writes size *
-    // size samples.
+    // Densities from 0 to 1 become samples from 0 to the maximum, with so many thousandths of it as noise. Writes size
+    // * size samples.
     template <class Sample>
     void drawSlice(uint32_t slice, Sample* to, uint32_t noise) const {
         for (uint32_t y = 0; y < m_size; ++y) {

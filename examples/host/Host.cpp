@@ -36,8 +36,7 @@ std::string fileName(const std::string& path) {
 
 Host::Host(const Options& options)
     : PluginHost(options.settings), m_workerPath(options.settings.workerPath.to_std_string()),
-      m_folder("host", options.folder),
-      m_chaos(options.kills, options.seed, fileName(m_workerPath)),
+      m_folder("host", options.folder), m_chaos(options.kills, options.seed, fileName(m_workerPath)),
       m_progress(kiv::makeObject<kiv::Alarm>(std::function<void()>([this] { showProgress(); }))) {}
 
 bool Host::listOptions() {
@@ -60,6 +59,8 @@ void Host::acquire() {
     if (!start()) return m_folder.complain("it can't begin");
     m_line.emplace();
     showProgress();
+    pump(); // in which the plug-ins' mains begin
+    if (!getPlugins().hasListeners("device:hello")) end("no plug-in knows the device");
     if (!run()) m_folder.complain("the options can't be kept");
     m_progress->cancel();
     m_line.reset();

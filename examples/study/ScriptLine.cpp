@@ -12,11 +12,12 @@ using kivSq::Access;
 using kivSq::VM;
 
 void ScriptLine::bind(const char* name, kiv::RpcChannel& channel, kiv::RpcProvider& provider) {
-    const kivSq::Object root = VM::current()->getRootTable();
-    kivSq::Class<ScriptLine>(VM::current()->getNamespace("example"), "Line")
-        .native<&ScriptLine::call>("call")
-        .method("answer", &ScriptLine::answer);
-    root.set(name, kivSq::Object::from(kiv::makeObject<ScriptLine>(channel, provider)));
+    if (!kivSq::AdapterData::of<ScriptLine>().isInitialized()) {
+        kivSq::Class<ScriptLine>(VM::current()->getNamespace("example"), "Line")
+            .native<&ScriptLine::call>("call")
+            .method("answer", &ScriptLine::answer);
+    }
+    VM::current()->getRootTable().set(name, kivSq::Object::from(kiv::makeObject<ScriptLine>(channel, provider)));
 }
 
 SQInteger ScriptLine::call(SQVM* v) {
