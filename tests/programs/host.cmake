@@ -56,7 +56,7 @@ foreach(plugin common device report)
     expect_part("what is booted" "${line}" "${plugin}")
 endforeach()
 expect_part("what the worker answers" "${said}"
-    "[HOST] acquire sees a phantom of 12 slices; it goes inward, noise 20\n")
+    "[HOST] device_info of acquire: a phantom of 12 slices, inward, noise 20\n")
 string(REGEX MATCHALL "\n +[0-9]+ [|] " bins "${report}")
 list(LENGTH bins count)
 expect_equal("lines of the report: bins and the greatest" ${count} 5)
