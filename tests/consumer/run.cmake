@@ -1,5 +1,6 @@
 # Installs the build tree BUILD_DIR below WORK_DIR, moves the installed tree, and builds and runs the consumer against
 # it: once through find_package, once through pkg-config. Then the tour is taken.
+cmake_minimum_required(VERSION 3.25)
 function(run)
     list(JOIN ARGN " " command)
     message(STATUS "${command}")
