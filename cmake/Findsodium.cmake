@@ -17,5 +17,8 @@ if(sodium_FOUND AND NOT TARGET sodium::sodium)
     if(sodium_LIBRARY MATCHES "\\.(a|lib)$" AND NOT sodium_LIBRARY MATCHES "\\.dll\\.a$")
         # Else the header marks its functions as visible outside.
         set_property(TARGET sodium::sodium PROPERTY INTERFACE_COMPILE_DEFINITIONS SODIUM_STATIC)
+        if(MINGW) # Its own build checks the sizes of copies, which MinGW has in a library of its own.
+            set_property(TARGET sodium::sodium PROPERTY INTERFACE_LINK_LIBRARIES -l:libssp.a)
+        endif()
     endif()
 endif()
