@@ -26,4 +26,13 @@ expect("2: " "NAME is required")
 file(GLOB_RECURSE made RELATIVE "${WORK}" "${WORK}/*")
 list(LENGTH made made)
 expect_equal("files in all" "${made}" "4")
+
+# It boots; another plug-in ends the host when it has come to its end.
+file(WRITE "${WORK}/a/b/z/autoexec.sq" "local info = std.info
+std.info = function(text) { info(text); if (text == \"kamera-ä: step 3\") host.end(\"done\") }")
+run(COMMAND ${kiv} host --plugins a/b)
+expect_equal("status of the host" "${status}" "0")
+foreach(part "[kamera-ä] starting main\n" "kamera-ä: hello, world\n" "kamera-ä: step 3\n" "kamera-ä: bye\n")
+    expect_part("log of the host" "${out}${err}" "${part}")
+endforeach()
 finish()
