@@ -21,6 +21,10 @@ void RpcChannel::addRight(const char* right) {
     m_connection->rightNames.insert(right);
 }
 
+void RpcChannel::requireRight(const char* method, const char* right) {
+    m_connection->requiredRights[method] = right;
+}
+
 void RpcChannel::setCaller(Object* caller) {
     m_connection->caller = caller;
 }

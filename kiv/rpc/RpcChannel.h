@@ -56,6 +56,8 @@ public:
     // What the peer may do and who it is; none and nobody at first. The object is not owned.
     void setRights(std::function<bool(const char* right)> hasRight);
     void addRight(const char* right);
+    // The method is refused to a peer without the right before its handler hears of it; for handlers that ask for none.
+    void requireRight(const char* method, const char* right);
     void setCaller(Object* caller);
     // See RpcContextInternal::getFileTransferTargetPath(); an empty path takes the place away.
     void setTransferTarget(const char* kind, const char* directory);

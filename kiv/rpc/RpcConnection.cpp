@@ -308,6 +308,11 @@ void RpcConnection::onRequest(const Packet& packet) {
         refuse("there is no such method");
         return sendFailure(number, "there is no such method");
     }
+    const auto required = requiredRights.find(method);
+    if (required != requiredRights.end() && !hasRight(required->second.c_str())) {
+        refuse("there is no right to this method");
+        return sendFailure(number, "there is no right to this method");
+    }
     const auto call = makeObject<RpcPeerCall>(shared_from_this(), number, method, packet.getItemCopy(scheme.arguments));
     m_peerCalls.emplace(number, call.get());
     provider->call(RpcContext(call.get()));

@@ -52,6 +52,7 @@ public:
 
     std::function<bool(const char*)> rights;
     Set<String> rightNames;
+    Map<String, String> requiredRights; // of methods
     Object* caller = nullptr;
     Map<String, String> targets;
     uint64_t maximumFileSize = uint64_t{1} << 32;

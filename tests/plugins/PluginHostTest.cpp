@@ -15,6 +15,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace kiv {
@@ -23,7 +24,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using Lines = std::vector<std::string>;
 
 struct PluginHostTest : testing::Test {
@@ -178,6 +178,20 @@ TEST_F(PluginHostTest, EndsInGoodOrderWhenItIsAskedTo) {
     });
     ends("the host ends: its parent is gone", [](HostProcess& host) { host.close_stdin(); });
     ends("the host ends: interrupted", [](HostProcess& host) { EXPECT_TRUE(host.sendBreak()); });
+}
+
+TEST_F(PluginHostTest, AKilledHostsWorkersEndThoughTheyAreBusy) {
+    addPlugin("a", "", R"(if (!("host" in getroottable())) { print("busy"); while (true) {} })");
+    HostProcess host(folder);
+    EXPECT_TRUE(host.waitForLine("[SUBPROCESS] busy"));
+    const std::string caption = "worker process ";
+    const auto line = std::find_if(host.seen.begin(), host.seen.end(),
+                                   [&](const std::string& each) { return each.find(caption) != each.npos; });
+    ASSERT_NE(line, host.seen.end());
+    const int64_t worker = std::stoll(line->substr(line->find(caption) + caption.size()));
+    EXPECT_TRUE(Process::processExists(worker));
+    host.terminate(true);
+    EXPECT_TRUE(host.tickUntil([&] { return !Process::processExists(worker); }));
 }
 
 TEST_F(PluginHostTest, AKillLeavesTheOldOrTheNewStore) {

@@ -5,6 +5,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/CommandLine.h"
 #include "kiv/plugins/ProcessProtocol.h"
+#include "kiv/process/Process.h"
 #include "kiv/rpc/RpcProtocol.h"
 #include "kiv/script/VM.h"
 #include "kiv/system/PluginHost.h"
@@ -49,6 +50,9 @@ public:
     }
 
 private:
+    void onBoot(int32_t) override {
+        logging::MessageStream(1, 2) << "worker process " << Process::getCurrentProcessId();
+    }
     // So many packets of numbers, and the end.
     void onParentPacket(Packet& packet) override {
         for (uint8_t i = 0; i < packet.getPayloadPointer()[0]; ++i) {
