@@ -28,6 +28,7 @@ constexpr unsigned longestPause = 10; // milliseconds: what else the pump has to
 constexpr int mostWorkers = 64;
 constexpr char workersOption[] = "host:workers";
 constexpr char verboseOption[] = "host:verbose";
+constexpr char scriptTimeOption[] = "host:script_time";
 
 using Workers = Vector<SmartPointer<WorkerProcess>>;
 
@@ -104,6 +105,8 @@ void PluginHost::Impl::onOptionChanged(const char* name, const char* value) {
 
 void PluginHost::Impl::obey(std::string_view name) {
     if (name == verboseOption) logging::g_hideVerboseOutputInConsole = options->getValue(verboseOption) != "1";
+    if (name == scriptTimeOption)
+        System::getVM()->setWatchdog(static_cast<unsigned>(std::max(options->getValueAsInt(scriptTimeOption), 0)));
     if (name == workersOption && isStarted && !isStopped)
         setWorkerCount(static_cast<unsigned>(std::clamp(options->getValueAsInt(workersOption), 0, mostWorkers)));
 }
@@ -331,7 +334,10 @@ void PluginHost::declareOptions(OptionsDB& options) {
     options.addOption(workersOption, std::to_string(m_impl->settings.workers).c_str(), "", "Worker processes",
                       "How many worker processes are kept running", 0);
     options.addOption(verboseOption, "0", "", "Verbose log", "1: verbose lines are shown, too", 0);
+    options.addOption(scriptTimeOption, "0", "", "Longest turn of scripts",
+                      "Milliseconds after which a script that does not pause is ended; 0: never", 0);
     m_impl->obey(verboseOption);
+    m_impl->obey(scriptTimeOption);
 }
 
 void PluginHost::setUpWorker(WorkerProcess&) {}

@@ -106,6 +106,15 @@ TEST_F(PluginHostTest, ScriptsDeclareOptionsThatSurviveARestart) {
     }
 }
 
+TEST_F(PluginHostTest, ScriptsThatNeverPauseAreEndedOnRequest) {
+    addPlugin("a", "", "while (true) {}");
+    addPlugin("b", "", "host.end(\"it goes on\")");
+    settings.options = {{"host:script_time", "50"}};
+    EXPECT_TRUE(run([](PluginHost&) {}));
+    EXPECT_EQ(endText, "it goes on");
+    EXPECT_THAT(log.take(), Contains(HasSubstr("the script has run for more than 50 ms")));
+}
+
 TEST_F(PluginHostTest, WhatItCannotUnderstandItDoesNotWrite) {
     settings.options = {{"host:verbose", "1"}, {"no:such", "1"}};
     EXPECT_FALSE(run());
