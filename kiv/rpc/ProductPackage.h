@@ -23,7 +23,7 @@ public:
         uint64_t size = 0;
         Sha256::Digest digest{};
     };
-    struct Manifest {
+    struct KIV_API Manifest {
         String product;
         String version;
         Vector<File> files; // in the order of the names' bytes
