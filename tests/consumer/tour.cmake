@@ -79,6 +79,8 @@ function(without_chance text)
     string(REGEX REPLACE "\n\\[ *[0-9]+\\.[0-9]+\\]" "\n[time]" result "\n${result}")
     string(REGEX REPLACE "0x[0-9a-fA-F]+" "0x" result "${result}")
     string(REGEX REPLACE "GUID:[0-9A-F]+(\\.\\.)?" "GUID" result "${result}")
+    # The worker's line comes from another thread.
+    string(REGEX REPLACE "^(.*)(\n[^\n]*\\[SUBPROCESS\\][^\n]*)(.*)$" "\\1\\3\\2" result "${result}")
     set(${text} "${result}" PARENT_SCOPE)
 endfunction()
 
