@@ -109,7 +109,8 @@ TEST_F(RpcTransferTest, FilesArriveWholeAndTheLineIsNeverFull) {
         EXPECT_EQ(run(give, "down"), "good|100 " + there.utf8("b-down"));
         EXPECT_EQ(here.read("down"), bytes);
         ASSERT_EQ(outcome.files.size(), 1u);
-        EXPECT_EQ(outcome.files[0].first + " " + outcome.files[0].second, "down " + here.utf8("down"));
+        EXPECT_EQ(outcome.files[0].first + " " + outcome.files[0].second,
+                  "down " + Directory::join(here.utf8(""), "down"));
         EXPECT_TRUE(std::is_sorted(outcome.percents.begin(), outcome.percents.end()));
         if (size > 9 * piece) {
             EXPECT_GE(outcome.percents.size(), 3u);
