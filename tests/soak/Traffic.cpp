@@ -31,7 +31,7 @@ std::string digestOf(const std::string& path) {
 void writeFile(const std::string& path, uint32_t seed) {
     std::mt19937 random(seed);
     kiv::Buffer bytes;
-    bytes.resize(random() % largestFile);
+    bytes.resize(static_cast<unsigned>(random() % largestFile));
     for (unsigned i = 0; i < bytes.getSize(); ++i) bytes.getBytePointer()[i] = static_cast<uint8_t>(random());
     bytes.saveToFile(path.c_str());
 }
