@@ -42,7 +42,7 @@ const PacketScheme emptyScheme(2, nullptr, nullptr, "Empty");
 
 TEST(Packet, NewPacketHasHeaderAndDefaults) {
     Packet packet(&every, 5);
-    EXPECT_EQ(packet.convertToBase16String().substr(0, 23), "PKTB16[0500FFFFEB030200"); // port, reply port, id, flags
+    EXPECT_EQ(packet.convertToBase16String().substr(0, 23), "PKTB16[0500FFFFF5030200"); // port, reply port, id, flags
     EXPECT_TRUE(packet.getInteger("u16") == 0 && packet.getFloat("real") == 0.25 && packet.getFloat("single") == 0.5);
     EXPECT_FALSE(packet.getFlushAfterThis());
     packet.addFlag(12);
