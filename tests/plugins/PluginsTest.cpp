@@ -141,7 +141,7 @@ TEST_F(PluginsTest, AllAutoexecsRunBeforeAnyMainWhateverFails) {
     add("ab", "autoexec.sq", "step(\"ab\"); std.sleep(100000); std.sleep_forever(); step(\"ab again\")");
     add("ac", "autoexec.sq", "x <- ;");
     add("ac", "main.sq", "step(\"main ac\"); nothing()");
-    add("ad", "autoexec.sq", std::string("step(\"ad\")\0step(\"hidden\")", 27));
+    add("ad", "autoexec.sq", std::string("step(\"ad\")\0step(\"hidden\")", 25));
     add("ae", "main.sq", "x <- ;");
     add("af", "autoexec.sq", "\xEF\xBB\xBFstep(\"af\")");
     for (const bool verify : {false, true}) {
