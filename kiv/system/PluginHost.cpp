@@ -48,6 +48,8 @@ public:
     bool applySettings();
     void applySetting(const char* name);
     void onOptionChanged(const char* name, const char* value);
+    void requestSave();
+    void save();
     // What the host's own options say.
     void obey(std::string_view name);
     SmartPointer<WorkerProcess> makeWorker(int32_t index);
@@ -97,7 +99,7 @@ PluginHost::Impl::Impl(PluginHost& theHost, Settings theSettings)
 // ---- Options.
 
 void PluginHost::Impl::onOptionChanged(const char* name, const char* value) {
-    isChanged = true;
+    requestSave();
     obey(name);
     scripts->callListeners(name, value);
     host.onOptionChanged(name, value);
@@ -109,6 +111,15 @@ void PluginHost::Impl::obey(std::string_view name) {
         System::getVM()->setWatchdog(static_cast<unsigned>(std::max(options->getValueAsInt(scriptTimeOption), 0)));
     if (name == workersOption && isStarted && !isStopped)
         setWorkerCount(static_cast<unsigned>(std::clamp(options->getValueAsInt(workersOption), 0, mostWorkers)));
+}
+
+void PluginHost::Impl::requestSave() {
+    isChanged = true;
+    if (isStopped) save(); // no pass comes any more: listeners of the shutdown may set options, too
+}
+
+void PluginHost::Impl::save() {
+    if (std::exchange(isChanged, false) && keeper->isOpen()) keeper->saveSoon();
 }
 
 // What is declared by now; false, and logged, while others are left.
@@ -197,7 +208,7 @@ void PluginHost::Impl::tick() {
         worker->stop(0);
         leaving.erase(std::remove(leaving.begin(), leaving.end(), worker), leaving.end());
     }
-    if (std::exchange(isChanged, false) && keeper->isOpen()) keeper->saveSoon();
+    save();
 }
 
 void PluginHost::Impl::tickParent() {
@@ -281,7 +292,7 @@ MemoryStore& PluginHost::getStore() {
 }
 
 void PluginHost::saveSoon() {
-    m_impl->isChanged = true;
+    m_impl->requestSave();
 }
 
 OptionsDB& PluginHost::getOptions() {

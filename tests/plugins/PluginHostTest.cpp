@@ -84,7 +84,10 @@ TEST_F(PluginHostTest, ScriptsDeclareOptionsThatSurviveARestart) {
         print(host.options.declare("no colon", "5"))
         print(host.options.get("a:count") + host.options.has("a:count") + host.options.has("b:c"))
         host.options.onChange("a:count", @(value) print("first " + value))
-        host.options.onChange("a:count", function(value) { throw "second " + value }))",
+        host.options.onChange("a:count", function(value) { throw "second " + value })
+        host.options.declare("a:last", "")
+        import("kiv.System")
+        kiv.System.getPlugins().addListener("shutdown", @(nothing) host.options.set("a:last", "bye")))",
               R"(print(host.options.set("a:count", host.options.getInteger("a:count") + 1))
                  print(host.options.set("b:c", ""))
                  try { host.options.set("a:count", [1]) } catch (e) { print(e) }
@@ -104,6 +107,7 @@ TEST_F(PluginHostTest, ScriptsDeclareOptionsThatSurviveARestart) {
         EXPECT_THAT(lines, Contains("option not set, reason: option 'b:c' does not exist"));
         EXPECT_THAT(lines, Contains("argument 2: expected string or integer, got array"));
         EXPECT_EQ(stored("a:count"), '"' + next + '"');
+        EXPECT_EQ(stored("a:last"), "\"bye\"");
     }
 }
 
