@@ -43,7 +43,12 @@ Item belowStore(const Item& root, Store* store) {
 class PluginHost::Impl : public WorkerProcess::Listener {
 public:
     Impl(PluginHost& host, Settings theSettings);
-    ~Impl() override { scripts->forgetOwner(); }
+    // Others may hold these for longer.
+    ~Impl() override {
+        scripts->forgetOwner();
+        options->setChangeListener(nullptr);
+        updates->setBackupOperation(nullptr);
+    }
 
     bool applySettings();
     void applySetting(const char* name);
