@@ -112,8 +112,8 @@ void PluginHost::Impl::onOptionChanged(const char* name, const char* value) {
 
 void PluginHost::Impl::obey(std::string_view name) {
     if (name == verboseOption) logging::g_hideVerboseOutputInConsole = options->getValue(verboseOption) != "1";
-    if (name == scriptTimeOption)
-        System::getVM()->setWatchdog(static_cast<unsigned>(std::max(options->getValueAsInt(scriptTimeOption), 0)));
+    if (kivSq::VM* const vm = System::getVM(); vm && name == scriptTimeOption)
+        vm->setWatchdog(static_cast<unsigned>(std::max(options->getValueAsInt(scriptTimeOption), 0)));
     if (name == workersOption && isStarted && !isStopped)
         setWorkerCount(static_cast<unsigned>(std::clamp(options->getValueAsInt(workersOption), 0, mostWorkers)));
 }
@@ -217,8 +217,9 @@ void PluginHost::Impl::tick() {
 }
 
 void PluginHost::Impl::tickParent() {
-    if (!parent || parent->tick()) return;
-    const bool isAsked = parent->getEnd() == ParentLink::End::Asked;
+    const SmartPointer<ParentLink> link = parent; // what it calls may stop this
+    if (!link || link->tick()) return;
+    const bool isAsked = link->getEnd() == ParentLink::End::Asked;
     host.end(isAsked ? "asked to end by its parent" : "its parent is gone", End::TerminatedByParent);
 }
 
@@ -276,7 +277,7 @@ void PluginHost::end(const char* why, End reason) {
 
 bool PluginHost::stop() {
     Impl& impl = *m_impl;
-    if (!impl.isStarted || std::exchange(impl.isStopped, true)) return impl.keeper->isSaved();
+    if (!impl.isStarted || std::exchange(impl.isStopped, true)) return !impl.keeper->isOpen() || impl.keeper->isSaved();
     impl.stopWorkers();
     impl.parent = nullptr;
     if (!impl.keeper->isOpen()) return true;
