@@ -68,7 +68,8 @@ public:
             offset = value.getOffset() + static_cast<int>(value.getValueSize());
             add(name.getType() == ValueType::String ? name.asWeakCStr() : "", value);
         }
-        if (m_hashes.size() == Plugins::maximumNumber) tell("", "there are too many");
+        if (m_hashes.size() == Plugins::maximumNumber && offset < static_cast<int>(item.getPlainSize()))
+            tell("", "there are too many");
         if (m_refused > mostRefusalsTold)
             MessageStream(2, 2) << "[PLUGINS] and " << m_refused - mostRefusalsTold << " more of that map";
         return std::move(m_hashes);
