@@ -108,12 +108,13 @@ void ParentLink::Impl::boot(Packet& packet) {
 
 void ParentLink::Impl::runScripts(const Packet& packet) {
     const ProcessProtocol::PluginsHashesScheme& scheme = ProcessProtocol::PluginsHashes;
-    kivSq::VM& vm = *kivSq::VM::current();
+    kivSq::VM* const vm = kivSq::VM::current();
+    if (!vm) return; // a script may have ended it
     const char* const initScript = packet.getString(scheme.initScript);
     const char* const startupScript = packet.getString(scheme.startupScript);
-    if (*initScript) vm.executeString(initScript, "initScript");
-    if (!*startupScript) return;
-    if (const kivSq::Object closure = compile(startupScript, "startupScript")) vm.createThread(closure);
+    if (*initScript) vm->executeString(initScript, "initScript");
+    if (!*startupScript || kivSq::VM::current() != vm) return;
+    if (const kivSq::Object closure = compile(startupScript, "startupScript")) vm->createThread(closure);
 }
 
 ParentLink::ParentLink(Plugins* plugins, RpcProvider* provider) : m_impl(std::make_unique<Impl>(plugins, provider)) {}
