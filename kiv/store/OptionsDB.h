@@ -40,8 +40,8 @@ public:
     OptionsDB& operator=(const OptionsDB&) = delete;
     ~OptionsDB() override;
 
-    // False, and nothing changed, when a text is null or the name has no ":". `mapped` is kept for the application. Of
-    // two declarations of one name, which is logged, look-ups find the first.
+    // False, and nothing changed, when a text is null or the name has no ":". `mapped` is kept with the name,
+    // nothing reads it. Of two declarations of one name, which is logged, look-ups find the first.
     bool addOption(const char* name, const char* defaultValue, const char* mapped, const char* title,
                    const char* description, int flags);
     bool hasOption(const char* name) const;
