@@ -23,7 +23,6 @@ namespace kiv {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using Lines = std::vector<std::string>;
 
