@@ -119,7 +119,9 @@ void ParentLink::Impl::runScripts(const Packet& packet) {
 
 ParentLink::ParentLink(Plugins* plugins, RpcProvider* provider) : m_impl(std::make_unique<Impl>(plugins, provider)) {}
 
-ParentLink::~ParentLink() = default;
+ParentLink::~ParentLink() {
+    m_impl->rpc->close("the worker ends"); // others may keep the channel, which sends by this
+}
 
 bool ParentLink::tick() {
     return m_impl->tick();

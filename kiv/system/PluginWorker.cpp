@@ -50,6 +50,8 @@ void PluginWorker::onTick() {
 }
 
 void PluginWorker::onShutdown() {
+    // Those whose calls end by it still find the parent.
+    if (m_parent) m_parent->getRpc().close("the worker ends");
     // Else the thread that waits for standard input would be waited for.
     m_parent = nullptr;
 }
