@@ -2,7 +2,6 @@
 
 #include "kiv/core/Buffer.h"
 #include "kiv/files/Directory.h"
-#include "kiv/files/File.h"
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/FileSystem.h"
@@ -45,8 +44,10 @@ struct Script {
     Buffer content;
 
     void load(const String& path) {
-        exists = File::exists(path) && content.loadFromFile(path.c_str(), false);
-        if (!exists || !platform::isWritableByAll(std::string(path.view()))) return;
+        const std::string file(path.view());
+        // A pipe would be waited for, and is not part of the digest.
+        exists = platform::fileInfo(file).kind == platform::FileKind::File && content.loadFromFile(file.c_str(), false);
+        if (!exists || !platform::isWritableByAll(file)) return;
         MessageStream(2, 2) << "[PLUGINS] everybody may write to " << path << ", which is left out";
         exists = false;
     }
