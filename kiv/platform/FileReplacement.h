@@ -22,6 +22,8 @@ public:
 
     // False on failure, at once after an earlier one.
     bool write(const void* bytes, size_t size);
+    // Waits until what was written is on the disk; commit() then has nothing to wait for. False as of write().
+    bool flush();
     // Waits until the new contents are on the disk and puts them into place. Once.
     bool commit();
 

@@ -90,8 +90,13 @@ bool FileReplacement::write(const void* bytes, size_t size) {
     return true;
 }
 
+bool FileReplacement::flush() {
+    if (!m_failure.empty()) return false;
+    return ::fsync(static_cast<int>(m_file)) == 0 || fail("can't be flushed to the disk");
+}
+
 bool FileReplacement::replace() {
-    if (::fsync(static_cast<int>(m_file)) != 0) return fail("can't be flushed to the disk");
+    if (!flush()) return false;
     if (::rename(m_newPath.c_str(), m_path.c_str()) != 0) return fail("can't be replaced");
     m_newPath.clear();
     flushFolderOf(m_path);

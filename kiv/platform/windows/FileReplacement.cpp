@@ -70,8 +70,13 @@ bool FileReplacement::write(const void* bytes, size_t size) {
     return true;
 }
 
+bool FileReplacement::flush() {
+    if (!m_failure.empty()) return false;
+    return ::FlushFileBuffers(handle(m_file)) || fail("can't be flushed to the disk");
+}
+
 bool FileReplacement::replace() {
-    if (!::FlushFileBuffers(handle(m_file))) return fail("can't be flushed to the disk");
+    if (!flush()) return false;
     const std::wstring from = widePath(m_newPath), to = widePath(m_path);
     for (int i = 1; !::MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH); ++i) {
         if (i == replaceAttempts || !isBusyError(::GetLastError())) return fail("can't be replaced");
