@@ -37,12 +37,18 @@ bool IncomingFile::write(const ConstByteSpan& bytes) {
     return true;
 }
 
-bool IncomingFile::commit(uint64_t size, const ConstByteSpan& digest, std::string& reason) {
+bool IncomingFile::isWhole(uint64_t size, const ConstByteSpan& digest) {
     const Sha256::Digest own = m_hash.finish();
-    if (size != m_size || !std::equal(own.begin(), own.end(), digest.begin(), digest.end())) {
-        reason = "the file is not what was sent";
-        return false;
-    }
+    return size == m_size && std::equal(own.begin(), own.end(), digest.begin(), digest.end());
+}
+
+// A failure stays for commit() to tell.
+void IncomingFile::flush() {
+    m_replacement.flush();
+    m_isFlushed.store(true, std::memory_order_release);
+}
+
+bool IncomingFile::commit(std::string& reason) {
     if (m_replacement.commit()) return true;
     reason = "the file " + m_replacement.getFailure();
     return false;

@@ -5,6 +5,7 @@
 #include "kiv/platform/FileReplacement.h"
 #include "kiv/platform/FileStream.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -49,13 +50,19 @@ public:
     uint64_t getSize() const { return m_size; }
     const std::string& getFailure() const { return m_replacement.getFailure(); }
     bool write(const ConstByteSpan& bytes);
-    // Puts the file into its place. False with a reason when it is not what was sent, or can't be put there. Once.
-    bool commit(uint64_t size, const ConstByteSpan& digest, std::string& reason);
+    // Whether that is what was written. Once, at the end.
+    bool isWhole(uint64_t size, const ConstByteSpan& digest);
+    // Waits for the disk, for the thread that then calls commit(). Until isFlushed() only getSize() may be called.
+    void flush();
+    bool isFlushed() const { return m_isFlushed.load(std::memory_order_acquire); }
+    // Puts the file into its place. False with a reason when it can't be put there. Once.
+    bool commit(std::string& reason);
 
 private:
     platform::FileReplacement m_replacement;
     uint64_t m_size = 0;
     Sha256 m_hash;
+    std::atomic<bool> m_isFlushed{false};
 };
 
 // Whether a name that comes from elsewhere is one of a file, on every system: no path, no device, and none of those

@@ -136,6 +136,7 @@ void RpcConnection::tick() {
     const auto self = shared_from_this();
     if (m_sendDepth > 0) return;
     handleDeferred();
+    if (m_isOpen) placeFlushed();
     if (m_isOpen) expire();
     if (m_isOpen) serveAll();
     deliver();

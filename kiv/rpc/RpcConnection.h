@@ -7,6 +7,7 @@
 #include "kiv/rpc/RpcChannel.h"
 #include "kiv/rpc/RpcProtocol.h"
 #include "kiv/rpc/RpcProvider.h"
+#include "kiv/tasks/TaskQueue.h"
 
 #include <deque>
 #include <map>
@@ -71,12 +72,13 @@ private:
         String name;
         String path;
         std::unique_ptr<OutgoingFile> out;
-        std::unique_ptr<IncomingFile> in;
+        std::shared_ptr<IncomingFile> in;
         uint32_t lastSign = 0;
         std::optional<uint64_t> total; // of `in`, once it is known
         uint64_t pulled = 0;           // bytes that were asked for
         std::deque<uint32_t> pulls;    // the sizes that `out` has not sent yet
         bool isEndSent = false;
+        bool isFlushing = false; // `in`, on a thread of the pool
     };
     // Whether it is for a call of ours, and its number.
     using TransferKey = std::pair<bool, uint32_t>;
@@ -121,6 +123,9 @@ private:
     void pull(TransferKey key);
     void serve(TransferKey key);
     void serveAll();
+    // Put files into place: one that is all on the disk, resp. those that are by now.
+    void place(TransferKey key);
+    void placeFlushed();
     void sendEnd(TransferKey key, const Sha256::Digest* digest, uint64_t size, const std::string& reason);
     // `reason` empty: the file is where it should be.
     void endTransfer(TransferKey key, const std::string& reason);
@@ -148,7 +153,8 @@ private:
     Transfers m_transfers;
     uint32_t m_lastTransfer = 0;
     std::optional<uint32_t> m_lastPeerTransfer;
-    unsigned m_pieces = 0; // sent since the last tick
+    unsigned m_pieces = 0;                // sent since the last tick
+    SmartPointer<TaskQueue> m_flushQueue; // made with the first large file
 
     uint32_t m_refusalTime;
     unsigned m_refusals = 0; // since then

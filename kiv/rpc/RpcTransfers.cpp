@@ -5,6 +5,8 @@
 #include "kiv/files/Directory.h"
 #include "kiv/platform/FileSystem.h"
 #include "kiv/rpc/RpcConnection.h"
+#include "kiv/tasks/LambdaTask.h"
+#include "kiv/tasks/ThreadPool.h"
 
 #include <algorithm>
 #include <tuple>
@@ -48,7 +50,7 @@ std::string RpcConnection::openOwn(Transfer& transfer, bool isOut) const {
     if (isOut) {
         transfer.out = OutgoingFile::open(transfer.path, reason);
     } else {
-        transfer.in = std::make_unique<IncomingFile>(transfer.path);
+        transfer.in = std::make_shared<IncomingFile>(transfer.path);
         if (!transfer.in->getFailure().empty()) reason = "the file " + transfer.in->getFailure();
     }
     return reason;
@@ -247,11 +249,33 @@ void RpcConnection::onFileEnd(const Packet& packet) {
         if (!transfer->isEndSent) return refuse("the end of a file that has not been sent");
         return endTransfer(key, {});
     }
-    std::string reason;
+    if (transfer->isFlushing) return refuse("the end of a file that has ended");
     const uint64_t size = packet.get(FileEnd.size);
-    if (!transfer->in->commit(size, packet.getByteSpan(FileEnd.digest), reason)) return failTransfer(key, reason);
-    sendEnd(key, nullptr, size, {});
+    if (transfer->total != size || !transfer->in->isWhole(size, packet.getByteSpan(FileEnd.digest)))
+        return failTransfer(key, "the file is not what was sent");
+    if (size <= largestPiece || !ThreadPool::current()) return place(key);
+    // The disk may need seconds for what has come so far.
+    transfer->isFlushing = true;
+    if (!m_flushQueue) m_flushQueue = makeObject<TaskQueue>(TaskQueue::Serial | TaskQueue::IO);
+    m_flushQueue->pushTask(makeTask([in = transfer->in] { in->flush(); }));
+}
+
+void RpcConnection::place(TransferKey key) {
+    const std::shared_ptr<IncomingFile> in = m_transfers.at(key).in;
+    std::string reason;
+    if (!in->commit(reason)) return failTransfer(key, reason);
+    sendEnd(key, nullptr, in->getSize(), {});
     endTransfer(key, {});
+}
+
+void RpcConnection::placeFlushed() {
+    Vector<TransferKey> flushed;
+    for (const auto& [key, transfer] : m_transfers) {
+        if (transfer.isFlushing && transfer.in->isFlushed()) flushed.push_back(key);
+    }
+    for (const TransferKey& key : flushed) {
+        if (m_transfers.contains(key)) place(key);
+    }
 }
 
 void RpcConnection::failTransfer(TransferKey key, const std::string& reason) {

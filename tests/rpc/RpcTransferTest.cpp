@@ -2,7 +2,9 @@
 // flooded.
 
 #include "kiv/files/Directory.h"
+#include "kiv/tasks/ThreadPool.h"
 #include "tests/rpc/Line.h"
+#include "tests/support/Gate.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -120,6 +122,34 @@ TEST_F(RpcTransferTest, FilesArriveWholeAndTheLineIsNeverFull) {
     EXPECT_EQ(there.names(), (Names{"b-up", "b-down"}));
     EXPECT_LE(std::max(line.a.mostWaiting, line.b.mostWaiting), 8u);
     EXPECT_EQ(log.takeOne(), "");
+}
+
+// The disk is waited for on the pool; what ends meanwhile is not put into place behind everybody's back.
+TEST_F(RpcTransferTest, LargeFilesAreFlushedOnThePool) {
+    const auto threads = makeObject<ThreadPool>();
+    const std::string bytes = contents(9 * piece);
+    here.write("file", bytes);
+    begin(fetch, "file");
+    support::waitUntil([&] { return line.run(), outcome.answer != "none"; }, "a large file");
+    EXPECT_EQ(outcome.both(), "good|100 " + there.utf8("b-file"));
+    EXPECT_TRUE(there.read("b-file") == bytes);
+
+    there.write("b-file", "old");
+    uint32_t number = 0;
+    line.passes = [&](Packet& packet) {
+        const bool isEnd = packet.getID() == RpcProtocol::FileEnd.getID();
+        if (!isEnd && packet.getID() != RpcProtocol::Cancel.getID()) return true;
+        for (auto& inbox = line.b.inbox; !inbox.empty(); inbox.pop_front())
+            line.b.channel->onPacket(inbox.front().get());
+        line.b.channel->onPacket(&packet);
+        if (isEnd) line.a.channel->cancel(number);
+        return false;
+    };
+    number = begin(fetch, "file");
+    support::waitUntil([&] { return line.run(), outcome.answer != "none" && there.names() == Names{"b-file"}; },
+                       "the end of a cancelled file");
+    EXPECT_EQ(outcome.both(), "cancelled|-1 cancelled");
+    EXPECT_EQ(there.read("b-file"), "old");
 }
 
 TEST_F(RpcTransferTest, SeveralFilesOfSeveralCallsGoSideBySide) {

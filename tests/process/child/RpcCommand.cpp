@@ -59,8 +59,8 @@ int answerRemoteCalls() {
     const auto channel =
         makeObject<RpcChannel>([&](Packet* packet) { return writer.write(packet), true; }, provider.get());
     line = channel.get();
-    while (const auto packet = reader.read()) {
-        channel->onPacket(packet.get());
+    while (reader.valid()) {
+        if (const auto packet = reader.readTimeout(10, 10)) channel->onPacket(packet.get());
         channel->tick();
     }
     return 0;
