@@ -3,6 +3,7 @@
 #include "kiv/rpc/RpcConnection.h"
 
 #include "kiv/core/Clock.h"
+#include "kiv/logging/ForeignText.h"
 #include "kiv/logging/MessageStream.h"
 #include "kiv/rpc/RpcProtocol.h"
 
@@ -196,7 +197,7 @@ void RpcConnection::endAll() {
 
 // What a peer says may be logged, and is not believed.
 std::string RpcConnection::readReason(const Packet& packet, const PacketField& field) {
-    std::string text = String(packet.getString(field)).utf8_escape_controlcode().to_std_string();
+    std::string text = logging::foreignText(packet.getString(field)).to_std_string();
     return text.empty() ? "failed" : text;
 }
 

@@ -1,5 +1,6 @@
 #include "kiv/rpc/RpcProvider.h"
 
+#include "kiv/logging/ForeignText.h"
 #include "kiv/logging/MessageStream.h"
 
 #include <algorithm>
@@ -41,7 +42,8 @@ bool RpcProvider::call(const RpcContext& context) {
     const Handler handler = found->second.handler;
     const RpcContext call = context;
     const auto fail = [&](const char* message) {
-        logging::MessageStream(3, 2) << "[RPC:" << call.getMethodName() << "] " << message;
+        // It may well be about the arguments.
+        logging::MessageStream(3, 2) << "[RPC:" << call.getMethodName() << "] " << logging::foreignText(message);
         call.result().clear();
         call.finish();
     };

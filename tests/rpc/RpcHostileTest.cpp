@@ -201,9 +201,9 @@ TEST_F(RpcHostileTest, RefusalsAreToldToThePeerAndNothingOfItsTextsIsLogged) {
               "11 there is no such direction");
     EXPECT_EQ(answered(forged(FileOpen, {{"call", 1}, {"transfer", 12}, {"direction", 1}}, {{"name", "../evil"}})),
               "12 this is no name of a file");
-    // The reasons of a peer come without line ends.
-    give(forged(Answer, {{"call", 1}, {"status", 1}}, {{"error", evil}}));
-    EXPECT_EQ(answers.text(), "evil\\nmethod");
+    // The reasons of a peer come as they may be logged.
+    give(forged(Answer, {{"call", 1}, {"status", 1}}, {{"error", "[SUPPORT] " + evil}}));
+    EXPECT_EQ(answers.text(), "(SUPPORT) evil\\nmethod");
     EXPECT_EQ(folder.names(), (std::set<std::string>{"offered", "fetched.new"}));
 }
 
