@@ -28,6 +28,8 @@ kivSq::Object compile(const char* source, const char* name) {
 class ParentLink::Impl {
 public:
     Impl(Plugins* plugins, RpcProvider* provider);
+    // Scripts may keep the channel, which sends by this.
+    ~Impl() { rpc->close("the line to the parent was given up"); }
 
     bool tick();
     void wait(unsigned milliseconds);
@@ -124,6 +126,7 @@ ParentLink::~ParentLink() {
 }
 
 bool ParentLink::tick() {
+    const SmartPointer<ParentLink> keeper(this); // a handler may release it
     return m_impl->tick();
 }
 
