@@ -57,6 +57,7 @@ public:
     void setRights(std::function<bool(const char* right)> hasRight);
     void addRight(const char* right);
     // The method is refused to a peer without the right before its handler hears of it; for handlers that ask for none.
+    // "backup_data" is one, and needs "rpc:backup_data" from the beginning.
     void requireRight(const char* method, const char* right);
     void setCaller(Object* caller);
     // See RpcContextInternal::getFileTransferTargetPath(); an empty path takes the place away.

@@ -53,7 +53,8 @@ public:
 
     std::function<bool(const char*)> rights;
     Set<String> rightNames;
-    Map<String, String> requiredRights; // of methods
+    // Of methods. This one is open to everybody whom a transport lets call at all.
+    Map<String, String> requiredRights{{"backup_data", "rpc:backup_data"}};
     Object* caller = nullptr;
     Map<String, String> targets;
     uint64_t maximumFileSize = uint64_t{1} << 32;

@@ -158,7 +158,6 @@ SmartPointer<WorkerProcess> PluginHost::Impl::makeWorker(int32_t index) {
     auto worker = makeObject<WorkerProcess>(
         settings.workerPath.c_str(), settings.workerArguments,
         WorkerProcess::Setup{hashes, settings.initScript, settings.startupScript, index}, provider.get(), this);
-    worker->getRpc().requireRight("backup_data", "rpc:backup_data"); // it asks for none itself
     for (const String& right : settings.workerRights) worker->getRpc().addRight(right.c_str());
     worker->setWaker([this] { waker.wake(); });
     host.setUpWorker(*worker);

@@ -56,6 +56,16 @@ protected:
     SmartPointer<UpdateMechanism> mechanism = makeObject<UpdateMechanism>();
 };
 
+TEST_F(UpdateUploadTest, ABackupTakesARightThoughItsHandlerAsksForNone) {
+    LogLines lines;
+    int backups = 0;
+    mechanism->setBackupOperation([&] { return ++backups, true; });
+    EXPECT_EQ(line.call("backup_data"), "there is no right to this method");
+    line.b.channel->addRight("rpc:backup_data");
+    EXPECT_EQ(line.call("backup_data"), "good");
+    EXPECT_EQ(backups, 1);
+}
+
 TEST_F(UpdateUploadTest, WholeAndCut) {
     using Cut = std::function<void(uint32_t)>;
     const std::pair<std::string, Cut> cuts[] = {
