@@ -16,6 +16,7 @@ namespace kiv::internal {
 namespace {
 
 constexpr size_t mostPeerCalls = 1024;
+constexpr uint64_t mostPeerBytes = uint64_t{64} << 20; // of their arguments
 // In a second: lines about refused packets, and broken packets, each of which is a line, before no more are looked at.
 constexpr unsigned mostRefusals = 10;
 constexpr unsigned mostMisfits = 10;
@@ -301,7 +302,8 @@ void RpcConnection::onRequest(const Packet& packet) {
     if (m_lastRequest && !isAfter(number, *m_lastRequest)) return refuse("a request with a number that was used");
     m_lastRequest = number;
     const char* const method = packet.getString(scheme.method);
-    if (m_peerCalls.size() >= mostPeerCalls) {
+    // Cancelling a call does not make who answers it let go of it.
+    if (heldCalls >= mostPeerCalls || heldBytes >= mostPeerBytes) {
         refuse("too many calls are open");
         return sendFailure(number, "too many calls are open");
     }

@@ -58,6 +58,9 @@ public:
     Object* caller = nullptr;
     Map<String, String> targets;
     uint64_t maximumFileSize = uint64_t{1} << 32;
+    // Calls of peers that somebody holds, also those that are over, and the bytes of their arguments.
+    size_t heldCalls = 0;
+    uint64_t heldBytes = 0;
 
 private:
     struct OpenCall {

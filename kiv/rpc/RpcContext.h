@@ -48,6 +48,7 @@ public:
 
     // For transports.
     const String& getMethodName() const { return m_method; }
+    const Item& getArguments() const { return m_arguments; }
     const Item& getResult() const { return m_result; }
     // Calls every event handler; one that returns false, or throws, is removed.
     void callEventHandlers();

@@ -9,10 +9,15 @@
 namespace kiv::internal {
 
 RpcPeerCall::RpcPeerCall(std::shared_ptr<RpcConnection> connection, uint32_t number, const char* method, Item arguments)
-    : RpcContextInternal(method, std::move(arguments)), m_connection(std::move(connection)), m_number(number) {}
+    : RpcContextInternal(method, std::move(arguments)), m_connection(std::move(connection)), m_number(number) {
+    ++m_connection->heldCalls;
+    m_connection->heldBytes += getArguments().getPlainSize();
+}
 
 RpcPeerCall::~RpcPeerCall() {
     if (std::exchange(m_isOpen, false)) m_connection->abandon(*this);
+    --m_connection->heldCalls;
+    m_connection->heldBytes -= getArguments().getPlainSize();
 }
 
 void RpcPeerCall::finish() {

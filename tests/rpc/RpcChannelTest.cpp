@@ -130,6 +130,9 @@ TEST(RpcChannelTest, APeerMayHave1024CallsOpen) {
     line.a.channel->call("keep", Item(), good.taker());
     line.run();
     EXPECT_EQ(kept.size(), 1001u);
+    // What nobody wants any more is held, too.
+    for (int i = 0; i < 23; ++i) line.a.channel->cancel(line.a.channel->call("keep", Item(), nullptr));
+    EXPECT_EQ(line.call("keep"), "too many calls are open");
     for (const RpcContext& context : kept) context.finish();
     line.run();
     EXPECT_EQ(good.answers.size(), 1025u);
