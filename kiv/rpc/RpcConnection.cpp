@@ -220,7 +220,7 @@ uint32_t RpcConnection::call(RpcChannel::Call call) {
         packet->setString(RpcProtocol::Request.method, call.method);
         if (!setItem(*packet, RpcProtocol::Request.arguments, call.arguments)) failure = "the arguments are too large";
     }
-    m_calls.emplace(number, OpenCall{std::move(call), {}, now()});
+    m_calls.emplace(number, OpenCall{std::move(call), {}, now(), 0});
     if (failure)
         failCall(number, failure);
     else if (!send(packet.get()))

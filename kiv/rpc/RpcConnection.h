@@ -67,6 +67,7 @@ private:
         RpcChannel::Call call;
         RpcContextInternal::Files received;
         uint32_t lastSign;
+        size_t opened = 0; // files, by the peer
     };
 
     // A file on its way. One of `out` and `in` is there.

@@ -83,6 +83,8 @@ std::string RpcConnection::openForPeer(OpenCall& open, Direction direction, Tran
     const auto isOfThisCall = [&](const auto& each) { return each.first.first && each.second.call == transfer.call; };
     if (std::any_of(m_transfers.begin(), m_transfers.end(), isOfThisCall)) return "another one is on its way";
     if (countTransfers(true) >= mostTransfers) return "too many files are on their way";
+    // Each is a sign of the call, which is to end some day.
+    if (++open.opened > mostFiles) return "there are too many files";
     if (direction == Direction::FromCaller) {
         const auto& files = open.call.files;
         const auto found =
@@ -93,7 +95,6 @@ std::string RpcConnection::openForPeer(OpenCall& open, Direction direction, Tran
     }
     if (direction != Direction::ToCaller) return "there is no such direction";
     if (open.call.receivingDirectory.empty()) return "no files are wanted";
-    if (open.received.size() >= mostFiles) return "there are too many files";
     if (!isPlainFileName(transfer.name)) return "this is no name of a file";
     transfer.path = Directory::join(open.call.receivingDirectory, transfer.name);
     // A link would lead elsewhere.
