@@ -30,7 +30,7 @@ namespace {
 constexpr const char *installCall = "install_update_package", *uploadCall = "upload_update_package",
                      *backupCall = "backup_data";
 constexpr const char* uploadPlace = "update_package";
-constexpr const char *temporaryName = "update_package.upload", *temporarySuffix = ".upload";
+constexpr const char* temporaryName = "update_package.upload"; // and with more behind it, until it is whole
 constexpr const char* installerProgram = "OrvexServerInstaller.exe";
 
 constexpr const char* transferFailed = "the transfer of the update package has failed";
@@ -99,7 +99,7 @@ struct UploadArguments {
         const size_t slash = source.find_last_of("/\\");
         String name = slash == String::npos ? source : source.substr(slash + 1);
         const bool isGood = ResourceLocator::isResourceName(name) && name.size() <= longestName && name.validate() &&
-                            !name.utf8_lowercase().ends_with(temporarySuffix);
+                            !name.utf8_lowercase().view().starts_with(temporaryName);
         return isGood ? name : String();
     }
 };

@@ -198,7 +198,7 @@ TEST_F(UpdateMechanismTest, RefusesUploads) {
     for (const Item& item :
          {Item(), twoOnly, noText, arguments("", 1, digest), arguments("a", 0, digest), arguments("a", 1, "")})
         refused(item, empty);
-    for (const char* name : {"..", "dir/", "a/..", "nul", "C:", "a\\..", "a\n", "update_package.UPLOAD", "\xC3"})
+    for (const char* name : {"..", "dir/", "a/..", "nul", "C:", "a\\..", "a\n", "update_package.UPLOAD.new", "\xC3"})
         refused(arguments(name, 1, digest), "the name of the update package is not valid");
     mechanism->setMaximumPackageSize(1000);
     for (const long long size : {-1ll, 1001ll})
