@@ -88,6 +88,7 @@ bool WorkerProcess::processNext() {
 
 void WorkerProcess::onWorkerChanged(uint32_t life, const char* reason) {
     if (std::exchange(m_knownLife, life) == life) return;
+    m_hasCommanded = false;
     if (life == 0)
         m_rpc->close(reason);
     else
@@ -97,11 +98,12 @@ void WorkerProcess::onWorkerChanged(uint32_t life, const char* reason) {
 
 void WorkerProcess::take(Packet& packet) {
     if (m_rpc->onPacket(&packet)) return;
-    if (packet.getID() == ProcessProtocol::PluginsHashes.getID() ||
-        packet.getID() == ProcessProtocol::Terminate.getID())
+    const short id = packet.getID();
+    if (id != ProcessProtocol::PluginsHashes.getID() && id != ProcessProtocol::Terminate.getID()) {
+        if (m_listener) m_listener->onWorkerPacket(*this, packet);
+    } else if (!std::exchange(m_hasCommanded, true)) {
         logging::MessageStream(2, 2) << "[WORKER " << getIndex() << "] what only a parent may send is ignored";
-    else if (m_listener)
-        m_listener->onWorkerPacket(*this, packet);
+    }
 }
 
 bool WorkerProcess::send(Packet* packet) {

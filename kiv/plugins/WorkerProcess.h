@@ -97,7 +97,8 @@ private:
     const SmartPointer<RpcChannel> m_rpc;
     // Main thread.
     Listener* m_listener;
-    uint32_t m_knownLife = 0; // of the worker that was told of; 0 without one
+    uint32_t m_knownLife = 0;    // of the worker that was told of; 0 without one
+    bool m_hasCommanded = false; // it has sent what only parents may; one line is enough
 
     mutable std::mutex m_mutex;
     // Guarded by it.
