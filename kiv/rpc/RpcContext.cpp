@@ -17,10 +17,9 @@ void RpcContextInternal::callEventHandlers() {
     if (m_eventHandlerCount.load(std::memory_order_relaxed) == 0) return;
     const RpcContext self(this);
     List<EventHandler> handlers = std::exchange(m_eventHandlers, {});
-    const uint32_t clearings = m_clearings;
-    for (auto it = handlers.begin(); it != handlers.end() && clearings == m_clearings;)
+    for (auto it = handlers.begin(); it != handlers.end() && !m_isOver;)
         it = keepsHandler(*it, self) ? std::next(it) : handlers.erase(it);
-    if (clearings == m_clearings) m_eventHandlers.splice(m_eventHandlers.begin(), handlers);
+    if (!m_isOver) m_eventHandlers.splice(m_eventHandlers.begin(), handlers);
     m_eventHandlerCount.store(static_cast<int>(m_eventHandlers.size()), std::memory_order_relaxed);
 }
 
@@ -40,13 +39,13 @@ bool RpcContextInternal::keepsHandler(const EventHandler& handler, const RpcCont
 
 // The handlers may hold the last handle of this call.
 void RpcContextInternal::clearEventHandlers() {
-    ++m_clearings;
+    m_isOver = true;
     m_eventHandlerCount.store(0, std::memory_order_relaxed);
     const List<EventHandler> dropped = std::exchange(m_eventHandlers, {});
 }
 
 void RpcContextInternal::addEventHandler(EventHandler&& handler) {
-    if (!handler) return;
+    if (!handler || m_isOver) return;
     m_eventHandlers.push_back(std::move(handler));
     m_eventHandlerCount.fetch_add(1, std::memory_order_relaxed);
 }

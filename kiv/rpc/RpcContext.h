@@ -8,7 +8,6 @@
 #include "kiv/platform/Compiler.h"
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 
 namespace kiv {
@@ -52,6 +51,7 @@ public:
     const Item& getResult() const { return m_result; }
     // Calls every event handler; one that returns false, or throws, is removed.
     void callEventHandlers();
+    // For good: what is added behind that is dropped, lest a handler keeps its own call.
     void clearEventHandlers();
 
 private:
@@ -66,7 +66,7 @@ private:
     Item::Iterator m_args; // on the arguments
     List<EventHandler> m_eventHandlers;
     std::atomic<int> m_eventHandlerCount{0};
-    uint32_t m_clearings = 0;
+    bool m_isOver = false;
 };
 
 // What a handler of a remote call is given: a handle of the call, to be copied and kept as long as it is answered.

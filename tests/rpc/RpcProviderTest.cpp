@@ -151,6 +151,7 @@ TEST(RpcProviderTest, EventHandlersStayAsLongAsTheyWant) {
         return true;
     });
     EXPECT_EQ(hear(), "c");
+    context.addEventHandler([held = context](const RpcContext&) { return true; });
     EXPECT_EQ(hear(), "");
     EXPECT_EQ(call->getReferenceCount(), before);
 }
