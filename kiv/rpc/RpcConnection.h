@@ -158,6 +158,7 @@ private:
     Transfers m_transfers;
     uint32_t m_lastTransfer = 0;
     std::optional<uint32_t> m_lastPeerTransfer;
+    TransferKey m_lastServed;
     unsigned m_pieces = 0;                // sent since the last tick
     SmartPointer<TaskQueue> m_flushQueue; // made with the first large file
 

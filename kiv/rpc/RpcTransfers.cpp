@@ -18,9 +18,9 @@ using namespace RpcProtocol;
 
 namespace {
 
-constexpr unsigned window = 4;  // pieces that are asked for at once
-constexpr size_t mostPulls = 8; // the same of a peer, whose window may be another
-constexpr unsigned mostPiecesATick = 16;
+constexpr unsigned window = 4;          // pieces that are asked for at once
+constexpr size_t mostPulls = 8;         // the same of a peer, whose window may be another
+constexpr unsigned mostPiecesATick = 4; // each is a millisecond, most of it for the digest
 constexpr size_t mostTransfers = 64;
 constexpr size_t mostFiles = 1024; // of one call
 constexpr int32_t transferTimeout = 30000;
@@ -182,7 +182,11 @@ void RpcConnection::serveAll() {
     for (const auto& [key, transfer] : m_transfers) {
         if (!transfer.pulls.empty()) keys.push_back(key);
     }
-    for (const TransferKey& key : keys) serve(key);
+    // In turns: the first ones may always have something to send.
+    std::rotate(keys.begin(), std::upper_bound(keys.begin(), keys.end(), m_lastServed), keys.end());
+    for (const TransferKey& key : keys) {
+        if (m_pieces < mostPiecesATick) serve(m_lastServed = key);
+    }
 }
 
 void RpcConnection::serve(TransferKey key) {
