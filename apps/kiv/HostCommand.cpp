@@ -10,6 +10,7 @@
 #include "kiv/system/PluginHost.h"
 #include "kiv/system/System.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <chrono>
@@ -95,6 +96,32 @@ int runHost(const HostCommand& command) {
 }
 
 } // namespace
+
+void HostCommand::describe(CLI::App& app) {
+    app.add_option("-p,--plugins", plugins, "The directory that the plug-ins are directories of")
+        ->type_name("DIR")
+        ->required();
+    app.add_option("-s,--store", store, "Where options are kept; made when it is not there")->type_name("FILE");
+    app.add_option("-w,--worker", worker, "The workers' program (this one)")->type_name("PATH");
+    app.add_option("-n,--workers", workers, "How many, from now on: the option host:workers (1 at first)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 64).description(""));
+    app.add_option("--set", settings, "Gives an option this value, from now on; may be repeated")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    app.add_option("--trace", trace, "Write what happened when, as Chrome trace events")->type_name("FILE");
+    app.add_flag("--child", isChild, "Standard input is the pipe of a parent that speaks packets");
+    app.footer(
+        "Boots the plug-ins, first autoexec.sq of all, then main.sq of all, keeps the workers running, which boot the\n"
+        "same plug-ins, and runs until it is interrupted, a script calls host.end(why) or, with --child, the parent\n"
+        "asks it to end or is gone. It then asks the workers to end, gives them five seconds, and writes the store; a\n"
+        "second interrupt ends it at once. The store is also written when an option changes; whenever this program is\n"
+        "killed the file is the old or the new one. Plug-ins are code with all rights of the user who starts this.\n"
+        "A program of --worker is started with --plugins DIR, and is told by packets what to boot.\n"
+        "The exit status is 0 when it has ended in good order, after an interrupt as well, 1 when the store can't be\n"
+        "read or written, an option is unknown or a path wrong, 2 for wrong usage.\n"
+        "    kiv host --plugins plugins --store settings.store --set host:workers=2");
+}
 
 int HostCommand::run() const {
     if (const std::string fault = findFault(*this); !fault.empty()) return fail(fault);

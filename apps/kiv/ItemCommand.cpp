@@ -1,5 +1,6 @@
 #include "ItemCommand.h"
 
+#include "FormOptions.h"
 #include "Text.h"
 
 #include "kiv/data/Item.h"
@@ -7,6 +8,7 @@
 #include "kiv/platform/File.h"
 #include "kiv/platform/StandardInput.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -124,6 +126,21 @@ int Conversion::finish() {
 }
 
 } // namespace
+
+void ItemCommand::describe(CLI::App& app) {
+    app.add_option("texts", texts, "Texts to convert; behind \"--\" they may begin with a dash")->type_name("TEXT");
+    app.add_option("-i,--input", files, "A file to convert, - for standard input; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    app.add_flag("-l,--lines", linewise, "Every line of a file is a text of its own");
+    addSourceForm(app, from);
+    addTargetForm(app, to);
+    app.footer(
+        "Without texts and files it reads standard input. Each input gives one line on standard output (pretty:\n"
+        "several); one that does not decode a message on standard error, and then the exit status is 1.\n"
+        "    kiv item --to base64crc '{\"name\": \"head\", \"slices\": 64}'\n"
+        "    kiv item --from base64crc --to pretty < values.txt");
+}
 
 int ItemCommand::run() const {
     Conversion conversion(*this);

@@ -1,5 +1,6 @@
 #include "PackageCommand.h"
 
+#include "Actions.h"
 #include "LogCatcher.h"
 #include "Progress.h"
 #include "Text.h"
@@ -107,38 +108,69 @@ void list(const ProductPackage::Manifest& manifest) {
                                  file.name.to_std_string()));
 }
 
-bool readAll(const PackageCommand& command, const Signature::PublicKey& key, ProductPackage::Manifest& manifest) {
-    const bool unpacks = command.action == PackageAction::Unpack;
+// Reads the manifest, and then all of the package with `action`, which shows its progress as `verb`.
+template <class Action>
+bool readPackage(const PackageCommand& command, const char* verb, ProductPackage::Manifest& manifest, Action action) {
+    Signature::PublicKey key;
+    if (!readKey(command.key, publicMark, key)) return false;
     LogCatcher catcher;
-    Progress progress(unpacks ? "unpacked" : "verified");
+    Progress progress(verb);
     const auto show = [&progress](uint64_t done, uint64_t total) { return progress.show(done, total), true; };
-    const bool isGood = ProductPackage::readManifest(command.file, key, manifest) &&
-                        (unpacks ? ProductPackage::unpack(command.file, command.folder, key, show)
-                                 : ProductPackage::verify(command.file, key, show));
-    if (!isGood) complainOf(catcher);
-    return isGood;
+    if (ProductPackage::readManifest(command.file, key, manifest) && action(key, show)) return true;
+    complainOf(catcher);
+    return false;
 }
 
-int readPackage(const PackageCommand& command) {
-    Signature::PublicKey key;
+int verifyPackage(const PackageCommand& command) {
     ProductPackage::Manifest manifest;
-    if (!readKey(command.key, publicMark, key) || !readAll(command, key, manifest)) return 1;
-    if (command.action == PackageAction::Unpack) return conclude(manifest, "verified and unpacked");
+    const auto verify = [&](const auto& key, const auto& show) {
+        return ProductPackage::verify(command.file, key, show);
+    };
+    if (!readPackage(command, "verified", manifest, verify)) return 1;
     list(manifest);
     return conclude(manifest, "verified");
 }
 
+int unpackPackage(const PackageCommand& command) {
+    ProductPackage::Manifest manifest;
+    const auto unpack = [&](const auto& key, const auto& show) {
+        return ProductPackage::unpack(command.file, command.folder, key, show);
+    };
+    return readPackage(command, "unpacked", manifest, unpack) ? conclude(manifest, "verified and unpacked") : 1;
+}
+
 } // namespace
 
+void PackageCommand::describe(CLI::App& app) {
+    const auto add = [&](int (*what)(const PackageCommand&), const char* name, const char* description,
+                         const char* first) -> CLI::App& {
+        CLI::App& sub = addAction(app, *this, what, name, description);
+        sub.add_option(first, file, "The package")->required();
+        return sub;
+    };
+    const auto addKey = [this](CLI::App& sub, const char* what) {
+        sub.add_option("-k,--key", key, what)->type_name("FILE")->required();
+    };
+    app.require_subcommand(1);
+    add(makeKeys, "key", "Makes the two keys NAME.secret and NAME.public", "NAME");
+    CLI::App& create = add(createPackage, "create", "Packs a folder", "PACKAGE");
+    create.add_option("FOLDER", folder, "With all files in it and below it, none of them a link")->required();
+    create.add_option("-p,--product", product, "The product's name")->type_name("TEXT")->required();
+    create.add_option("-v,--version", version, "Its version")->type_name("TEXT")->required();
+    addKey(create, "The secret key to sign it with");
+    addKey(add(verifyPackage, "verify", "Checks all of a package, and lists its files", "PACKAGE"), "The public key");
+    CLI::App& unpack = add(unpackPackage, "unpack", "Unpacks a package that is right", "PACKAGE");
+    unpack.add_option("FOLDER", folder, "Which is made, and must not be there")->required();
+    addKey(unpack, "The public key");
+    app.footer("The exit status is 1 when a package is not right or something can't be read or written; nothing is\n"
+               "left of it then.\n"
+               "    kiv package key maker\n"
+               "    kiv package create viewer.package build/viewer -p Viewer -v 1.2 -k maker.secret\n"
+               "    kiv package unpack viewer.package viewer -k maker.public");
+}
+
 int PackageCommand::run() const {
-    switch (action) {
-    case PackageAction::Key:
-        return makeKeys(*this);
-    case PackageAction::Create:
-        return createPackage(*this);
-    default:
-        return readPackage(*this);
-    }
+    return action(*this);
 }
 
 } // namespace kiv::app

@@ -6,6 +6,7 @@
 #include "kiv/data/FilePacketReader.h"
 #include "kiv/platform/Console.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -121,6 +122,18 @@ int Listing::finish() {
 }
 
 } // namespace
+
+void PacketsCommand::describe(CLI::App& app) {
+    app.add_option("file", file, "The packet file")->type_name("FILE")->required();
+    app.add_option("-p,--preview", preview, "Bytes of each payload to show")
+        ->type_name("BYTES")
+        ->check(CLI::Range(0, 4096).description(""))
+        ->capture_default_str();
+    app.footer(
+        "One line for each record: its offset in the file, the size of its payload, the fields of its header, the\n"
+        "version of its scheme, and the first bytes. Of a damaged file (exit status 1) all records before the\n"
+        "damage are listed, and a message gives the offset of the first damaged byte.");
+}
 
 int PacketsCommand::run() const {
     Listing listing(*this);

@@ -8,6 +8,7 @@
 #include "kiv/platform/FileSystem.h"
 #include "kiv/plugins/Plugins.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace kiv::app {
@@ -58,7 +59,19 @@ int fail(const std::string& why) {
 
 } // namespace
 
-int PluginCommand::runNew() const {
+void PluginCommand::describe(CLI::App& app) {
+    app.require_subcommand(1);
+    CLI::App& make = *app.add_subcommand("new", "Writes a plug-in that boots, with comments on what is what");
+    make.add_option("NAME", name, "Its name, and that of its directory")->required();
+    make.add_option("-p,--plugins", plugins, "The directory of plug-ins, made when it is not there")
+        ->type_name("DIR")
+        ->capture_default_str();
+    app.footer("The exit status is 1 when the name is none that a plug-in can have, when there is something of that\n"
+               "name, or when it can't be written.\n"
+               "    kiv plugin new camera --plugins plugins");
+}
+
+int PluginCommand::run() const {
     // Modules have no ".." in their names.
     if (!Plugins::isPluginName(name) || name.find("..") != name.npos)
         return fail(name + ": no name of a plug-in: without separators, control characters and the like");

@@ -7,6 +7,7 @@
 
 #include "kiv/platform/Console.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <condition_variable>
@@ -271,6 +272,13 @@ void Repl::show(const Object& result) {
 }
 
 } // namespace
+
+void ReplCommand::describe(CLI::App& app) {
+    app.footer(
+        "What is typed is run as a script thread, and the value of an expression shown; the last one is _. While\n"
+        "brackets are open the input goes on in the next line. \".help\" tells more. When standard input is no\n"
+        "terminal there are no prompts, and the exit status is 1 when any input has failed.");
+}
 
 int ReplCommand::run() const {
     return Repl().run();

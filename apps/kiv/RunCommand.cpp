@@ -6,8 +6,10 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/script/Access.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace kiv::app {
@@ -34,6 +36,25 @@ int statusOf(const Object& result, bool isGood) {
 }
 
 } // namespace
+
+void RunCommand::describe(CLI::App& app) {
+    app.add_option("script", script, "The script's file")->type_name("SCRIPT")->required();
+    app.footer(
+        "What follows SCRIPT is for the script, which finds it in the array vargv. It runs as a script thread, until\n"
+        "that and all it has started have ended. Modules to import are looked for beside it; the names of the "
+        "engine's\n"
+        "libraries are found at the root, too. What it prints goes to standard output, the log to standard error. The\n"
+        "exit status is the integer that it returns, 1 when it fails or does not compile, 130 after an interrupt; a\n"
+        "second interrupt ends a script that never pauses.");
+}
+
+void RunCommand::takeArguments(std::vector<std::string>& given) {
+    const auto file = std::find_if(given.begin() + 1, given.end(),
+                                   [](const std::string& argument) { return !argument.starts_with('-'); });
+    if (file == given.end()) return;
+    arguments.assign(file + 1, given.end());
+    given.erase(file + 1, given.end());
+}
 
 int RunCommand::run() const {
     int status = failed; // outlives the threads

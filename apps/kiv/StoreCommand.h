@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Command.h"
 #include "ItemForms.h"
 
 #include <limits>
@@ -8,11 +9,9 @@
 
 namespace kiv::app {
 
-enum class StoreAction { Dump, Tree, Get, Set, Copy, Compare };
-
 // kiv store: looks into store files and changes them. Keys are JSON arrays of their elements, or a text.
-struct StoreCommand {
-    StoreAction action = StoreAction::Dump;
+struct StoreCommand final : Command {
+    int (*action)(const StoreCommand&) = nullptr; // one of StoreActions.h
     std::string file;
     std::string secondFile; // to copy to, resp. to compare with
     std::string key = "[]";
@@ -21,8 +20,9 @@ struct StoreCommand {
     unsigned depth = std::numeric_limits<unsigned>::max(); // levels of the tree below the key
     ItemForm form = ItemForm::JSON;
 
+    void describe(CLI::App& app) override;
     // The exit status: 1 when a file is damaged or can't be read or written, an entry is missing, or stores differ.
-    int run() const;
+    int run() const override;
 };
 
 } // namespace kiv::app

@@ -4,7 +4,15 @@
 #include "kiv/system/PluginWorker.h"
 #include "kiv/system/System.h"
 
+#include <CLI/CLI.hpp>
+
 namespace kiv::app {
+
+void WorkerCommand::describe(CLI::App& app) {
+    app.add_option("-p,--plugins", plugins, "The directory that the plug-ins are directories of")->type_name("DIR");
+    app.footer("Started by kiv host: boots what that names, and ends when it is asked to, or when standard input\n"
+               "ends. The exit status is 0.");
+}
 
 int WorkerCommand::run() const {
     System::initialize();
