@@ -10,7 +10,7 @@ RpcChannel::RpcChannel(Send send, RpcProvider* provider)
     : m_connection(std::make_shared<internal::RpcConnection>(std::move(send), provider)) {}
 
 RpcChannel::~RpcChannel() {
-    m_connection->destroy();
+    m_connection->destroy("the channel is gone");
 }
 
 void RpcChannel::setRights(std::function<bool(const char* right)> hasRight) {
@@ -75,6 +75,10 @@ void RpcChannel::open() {
 
 bool RpcChannel::isOpen() const {
     return m_connection->isOpen();
+}
+
+void RpcChannel::end(const char* reason) {
+    m_connection->destroy(reason);
 }
 
 } // namespace kiv

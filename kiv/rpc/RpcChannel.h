@@ -81,6 +81,9 @@ public:
     void close(const char* reason);
     void open();
     bool isOpen() const;
+    // close(), for good, with the calls that are made by those who hear of it: the last words come before this returns,
+    // not with the destructor.
+    void end(const char* reason);
 
 private:
     const std::shared_ptr<internal::RpcConnection> m_connection;

@@ -180,10 +180,10 @@ void RpcConnection::open() {
     m_lastPeerTransfer.reset();
 }
 
-void RpcConnection::destroy() {
+void RpcConnection::destroy(const char* reason) {
     const auto self = shared_from_this();
     m_isDestroyed = true;
-    close("the channel is gone");
+    close(reason);
     if (m_sendDepth == 0) endAll();
 }
 

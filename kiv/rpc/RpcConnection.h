@@ -37,8 +37,8 @@ public:
     void close(const char* reason);
     void open();
     bool isOpen() const { return m_isOpen; }
-    // The channel goes.
-    void destroy();
+    // Closes it for good.
+    void destroy(const char* reason);
 
     // For calls of the peer.
     bool hasRight(const char* right) const;

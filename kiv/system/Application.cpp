@@ -7,6 +7,8 @@ std::atomic<Application*> g_current{nullptr};
 
 } // namespace
 
+const unsigned Application::longestPause;
+
 Application* Application::current() {
     return g_current.load(std::memory_order_acquire);
 }

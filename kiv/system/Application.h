@@ -22,6 +22,10 @@ public:
     virtual void onTick();
     // In System::deinitialize(), while every service still works: the time to stop one's own queues and workers.
     virtual void onShutdown();
+
+protected:
+    // Milliseconds for those who pump: what else the pump has to do does not wake it.
+    static const unsigned longestPause = 10;
 };
 
 } // namespace kiv

@@ -5,11 +5,6 @@
 #include "kiv/system/System.h"
 
 namespace kiv {
-namespace {
-
-constexpr unsigned longestPause = 10; // milliseconds: what else the pump has to do does not wake it
-
-} // namespace
 
 PluginWorker::PluginWorker(const char* pluginsDirectory) {
     Plugins* const plugins = System::getPlugins();
@@ -50,8 +45,8 @@ void PluginWorker::onTick() {
 }
 
 void PluginWorker::onShutdown() {
-    // Those whose calls end by it still find the parent.
-    if (m_parent) m_parent->getRpc().close("the worker ends");
+    // Those whose calls end by it, and who call again, still find the parent.
+    if (m_parent) m_parent->getRpc().end("the worker ends");
     // Else the thread that waits for standard input would be waited for.
     m_parent = nullptr;
 }
