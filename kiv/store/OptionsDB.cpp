@@ -208,6 +208,10 @@ bool OptionsDB::setValue(const char* name, const char* value) {
                                      << "' does not exist";
         return false;
     }
+    if (!m_store) {
+        logging::MessageStream(3, 2) << "option not set, reason: the options have no store";
+        return false;
+    }
     const int flags = getFlags(name);
     if (flags & SupportFlag) {
         logging::MessageStream message(1, logging::StoredFlag | logging::SupportFlag);
@@ -215,7 +219,6 @@ bool OptionsDB::setValue(const char* name, const char* value) {
         if (!(flags & confidentialFlags)) message << ", value='" << logging::foreignText(ownValue) << "'";
     }
     keyOf(ownName.c_str()).store(ownValue);
-    if (!m_store) return false;
     // It may put another in its place.
     const auto listener = m_changeListener;
     try {
