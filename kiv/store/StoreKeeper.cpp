@@ -14,6 +14,17 @@
 
 namespace kiv {
 
+namespace {
+
+constexpr char tooLarge[] = "it has more than 4 GiB";
+
+bool logFailure(TextArg path, const char* reason) {
+    logging::MessageStream(3, 2) << "[STORE] can't save '" << path << "': " << reason;
+    return false;
+}
+
+} // namespace
+
 // Where snapshots go: one is written while another, the newest, waits.
 class StoreKeeper::Saving {
 public:
@@ -41,8 +52,8 @@ public:
         writeWaiting(lock);
         return m_isSaved;
     }
-    void fail(const char* reason) {
-        log(reason);
+    void fail() {
+        logFailure(m_path, tooLarge);
         const std::lock_guard lock(m_mutex);
         m_isSaved = false;
     }
@@ -50,16 +61,16 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_isSaved;
     }
+    bool isBusy() {
+        const std::lock_guard lock(m_mutex);
+        return m_isWriting || (m_waiting && !m_hasFailed);
+    }
 
 private:
     using Lock = std::unique_lock<std::mutex>;
 
     void writeWaiting(Lock& lock);
     bool write(const Buffer& snapshot) noexcept;
-    bool log(const char* reason) const {
-        logging::MessageStream(3, 2) << "[STORE] can't save '" << m_path << "': " << reason;
-        return false;
-    }
 
     const String m_path;
     std::mutex m_mutex;
@@ -94,7 +105,7 @@ bool StoreKeeper::Saving::write(const Buffer& snapshot) noexcept {
     try {
         return StoreFile::saveBlob(snapshot.getConstByteSpan(), m_path);
     } catch (const std::exception& failure) {
-        return log(failure.what());
+        return logFailure(m_path, failure.what());
     }
 }
 
@@ -118,24 +129,24 @@ bool StoreKeeper::open(TextArg path) {
     return true;
 }
 
+std::unique_ptr<Buffer> StoreKeeper::copyStore() const {
+    auto copy = std::make_unique<Buffer>();
+    const auto encoded = [&](MemoryStore& store) {
+        return StoreBlob::encode(store, *copy) ? std::move(copy) : nullptr;
+    };
+    if (m_store->getNumberOfLayers() == 1) return encoded(*m_store);
+    MemoryStore committed(*m_store);
+    while (committed.getNumberOfLayers() > 1) committed.rollback();
+    return encoded(committed);
+}
+
 void StoreKeeper::saveSoon() {
     if (!m_saving) {
         logging::MessageStream(3, 2) << "[STORE] nothing is saved: no file is open";
         return;
     }
-    auto snapshot = std::make_unique<Buffer>();
-    bool isComplete;
-    if (m_store->getNumberOfLayers() == 1) {
-        isComplete = StoreBlob::encode(*m_store, *snapshot);
-    } else {
-        MemoryStore committed(*m_store);
-        while (committed.getNumberOfLayers() > 1) committed.rollback();
-        isComplete = StoreBlob::encode(committed, *snapshot);
-    }
-    if (!isComplete) {
-        m_saving->fail("it has more than 4 GiB");
-        return;
-    }
+    std::unique_ptr<Buffer> snapshot = copyStore();
+    if (!snapshot) return m_saving->fail();
     if (!m_saving->put(std::move(snapshot))) return;
     if (m_queue)
         m_queue->pushTask(makeTask([saving = m_saving] { saving->writeAll(); }));
@@ -145,6 +156,15 @@ void StoreKeeper::saveSoon() {
 
 bool StoreKeeper::flush() {
     return m_saving && m_saving->finish();
+}
+
+bool StoreKeeper::saveCopy(TextArg path) const {
+    const std::unique_ptr<Buffer> copy = copyStore();
+    return copy ? StoreFile::saveBlob(copy->getConstByteSpan(), path) : logFailure(path, tooLarge);
+}
+
+bool StoreKeeper::isBusy() const {
+    return m_saving && m_saving->isBusy();
 }
 
 bool StoreKeeper::isSaved() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kiv/core/Buffer.h"
 #include "kiv/core/Object.h"
 #include "kiv/core/SmartPointer.h"
 #include "kiv/core/String.h"
@@ -37,11 +38,20 @@ public:
     void saveSoon();
     // Returns when nothing is left to be written: true when the last save is on the disk.
     bool flush();
+    // Writes what saveSoon() would to another file, and waits until that is on the disk; false, and logged, when it
+    // can't.
+    bool saveCopy(TextArg path) const;
+    // While a save is being written or waits for that. The owner who saves with each change need not copy the store
+    // meanwhile: one save afterwards has all changes.
+    bool isBusy() const;
     // False from a failed write until one succeeds.
     bool isSaved() const;
 
 private:
     class Saving;
+
+    // What is saved of the store; null when it is too large.
+    std::unique_ptr<Buffer> copyStore() const;
 
     const SmartPointer<MemoryStore> m_store;
     const SmartPointer<TaskQueue> m_queue; // null without a pool
