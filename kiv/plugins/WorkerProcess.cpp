@@ -167,7 +167,7 @@ void WorkerProcess::onProcessStarted() {
         if (m_isToEnd) enqueuePacket(makeObject<Packet>(&ProcessProtocol::Terminate, short{0}).get());
         if (++m_lastLife == 0) ++m_lastLife;
         m_life = m_lastLife;
-        m_events.push_back({m_life, nullptr});
+        m_events.push_back({nullptr, m_life});
     }
     tell();
 }
@@ -176,7 +176,7 @@ void WorkerProcess::onProcessQuit() {
     {
         const std::lock_guard lock(m_mutex);
         m_life = 0;
-        m_events.push_back({0, nullptr});
+        m_events.push_back({});
     }
     tell();
 }
@@ -185,7 +185,7 @@ void WorkerProcess::onPacket(Packet* packet) {
     {
         const std::lock_guard lock(m_mutex);
         m_waitingBytes += packet->getPayloadSize();
-        m_events.push_back({m_life, packet});
+        m_events.push_back({packet});
     }
     tell();
 }

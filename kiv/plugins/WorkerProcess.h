@@ -51,7 +51,8 @@ public:
     // Ends the worker at once; the listener is not told.
     ~WorkerProcess() override;
 
-    // Supervises from now on, until stop() or terminate().
+    // Supervises from now on, until stop() or terminate(). Does nothing while it supervises, also when the worker was
+    // asked to end and is still there.
     void start();
     // Passes on what has come since the last call, for at most some milliseconds, and drives the remote calls. Once a
     // frame.
@@ -80,10 +81,9 @@ protected:
     void onPacket(Packet* packet) override;
 
 private:
-    // A worker that was started, one that is gone (life 0), or a packet.
     struct Event {
-        uint32_t life;
-        SmartPointer<Packet> packet;
+        SmartPointer<Packet> packet; // null: a worker was started, or is gone
+        uint32_t life = 0;           // of the one that was started
     };
 
     bool processNext();
