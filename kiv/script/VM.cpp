@@ -75,6 +75,7 @@ VM* VM::current() {
 }
 
 VM::VM() : m_vm(sq_open(initialStack)) {
+    internal::watchdogLimit = 0; // it may be that of a VM before this one
     internal::installEngine(m_vm, this);
     try {
         build();
@@ -128,7 +129,6 @@ VM::~VM() {
 // What runs at the end of script values finds no VM any more.
 void VM::closeEngine() {
     internal::uninstallEngine();
-    internal::watchdogLimit = 0;
     AdapterData::forgetAll();
     sq_close(m_vm);
 }
