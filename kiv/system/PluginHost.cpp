@@ -10,7 +10,6 @@
 #include "kiv/rpc/UpdateMechanism.h"
 #include "kiv/script/VM.h"
 #include "kiv/store/OptionsDB.h"
-#include "kiv/store/StoreFile.h"
 #include "kiv/store/StoreKeeper.h"
 #include "kiv/system/ScriptOptions.h"
 #include "kiv/system/System.h"
@@ -24,13 +23,19 @@ namespace {
 
 using logging::MessageStream;
 
-constexpr unsigned longestPause = 10; // milliseconds: what else the pump has to do does not wake it
-constexpr int mostWorkers = 64;
+constexpr unsigned mostWorkers = 64;
+constexpr unsigned longestGrace = 3600000;
 constexpr char workersOption[] = "host:workers";
 constexpr char verboseOption[] = "host:verbose";
 constexpr char scriptTimeOption[] = "host:script_time";
 
 using Workers = Vector<SmartPointer<WorkerProcess>>;
+
+// A worker that was asked to end, and when.
+struct Leaving {
+    SmartPointer<WorkerProcess> worker;
+    uint32_t since;
+};
 
 Item belowStore(const Item& root, Store* store) {
     Item key(store);
@@ -61,8 +66,11 @@ public:
     void setWorkerCount(unsigned count);
     void tick();
     void tickParent();
+    void tickLeaving();
+    void endLeaving(WorkerProcess& worker);
+    // Of one that leaves: until it is gone no other works under that.
+    bool isTaken(int32_t index) const;
     void stopWorkers();
-    bool areWorkersLeft() const;
     bool backUp();
 
     void onWorkerStarted(WorkerProcess& worker) override;
@@ -81,7 +89,7 @@ public:
     Item hashes;
     SmartPointer<ParentLink> parent;
     Workers workers;
-    Workers leaving; // asked to end
+    Vector<Leaving> leaving;
     uint64_t workerStarts = 0;
     End end = End::None;
     String endText;
@@ -114,8 +122,8 @@ void PluginHost::Impl::obey(std::string_view name) {
     if (name == verboseOption) logging::g_hideVerboseOutputInConsole = options->getValue(verboseOption) != "1";
     if (kivSq::VM* const vm = System::getVM(); vm && name == scriptTimeOption)
         vm->setWatchdog(static_cast<unsigned>(std::max(options->getValueAsInt(scriptTimeOption), 0)));
-    if (name == workersOption && isStarted && !isStopped)
-        setWorkerCount(static_cast<unsigned>(std::clamp(options->getValueAsInt(workersOption), 0, mostWorkers)));
+    if (name == workersOption && isStarted)
+        setWorkerCount(static_cast<unsigned>(std::max(options->getValueAsInt(workersOption), 0)));
 }
 
 void PluginHost::Impl::requestSave() {
@@ -124,6 +132,8 @@ void PluginHost::Impl::requestSave() {
 }
 
 void PluginHost::Impl::save() {
+    // A copy of the store for every change would take longer than those are apart.
+    if (!isStopped && keeper->isBusy()) return;
     if (std::exchange(isChanged, false) && keeper->isOpen()) keeper->saveSoon();
 }
 
@@ -147,9 +157,9 @@ void PluginHost::Impl::applySetting(const char* name) {
     }
 }
 
-// Beside the store, as it is now.
+// Beside the store. Others wait until it is on the disk: what follows a backup may rely on it.
 bool PluginHost::Impl::backUp() {
-    return !settings.storePath.empty() && StoreFile::save(keeper->getStore(), settings.storePath + ".backup");
+    return keeper->isOpen() && keeper->saveCopy(settings.storePath + ".backup");
 }
 
 // ---- Workers.
@@ -161,15 +171,16 @@ SmartPointer<WorkerProcess> PluginHost::Impl::makeWorker(int32_t index) {
     for (const String& right : settings.workerRights) worker->getRpc().addRight(right.c_str());
     worker->setWaker([this] { waker.wake(); });
     host.setUpWorker(*worker);
-    worker->start();
+    if (!isTaken(index)) worker->start();
     return worker;
 }
 
 void PluginHost::Impl::setWorkerCount(unsigned count) {
+    count = isStopped ? 0 : std::min(count, mostWorkers);
     while (workers.size() < count) workers.push_back(makeWorker(static_cast<int32_t>(workers.size())));
     for (; workers.size() > count; workers.pop_back()) {
         workers.back()->askToEnd();
-        leaving.push_back(workers.back());
+        leaving.push_back({workers.back(), Clock::current().getTime()});
     }
 }
 
@@ -178,24 +189,37 @@ void PluginHost::Impl::onWorkerStarted(WorkerProcess& worker) {
     host.onWorkerStarted(worker);
 }
 
-bool PluginHost::Impl::areWorkersLeft() const {
-    return std::any_of(leaving.begin(), leaving.end(), [](const auto& worker) { return worker->isSupervising(); });
+bool PluginHost::Impl::isTaken(int32_t index) const {
+    return std::any_of(leaving.begin(), leaving.end(),
+                       [index](const Leaving& each) { return each.worker->getIndex() == index; });
+}
+
+void PluginHost::Impl::tickLeaving() {
+    const auto grace = static_cast<int32_t>(std::min(settings.graceTime, longestGrace));
+    for (const auto& [worker, since] : Vector<Leaving>(leaving)) {
+        const bool isOver = !worker->isSupervising();
+        worker->processEvents();
+        if (isOver || Clock::timeDifference(Clock::current().getTime(), since) >= grace) endLeaving(*worker);
+    }
+}
+
+void PluginHost::Impl::endLeaving(WorkerProcess& worker) {
+    const int32_t index = worker.getIndex();
+    const auto place = static_cast<size_t>(index);
+    if (worker.isSupervising())
+        MessageStream(2, 2) << "[HOST] worker " << index << " has not ended in time, and is ended";
+    worker.stop(0);
+    std::erase_if(leaving, [&](const Leaving& each) { return each.worker.get() == &worker; });
+    if (place < workers.size() && !isTaken(index)) workers[place]->start();
 }
 
 void PluginHost::Impl::stopWorkers() {
     setWorkerCount(0);
-    const uint32_t begin = Clock::current().getTime();
-    const auto grace = static_cast<int32_t>(std::min(settings.graceTime, 3600000u));
-    while (areWorkersLeft() && Clock::timeDifference(Clock::current().getTime(), begin) < grace) {
+    while (!leaving.empty()) {
         System::processEvents();
-        waker.wait(longestPause);
+        tickLeaving();
+        if (!leaving.empty()) waker.wait(longestPause);
     }
-    for (const auto& worker : Workers(leaving)) {
-        if (worker->isSupervising())
-            MessageStream(2, 2) << "[HOST] worker " << worker->getIndex() << " has not ended in time, and is ended";
-        worker->stop(0);
-    }
-    leaving.clear();
 }
 
 // ---- Each pass.
@@ -205,13 +229,7 @@ void PluginHost::Impl::tick() {
     tickParent();
     // What is told of workers may change their number.
     for (const auto& worker : Workers(workers)) worker->processEvents();
-    for (const auto& worker : Workers(leaving)) {
-        const bool isOver = !worker->isSupervising();
-        worker->processEvents();
-        if (!isOver) continue;
-        worker->stop(0);
-        leaving.erase(std::remove(leaving.begin(), leaving.end(), worker), leaving.end());
-    }
+    tickLeaving();
     save();
 }
 
@@ -239,7 +257,7 @@ bool PluginHost::start() {
     impl.scripts->bind(*System::getVM());
     onBoot();
     impl.hashes = plugins.getPluginHashesItem();
-    plugins.executeBootstrapScripts(impl.hashes, true);
+    plugins.executeBootstrapScripts(impl.hashes, false);
     if (!impl.applySettings()) {
         for (const auto& [name, value] : impl.toApply)
             MessageStream(3, 2) << "[HOST] there is no option '" << name << "'";

@@ -71,7 +71,8 @@ public:
     const String& getEndText() const;
 
     MemoryStore& getStore();
-    // Has the store written to its file soon, in the background; changes of options do that themselves.
+    // Has the store written to its file in the background, as soon as the write before that has ended; changes of
+    // options do that themselves.
     void saveSoon();
     OptionsDB& getOptions();
     Plugins& getPlugins(); // the System's
@@ -79,7 +80,8 @@ public:
     RpcProvider& getRpcProvider();
     UpdateMechanism& getUpdateMechanism();
 
-    // More workers are started, those too many asked to end.
+    // More workers are started, at most 64 in all, those too many asked to end, and ended after the grace time. One
+    // starts when the one before it of the same index is gone. None does once stop() was called.
     void setWorkerCount(unsigned count);
     unsigned getWorkerCount() const;
     // Requires: index < getWorkerCount().
