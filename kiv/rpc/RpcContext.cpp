@@ -67,7 +67,7 @@ Item& RpcContext::result() const {
 }
 
 void RpcContext::finish() const {
-    m_context->finish();
+    if (!std::exchange(m_context->m_isFinished, true)) m_context->finish();
 }
 
 bool RpcContext::hasRight(const char* right) const {

@@ -67,6 +67,7 @@ private:
     List<EventHandler> m_eventHandlers;
     std::atomic<int> m_eventHandlerCount{0};
     bool m_isOver = false;
+    bool m_isFinished = false; // by a handle
 };
 
 // What a handler of a remote call is given: a handle of the call, to be copied and kept as long as it is answered.
@@ -83,6 +84,7 @@ public:
     // One iterator for all copies: what one reader has taken the next goes on behind.
     Item::Iterator& args() const;
     Item& result() const;
+    // The transport's, the first time.
     void finish() const;
     bool hasRight(const char* right) const;
     Object* getCaller() const;

@@ -7,6 +7,7 @@
 #include "kiv/logging/MessageStream.h"
 #include "kiv/platform/Interrupt.h"
 #include "kiv/process/Process.h"
+#include "kiv/rpc/RpcAnswer.h"
 #include "kiv/rpc/RpcProvider.h"
 #include "kiv/rpc/UploadCheck.h"
 #include "kiv/tasks/LambdaTask.h"
@@ -22,6 +23,7 @@
 
 namespace kiv {
 
+using internal::RpcAnswer;
 using internal::UploadCheck;
 
 namespace {
@@ -42,31 +44,6 @@ bool report(const char* call, const char* message) {
     logging::MessageStream(3, 2) << "[RPC:" << call << "] " << message;
     return false;
 }
-
-// Finishes a call when it goes, with nothing in its result unless that was accepted.
-class Answer {
-public:
-    Answer(const RpcContext& context, const char* call) : m_context(context), m_call(call) {}
-    Answer(const Answer&) = delete;
-    Answer& operator=(const Answer&) = delete;
-    ~Answer() {
-        if (m_isPostponed) return;
-        m_context.result().clear();
-        if (m_isGood) m_context.result().addTrue();
-        m_context.finish();
-    }
-
-    void refuse(const char* message) { report(m_call, message); }
-    void accept() { m_isGood = true; }
-    // Somebody else will finish the call.
-    void postpone() { m_isPostponed = true; }
-
-private:
-    const RpcContext m_context;
-    const char* const m_call;
-    bool m_isGood = false;
-    bool m_isPostponed = false;
-};
 
 bool succeeds(const UpdateMechanism::Operation& operation, const char* call) {
     try {
@@ -164,7 +141,7 @@ void UpdateMechanism::Service::addCall(RpcProvider& provider, const char* call,
                                        const char* parameters) {
     const auto handle = [weak = weak_from_this(), handler, call](const RpcContext& context) {
         if (const std::shared_ptr<Service> self = weak.lock()) return ((*self).*handler)(context);
-        Answer(context, call).refuse("the update mechanism is gone");
+        RpcAnswer(context, call).refuse("the update mechanism is gone");
     };
     provider.addRPC(call, handle, description, parameters);
 }
@@ -196,22 +173,22 @@ bool UpdateMechanism::Service::install(bool isBackedUp) {
 }
 
 void UpdateMechanism::Service::onInstall(const RpcContext& context) {
-    Answer answer(context, installCall);
+    RpcAnswer answer(context, installCall);
     if (!context.hasRight("rpc:install_update_package"))
         return answer.refuse("client tries to use rpc 'install_update_package' without rights");
     if (!backUp()) return answer.refuse("failed to backup data before running update");
     if (!install(true)) return answer.refuse("failed to install update package");
-    answer.accept();
+    answer.accept(Item(true));
 }
 
 // Anybody may ask for a backup whom the transport lets call at all.
 void UpdateMechanism::Service::onBackup(const RpcContext& context) {
-    Answer answer(context, backupCall);
+    RpcAnswer answer(context, backupCall);
     if (!isBackupDue() || !backUp()) answer.refuse("backup_data_failed");
 }
 
 void UpdateMechanism::Service::onUpload(const RpcContext& context) {
-    Answer answer(context, uploadCall);
+    RpcAnswer answer(context, uploadCall);
     if (!context.hasRight("rpc:upload_update_package"))
         return answer.refuse("client tries to use rpc 'upload_update_package' without rights");
     UploadArguments arguments;
@@ -304,11 +281,11 @@ void UpdateMechanism::Service::end(const char* failure) {
     if (!failure && !File::rename(temporary, upload->target))
         failure = "the update package can't be put into its place";
     {
-        Answer answer(upload->context, uploadCall);
+        RpcAnswer answer(upload->context, uploadCall);
         if (failure)
             answer.refuse(failure);
         else
-            answer.accept();
+            answer.accept(Item(true));
     }
     // Now the transport has let go of it.
     if (failure) File::remove(temporary);

@@ -3,6 +3,7 @@
 #include "kiv/core/WeakPointer.h"
 #include "kiv/logging/ForeignText.h"
 #include "kiv/logging/MessageStream.h"
+#include "kiv/rpc/RpcAnswer.h"
 #include "kiv/rpc/RpcProvider.h"
 
 #include <charconv>
@@ -261,17 +262,12 @@ void OptionsDB::registerRpcCalls(RpcProvider* provider) {
     provider->addRPC(
         readCall,
         [weak = WeakPointer<OptionsDB>(this)](const RpcContext& context) {
-            const auto refuse = [](const char* reason) {
-                logging::MessageStream(3, 2) << "[RPC:" << readCall << "] " << reason;
-            };
-            if (!context.hasRight(readRight)) {
-                refuse("client tries to use rpc 'advanced_option_get' without rights");
-            } else if (const SmartPointer<OptionsDB> options = weak.lock()) {
-                context.result().concatItem(options->getOptionsData());
-            } else {
-                refuse("the options are gone");
-            }
-            context.finish();
+            internal::RpcAnswer answer(context, readCall);
+            if (!context.hasRight(readRight))
+                return answer.refuse("client tries to use rpc 'advanced_option_get' without rights");
+            const SmartPointer<OptionsDB> options = weak.lock();
+            if (!options) return answer.refuse("the options are gone");
+            answer.accept(options->getOptionsData());
         },
         "all options: name, title, description, default, flags and value of each", "");
 }
