@@ -83,8 +83,11 @@ int PluginCommand::run() const {
     std::string names;
     for (const File& file : files) {
         const String fileName = String(file.name).replace_all("@", name.c_str());
-        if (!String(file.text).replace_all("@", name.c_str()).saveToFile(Directory::join(directory, fileName)))
+        const String path = Directory::join(directory, fileName);
+        if (!String(file.text).replace_all("@", name.c_str()).saveToFile(path)) {
+            Directory::removeTree(directory);
             return fail(fmt::format("{}/{}: can't be written", directory.view(), fileName.view()));
+        }
         names += (names.empty() ? "" : ", ") + std::string(fileName.view());
     }
     internal::writeStandardOutput(fmt::format("plug-in made: {} ({})\nkiv host --plugins {} boots it\n",
