@@ -15,6 +15,12 @@ namespace {
 using kivSq::Access;
 using Value = kivSq::Object;
 
+// Options are texts that end there.
+void refuseZeroByte(const String& text, SQInteger number) {
+    if (text.find('\0') != String::npos)
+        throw std::invalid_argument("argument " + std::to_string(number) + ": it holds a zero byte");
+}
+
 template <class T>
 T argument(SQVM* v, SQInteger number, T otherwise) {
     if (number + 1 > sq_gettop(v)) return otherwise;
@@ -22,6 +28,12 @@ T argument(SQVM* v, SQInteger number, T otherwise) {
     if (!value.read(v, number + 1))
         throw std::invalid_argument("argument " + std::to_string(number) + ": expected " + value.name());
     return value.get();
+}
+
+String textArgument(SQVM* v, SQInteger number, const String& otherwise = {}) {
+    const String text = argument<String>(v, number, otherwise);
+    refuseZeroByte(text, number);
+    return text;
 }
 
 void endHost(const String& why) {
@@ -56,8 +68,8 @@ SQInteger ScriptOptions::declareOption(SQVM* v) {
     if (!self) return sq_throwerror(v, "native method call on null-pointer");
     const SQInteger arguments = sq_gettop(v) - 1;
     if (arguments < 2 || arguments > 5) return sq_throwerror(v, "invalid argument count on native method call");
-    const String name = argument<String>(v, 1, {}), value = argument<String>(v, 2, {});
-    const String title = argument<String>(v, 3, name), description = argument<String>(v, 4, {});
+    const String name = textArgument(v, 1), value = textArgument(v, 2);
+    const String title = textArgument(v, 3, name), description = textArgument(v, 4);
     const int flags = argument<int>(v, 5, 0);
     const bool isGood =
         self->m_options->addOption(name.c_str(), value.c_str(), "", title.c_str(), description.c_str(), flags);
@@ -72,6 +84,8 @@ bool ScriptOptions::setOption(const String& name, const Value& value) {
         text = std::to_string(number);
     else if (!value.to(text))
         throw std::invalid_argument(std::string("argument 2: expected string or integer, got ") + value.getTypeName());
+    refuseZeroByte(name, 1);
+    refuseZeroByte(text, 2);
     return m_options->setValue(name.c_str(), text.c_str());
 }
 
