@@ -18,7 +18,9 @@ namespace {
 using logging::MessageStream;
 
 constexpr size_t longestName = 255;
-constexpr unsigned mostRefusalsTold = 20; // of one map
+constexpr std::string_view tickEvent = "tick"; // comes in each pass
+constexpr unsigned mostFailures = 20;          // in a row, of a listener of that
+constexpr unsigned mostRefusalsTold = 20;      // of one map
 constexpr char notAName[] = "that is no name of a plug-in";
 
 // For the log: names come from outside.
@@ -38,6 +40,22 @@ bool isBelow(const std::string& path, const std::string& directory) {
            (above.back() == '/' || below[above.size()] == '/');
 }
 
+// The first place that everybody may write to, there or below: a path from `directory` on, "it" for that itself, empty
+// when there is none. What is deeper has no digest.
+std::string findOpenPlace(const std::string& directory, const std::string& below = "", unsigned levels = 64) {
+    const std::string path(Directory::join(directory, below).view());
+    if (platform::isWritableByAll(path)) return below.empty() ? "it" : below;
+    std::string found;
+    Vector<Directory::Entry> entries;
+    if (levels == 0 || !Directory::list(path, entries)) return found;
+    for (size_t i = 0; i < entries.size() && found.empty(); ++i) {
+        const std::string name(Directory::join(below, entries[i].name).view());
+        const bool isWalked = entries[i].isDirectory && !entries[i].isLink;
+        found = findOpenPlace(directory, name, isWalked ? levels - 1 : 0);
+    }
+    return found;
+}
+
 // A script of a plug-in: what was read, once.
 struct Script {
     bool exists = false;
@@ -47,12 +65,15 @@ struct Script {
         const std::string file(path.view());
         // A pipe would be waited for, and is not part of the digest.
         exists = platform::fileInfo(file).kind == platform::FileKind::File && content.loadFromFile(file.c_str(), false);
-        if (!exists || !platform::isWritableByAll(file)) return;
-        MessageStream(2, 2) << "[PLUGINS] everybody may write to " << path << ", which is left out";
-        exists = false;
     }
     const char* getText() const { return reinterpret_cast<const char*>(content.getBytePointer()); }
 };
+
+// Where case does not count two names may be one directory. Links are names of their own.
+bool isFirst(const String& directory, Set<std::string>& all) {
+    const std::string path(directory.view()), canonical = platform::canonicalPath(path);
+    return canonical.empty() || platform::fileInfo(path).isLink || all.insert(canonical).second;
+}
 
 // The map of a received item.
 class HashesReader {
@@ -134,7 +155,7 @@ bool Plugins::hasDirectory() const {
 }
 
 void Plugins::foreachPlugin(std::function<void(const char*)> function) const {
-    if (!hasDirectory()) return;
+    if (!function || !hasDirectory()) return;
     Vector<Directory::Entry> entries;
     if (!Directory::list(m_path, entries)) MessageStream(3, 2) << "[PLUGINS] can't be listed: " << m_path;
     for (const Directory::Entry& entry : entries) {
@@ -154,11 +175,9 @@ bool Plugins::isUsable(std::string_view name) const {
         refuse(name, "it is a link that leads elsewhere");
         return false;
     }
-    if (platform::isWritableByAll(path)) {
-        refuse(name, "everybody may write to it");
-        return false;
-    }
-    return true;
+    const std::string open = findOpenPlace(path);
+    if (!open.empty()) refuse(name, ("everybody may write to " + shown(open).to_std_string()).c_str());
+    return open.empty();
 }
 
 Map<String, unsigned int> Plugins::getPluginHashes() const {
@@ -196,6 +215,7 @@ void Plugins::executeBootstrapScripts(const Item& hashes, bool verifyHashes) {
 Vector<Plugins::Loaded> Plugins::load(const Map<String, unsigned int>& hashes, bool verifyHashes) const {
     Vector<Loaded> all;
     if (hashes.empty() || !hasDirectory()) return all;
+    Set<std::string> directories;
     for (const auto& [name, hash] : hashes) {
         if (!isPluginName(name.view())) {
             refuse(name.view(), notAName);
@@ -207,6 +227,10 @@ Vector<Plugins::Loaded> Plugins::load(const Map<String, unsigned int>& hashes, b
         plugin.main.load(plugin.directory + "/main.sq");
         if (verifyHashes && Directory::getDirectoryHash(plugin.directory) != hash) {
             MessageStream(3, 2) << "[PLUGINS] [" << name << "] is left out: its digest is another";
+            continue;
+        }
+        if (!isFirst(plugin.directory, directories)) {
+            refuse(name, "it is booted by another name");
             continue;
         }
         all.push_back(std::move(plugin));
@@ -251,7 +275,7 @@ void Plugins::executeBootstrapScripts(const Map<String, unsigned int>& hashes, b
 
 void Plugins::addListener(const char* event, const kivSq::Object& closure) {
     if (!closure.isClosure()) throw std::invalid_argument("trying to add a listener of non-closure type");
-    m_listeners[event ? event : ""].push_back(closure);
+    m_listeners[event ? event : ""].push_back(std::make_shared<Listener>(Listener{closure}));
 }
 
 bool Plugins::hasListeners(TextArg event) const {
@@ -261,12 +285,25 @@ bool Plugins::hasListeners(TextArg event) const {
 void Plugins::callListeners(const char* event, const Item& argument) {
     const auto found = m_listeners.find(std::string_view(event ? event : ""));
     if (found == m_listeners.end()) return;
-    // Those of a VM that has ended.
-    std::erase_if(found->second, [](const kivSq::Object& closure) { return !closure.isClosure(); });
+    // Those of a VM that has ended, and those that were dropped.
+    std::erase_if(found->second, [](const auto& listener) { return !listener->closure.isClosure(); });
     const SmartPointer<Plugins> self = getReferenceCount() > 0 ? this : nullptr;
-    const Vector<kivSq::Object> listeners = found->second;
-    for (const kivSq::Object& listener : listeners)
-        if (listener.isClosure()) kivSq::Functor(listener).call(argument);
+    const bool isTick = found->first == tickEvent;
+    const auto listeners = found->second;
+    for (const auto& listener : listeners)
+        if (listener->closure.isClosure()) listener->call(argument, isTick);
+}
+
+// Else a log would have nothing but the failures of each pass.
+void Plugins::Listener::call(const Item& argument, bool isTick) {
+    kivSq::Object result;
+    if (kivSq::Functor(closure).tryCall(result, argument)) {
+        failures = 0;
+    } else if (++failures >= mostFailures && isTick) {
+        MessageStream(3, 2) << "[PLUGINS] a listener of '" << tickEvent << "' is dropped: it has failed "
+                            << mostFailures << " times in a row";
+        closure = {};
+    }
 }
 
 void Plugins::bindSqVM(kivSq::Object* table) {

@@ -10,12 +10,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 namespace kiv {
 
 // The plug-ins of a program: directories of scripts below one directory, each known by its name and a digest of what is
-// in it. Whoever may write there owns the process: plug-ins are code with all its rights. Directories that everybody
-// may write to are refused, but the digest is no signature.
+// in it. Whoever may write there owns the process: plug-ins are code with all its rights. One of which
+// everybody may write to any part is refused, but the digest is no signature.
 // Ownership: counted; System has one. Threads: the main thread. Failures are logged; none stops the other plug-ins.
 class KIV_API Plugins : public Object {
     KIV_OBJECT(Plugins, Object)
@@ -55,7 +56,7 @@ public:
     const Vector<String>& getBooted() const { return m_booted; }
 
     // Calls what scripts have registered for the event, in the order in which they did; those that register meanwhile
-    // are called the next time. What fails is logged.
+    // are called the next time. What fails is logged; of "tick" a listener that fails 20 times in a row is dropped.
     void callListeners(const char* event, const Item& argument);
     bool hasListeners(TextArg event) const;
 
@@ -69,14 +70,20 @@ protected:
 
 private:
     struct Loaded;
+    struct Listener {
+        void call(const Item& argument, bool isTick);
+
+        kivSq::Object closure; // null once it was dropped
+        unsigned failures = 0; // in a row
+    };
 
     bool hasDirectory() const;
     bool isUsable(std::string_view name) const;
     Vector<Loaded> load(const Map<String, unsigned int>& hashes, bool verifyHashes) const;
 
     String m_path;
-    std::map<std::string, Vector<kivSq::Object>, std::less<>> m_listeners; // by the event
-    Vector<kivSq::Object> m_mains;                                         // the functions of the threads
+    std::map<std::string, Vector<std::shared_ptr<Listener>>, std::less<>> m_listeners; // by the event
+    Vector<kivSq::Object> m_mains;                                                     // the functions of the threads
     Vector<String> m_booted;
     uint64_t m_boots = 0;
 };

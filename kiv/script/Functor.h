@@ -20,18 +20,29 @@ public:
 
     template <class... Arguments>
     Object call(const Arguments&... arguments) const {
+        Object result;
+        tryCall(result, arguments...);
+        return result;
+    }
+
+    // The same for those who tell a failure, false, from the result null.
+    template <class... Arguments>
+    bool tryCall(Object& result, const Arguments&... arguments) const {
+        result = {};
         static_assert(sizeof...(Arguments) <= 8, "the engine has room for eight; pass a table or an array");
         SQVM* v = internal::currentEngine();
-        if (!v) return {};
+        if (!v) return false;
         const StackGuard guard(v);
         m_closure.push(v);
         m_environment.push(v);
         const bool isPushed = (Access<std::decay_t<Arguments>>::push(v, arguments) && ...);
         if (!isPushed) {
             internal::logFailedConversion(v);
-            return {};
+            return false;
         }
-        return internal::callTop(v, static_cast<SQInteger>(sizeof...(Arguments)) + 1, true) ? Object(v, -1) : Object();
+        if (!internal::callTop(v, static_cast<SQInteger>(sizeof...(Arguments)) + 1, true)) return false;
+        result = Object(v, -1);
+        return true;
     }
 
 private:
