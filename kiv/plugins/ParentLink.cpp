@@ -28,8 +28,6 @@ kivSq::Object compile(const char* source, const char* name) {
 class ParentLink::Impl {
 public:
     Impl(Plugins* plugins, RpcProvider* provider);
-    // Scripts may keep the channel, which sends by this.
-    ~Impl() { rpc->close("the line to the parent was given up"); }
 
     bool tick();
     void wait(unsigned milliseconds);
@@ -122,7 +120,7 @@ void ParentLink::Impl::runScripts(const Packet& packet) {
 ParentLink::ParentLink(Plugins* plugins, RpcProvider* provider) : m_impl(std::make_unique<Impl>(plugins, provider)) {}
 
 ParentLink::~ParentLink() {
-    m_impl->rpc->close("the worker ends"); // others may keep the channel, which sends by this
+    m_impl->rpc->end("the worker ends"); // others may keep the channel, which sends by this
 }
 
 bool ParentLink::tick() {

@@ -45,7 +45,7 @@ WorkerProcess::WorkerProcess(const char* workerPath, List<String> arguments, Set
 WorkerProcess::~WorkerProcess() {
     m_listener = nullptr;
     terminate();
-    m_rpc->close("the worker was given up");
+    m_rpc->end("the worker was given up");
     m_rpc->setCaller(nullptr);
 }
 

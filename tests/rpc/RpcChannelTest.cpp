@@ -184,6 +184,35 @@ TEST(RpcChannelTest, AnswersMayBringAboutAnything) {
     EXPECT_EQ(answerAll(), (Answers{"good", "the channel is gone"}));
 }
 
+// Others may keep the channel, or drop it while a function of its owner's is at work.
+TEST(RpcChannelTest, OwnersMayGoBeforeTheChannelAndItMayGoBeforeThem) {
+    Line line;
+    std::string said;
+    line.b.provider->addRPC(
+        "ask",
+        [&](const RpcContext& context) {
+            EXPECT_FALSE(context.hasRight("any"));
+            context.finish();
+        },
+        "", "");
+    line.b.channel->setRights([&, big = std::string(100, 'x')](const char*) {
+        line.b.channel.reset();
+        said = big;
+        return true;
+    });
+    EXPECT_EQ(line.call("ask"), "0 answers");
+    EXPECT_EQ(said, std::string(100, 'x'));
+
+    const SmartPointer<RpcChannel> channel = makeObject<RpcChannel>([](Packet*) { return ADD_FAILURE(), false; });
+    Line::Result result;
+    channel->end("given up");
+    channel->open();
+    EXPECT_FALSE(channel->isOpen());
+    channel->call("any", Item(), result.taker());
+    channel->tick();
+    EXPECT_EQ(result.text(), "given up");
+}
+
 TEST(RpcChannelTest, HandlersMayAnswerLateOrNobody) {
     LogLines log;
     Line line;
