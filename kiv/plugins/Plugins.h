@@ -38,7 +38,7 @@ public:
     const String& getPath() const { return m_path; }
 
     // The name of each plug-in, in the order of the directory. Left out are plain files and, logged, other
-    // names, links that lead out of the directory, and what everybody may write to.
+    // names, links that lead out of the directory, and what everybody may write to, or to a part of it.
     void foreachPlugin(std::function<void(const char*)> function) const;
     // By name; what can't be read is logged and left out.
     Map<String, unsigned int> getPluginHashes() const;

@@ -78,6 +78,7 @@ public:
     Plugins& getPlugins(); // the System's
     // What workers, and other transports of the application, may call.
     RpcProvider& getRpcProvider();
+    // Its backup is a copy of the store in the file's name with ".backup" behind; the pump waits until it is written.
     UpdateMechanism& getUpdateMechanism();
 
     // More workers are started, at most 64 in all, those too many asked to end, and ended after the grace time. One

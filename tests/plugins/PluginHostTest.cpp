@@ -92,6 +92,8 @@ TEST_F(PluginHostTest, ScriptsDeclareOptionsThatSurviveARestart) {
                  try { host.options.set("a:count", [1]) } catch (e) { print(e) }
                  try { host.options.declare("a:d", "", [1]) } catch (e) { print(e) }
                  try { host.options.declare("a:d") } catch (e) { print(e) }
+                 try { host.options.declare("a:d\x00e", "") } catch (e) { print("declare: " + e) }
+                 try { host.options.set("a:count", "1\x002") } catch (e) { print("set: " + e) }
                  host.end("it is over"))");
     for (const std::string value : {"5", "6", "41"}) {
         settings.options.clear();
@@ -104,7 +106,10 @@ TEST_F(PluginHostTest, ScriptsDeclareOptionsThatSurviveARestart) {
         EXPECT_THAT(lines, Contains("first " + next));
         EXPECT_THAT(lines, Contains(HasSubstr("second " + next)));
         EXPECT_THAT(lines, Contains("option not set, reason: option 'b:c' does not exist"));
-        EXPECT_THAT(lines, Contains("argument 2: expected string or integer, got array"));
+        for (const char* error : {"argument 2: expected string or integer, got array", "argument 3: expected string",
+                                  "invalid argument count on native method call",
+                                  "declare: argument 1: it holds a zero byte", "set: argument 2: it holds a zero byte"})
+            EXPECT_THAT(lines, Contains(error));
         EXPECT_EQ(stored("a:count"), '"' + next + '"');
         EXPECT_EQ(stored("a:last"), "\"bye\"");
     }
@@ -147,12 +152,23 @@ TEST_F(PluginHostTest, KeepsAsManyWorkersAsTheOptionSays) {
             EXPECT_TRUE(pumpUntil(host, [&] { return countRunning() == count; }));
         }
         EXPECT_EQ(host.getWorkerStarts(), 4u);
+        // One that is replaced at once, and does not end before it is gone.
+        const SmartPointer<WorkerProcess> last(&host.getWorker(2));
+        for (const unsigned count : {2u, 3u, 2u, 3u}) host.setWorkerCount(count);
+        EXPECT_TRUE(pumpUntil(host, [&] {
+            EXPECT_FALSE(last->hasWorker() && host.getWorker(2).isSupervising());
+            return countRunning() == 3;
+        }));
+        EXPECT_EQ(host.getWorkerStarts(), 5u);
         host.getOptions().setValue("host:workers", "-5");
         EXPECT_EQ(host.getWorkerCount(), 0u);
         host.end("");
+        EXPECT_TRUE(host.stop());
+        host.setWorkerCount(1);
+        EXPECT_EQ(host.getWorkerCount(), 0u) << "nobody would end it";
     }));
     const Lines lines = log.take();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "[SUBPROCESS] the worker ends: its parent has asked it to"), 4);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "[SUBPROCESS] the worker ends: its parent has asked it to"), 5);
     EXPECT_EQ(stored("host:workers"), "\"-5\"");
 }
 

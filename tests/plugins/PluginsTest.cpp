@@ -4,7 +4,6 @@
 #include "kiv/plugins/Plugins.h"
 
 #include "kiv/core/Clock.h"
-#include "kiv/data/Packet.h"
 #include "kiv/data/PacketSchemeRegistry.h"
 #include "kiv/files/Directory.h"
 #include "kiv/files/ResourceLocator.h"
@@ -114,16 +113,20 @@ TEST_F(PluginsTest, OnlyDirectoriesOfTheDirectoryArePlugins) {
 }
 
 TEST_F(PluginsTest, WhatEverybodyMayWriteToIsRefused) {
-    add("a", "autoexec.sq", "step(1)");
-    add("b", "autoexec.sq", "step(2)");
-    add("c", "autoexec.sq", "step(3)");
+    for (const char* name : {"a", "b", "c", "d"}) add(name, "autoexec.sq", "step(\"" + std::string(name) + "\")");
+    add("d/deep/er", "module.sq");
+    const Item all = plugins.getPluginHashesItem();
     if (!support::letEverybodyWrite(folder.path("p/b"))) GTEST_SKIP() << "the rights can't be set here";
     ASSERT_TRUE(support::letEverybodyWrite(folder.path("p/c/autoexec.sq")));
-    const Item all = plugins.getPluginHashesItem();
-    EXPECT_EQ(log.takeOne(), "[PLUGINS] [b] is left out: everybody may write to it");
+    ASSERT_TRUE(support::letEverybodyWrite(folder.path("p/d/deep/er/module.sq")));
+    const auto refused = ElementsAre("[PLUGINS] [b] is left out: everybody may write to it",
+                                     "[PLUGINS] [c] is left out: everybody may write to autoexec.sq",
+                                     "[PLUGINS] [d] is left out: everybody may write to deep/er/module.sq");
+    EXPECT_THAT(names(), ElementsAre("a"));
+    EXPECT_THAT(log.take(), refused);
     plugins.executeBootstrapScripts(all, false);
-    EXPECT_THAT(steps(), ElementsAre("1"));
-    EXPECT_THAT(log.takeOne(), StartsWith("[PLUGINS] everybody may write to "));
+    EXPECT_THAT(steps(), ElementsAre("a"));
+    EXPECT_THAT(log.take(), refused);
     ASSERT_TRUE(support::letEverybodyWrite(folder.path("p")));
     plugins.executeBootstrapScripts(all, false);
     EXPECT_THAT(steps(), IsEmpty());
@@ -223,6 +226,15 @@ TEST_F(PluginsTest, ReceivedMapsLeadNowhereElse) {
         EXPECT_TRUE(line.size() < 160 && std::none_of(line.begin(), line.end(), [](char c) { return c == '\x1B'; }));
     }
 
+    // One plug-in, where case does not count.
+    Item twice("GOOD");
+    twice.add(0);
+    twice.addString("good");
+    twice.add(0);
+    plugins.executeBootstrapScripts(twice, false);
+    EXPECT_THAT(steps(), ElementsAre("good"));
+    log.take();
+
     // Keys that are no texts, values that are no digests, half a pair; the first of equal names counts.
     Item map(5);
     map.add(1);
@@ -265,7 +277,7 @@ TEST_F(PluginsTest, ReceivedMapsLeadNowhereElse) {
     EXPECT_LT(log.take().size(), 30u + Plugins::maximumNumber);
 }
 
-TEST_F(PluginsTest, APacketCarriesTheMap) {
+TEST_F(PluginsTest, ProcessesAgreeOnTheirPackets) {
     const auto& scheme = ProcessProtocol::PluginsHashes;
     EXPECT_EQ(PacketSchemeRegistry::find("ProcessProtocol::PluginsHashes"), &scheme);
     EXPECT_EQ(PacketSchemeRegistry::find(1), &ProcessProtocol::Terminate);
@@ -275,17 +287,6 @@ TEST_F(PluginsTest, APacketCarriesTheMap) {
         elements.push_back(std::string(element.name) + std::to_string(static_cast<int>(element.kind)) +
                            (element.isDynamic() ? "" : " of " + std::to_string(element.elementSize * element.count)));
     EXPECT_THAT(elements, ElementsAre("pluginsHashes5", "initScript3", "startupScript3", "index0 of 4"));
-
-    add("a", "autoexec.sq", "step(\"a\")");
-    Packet packet(&scheme, 0);
-    packet.setItem(scheme.pluginsHashes, plugins.getPluginHashesItem());
-    packet.setString(scheme.initScript, "x");
-    packet.set(scheme.index, -2);
-    const auto received = Packet::createFromBase16String(packet.convertToBase16String());
-    ASSERT_TRUE(received && received->fit(&scheme));
-    EXPECT_EQ(received->get(scheme.index), -2);
-    plugins.executeBootstrapScripts(received->getItem(scheme.pluginsHashes), true);
-    EXPECT_THAT(steps(), ElementsAre("a"));
 }
 
 // ---- Listeners.
@@ -319,6 +320,19 @@ plugins.addListener("other", @(x) step("other")))",
     plugins.callListeners(nullptr, Item());
     plugins.callListeners("e", Item("text"));
     EXPECT_THAT(steps(), ElementsAre("1 4", "4", "late"));
+    log.take();
+
+    // Those that fail in each pass, and for ever.
+    vm->executeString(R"(calls <- 0
+plugins.addListener("tick", function(x) { if (++calls != 20) throw "tired" })
+plugins.addListener("tick", @(x) null))",
+                      "test");
+    for (int i = 0; i < 100; ++i) plugins.callListeners("tick", Item());
+    vm->executeString("step(calls)", "test");
+    EXPECT_THAT(steps(), ElementsAre("40"));
+    const Lines told = log.take();
+    EXPECT_EQ(std::count(told.begin(), told.end(), "[SQ.INTERPRETER] tired"), 39);
+    EXPECT_EQ(told.back(), "[PLUGINS] a listener of 'tick' is dropped: it has failed 20 times in a row");
 
     Plugins copy(plugins), moved(std::move(copy));
     moved.callListeners("other", Item());
@@ -328,7 +342,7 @@ plugins.addListener("other", @(x) step("other")))",
     plugins.callListeners("e", Item());
     startVM();
     bind();
-    plugins.callListeners("other", Item());
+    for (const char* event : {"other", "tick"}) plugins.callListeners(event, Item());
     vm->executeString("plugins.addListener(\"e\", @(x) step(\"new\"))", "test");
     plugins.callListeners("e", Item());
     EXPECT_THAT(steps(), ElementsAre("new"));

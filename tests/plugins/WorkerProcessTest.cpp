@@ -287,14 +287,5 @@ TEST_F(WorkerProcessTest, IsEndedWhenItDoesNotEndInTime) {
     EXPECT_THAT(steps, ElementsAre("started", "quit"));
 }
 
-TEST_F(WorkerProcessTest, EndsWithItsParentsPipe) {
-    support::Child child;
-    ASSERT_TRUE(child.start({"--plugins", folder.utf8("p")}));
-    EXPECT_TRUE(child.writeLine("no packet"));
-    child.close_stdin();
-    EXPECT_EQ(child.finish(), 0);
-    EXPECT_THAT(child.lines(), Contains(HasSubstr("the worker ends: its parent is gone")));
-}
-
 } // namespace
 } // namespace kiv

@@ -290,6 +290,25 @@ TEST(RpcChannelTest, ALineMayBeAsShortAsACall) {
     EXPECT_EQ(result.text(), "the channel is gone");
 }
 
+// The last words of those who call again, which may lead to the owner of the channel, come before it goes.
+TEST(RpcChannelTest, AnEndTellsAlsoThoseWhoCallAgain) {
+    auto channel = makeObject<RpcChannel>([](Packet*) { return true; });
+    int told = 0;
+    const auto call = [&](auto& again) -> void {
+        channel->call("there", Item(), [&](const RpcChannel::Answer& answer) {
+            EXPECT_EQ(answer.error, "it ends");
+            if (++told < 5) again(again);
+        });
+    };
+    call(call);
+    channel->end("it ends");
+    EXPECT_EQ(told, 5);
+    channel->open();
+    EXPECT_FALSE(channel->isOpen());
+    channel = nullptr;
+    EXPECT_EQ(told, 5);
+}
+
 // Whatever is lost, every call comes to its end, and nothing is left open.
 TEST(RpcChannelTest, LostPacketsLoseNoCaller) {
     LogLines ignored;

@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <stdexcept>
 
 namespace kiv {
@@ -156,9 +155,11 @@ TEST_F(Options, ListenersMayDoWhatTheyLike) {
     EXPECT_EQ(heard, "long enough to be outside of the object");
 
     const SmartPointer<OptionsDB> unbound(new OptionsDB(Item("root")));
-    unbound->addOption("a:b", "default", "", "", "", 0);
+    unbound->addOption("a:b", "default", "", "", "", OptionsDB::SupportFlag);
+    log.take();
     unbound->setChangeListener([](const char*, const char*) { FAIL() << "nothing was changed"; });
     EXPECT_FALSE(unbound->setValue("a:b", "1"));
+    EXPECT_EQ(log.takeOne(), "option not set, reason: the options have no store");
     EXPECT_EQ(unbound->getValue("a:b"), "default");
 }
 
@@ -206,15 +207,16 @@ TEST_F(Options, CorruptMetadataEndsTheWalkAndIsNoDanger) {
     EXPECT_TRUE(add("a:b", "back", 0) && options->getValue("a:b") == "back");
 }
 
-TEST_F(Options, TakeAsLongToBeFoundHoweverManyThereAre) {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point begin = Clock::now();
+TEST_F(Options, AreFoundWithoutAWalkHoweverManyThereAre) {
     options->clear();
-    constexpr int count = 60000;
+    constexpr int count = 10000;
     for (int i = 0; i < count; ++i)
         options->addOption(("many:" + std::to_string(i)).c_str(), std::to_string(i).c_str(), "", "", "", 0);
-    for (int i = 0; i < count; ++i) ASSERT_EQ(options->getValueAsInt(("many:" + std::to_string(i)).c_str()), i);
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(15)) << "walks would take minutes";
+    Item& meta = OptionsDBPeek::meta(*options);
+    std::string bytes(reinterpret_cast<const char*>(meta.getPlainBytePointer()), meta.getPlainSize());
+    bytes[0] = '\xFF'; // no walk comes past the first
+    meta = support::plain(bytes);
+    for (int i = 1; i < count; ++i) ASSERT_EQ(options->getValueAsInt(("many:" + std::to_string(i)).c_str()), i);
 }
 
 // What a transport gives a handler, with the rights that a test gives it.

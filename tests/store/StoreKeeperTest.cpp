@@ -80,6 +80,8 @@ TEST_F(StoreKeepers, LeaveOutWhatOpenTransactionsHaveChanged) {
     store.set("a", 1);
     for (int i = 2; i < 4; ++i) store.begin(), store.set("a", i), store.set(i, i);
     keeper.saveSoon();
+    const std::string copy = folder.utf8("copy");
+    EXPECT_TRUE(keeper.saveCopy(copy) && numberIn(copy) == 1);
     EXPECT_EQ(numberIn(path), 1);
     EXPECT_EQ(*store.get("a"), Item(3));
     store.commit();
@@ -103,7 +105,9 @@ TEST_F(StoreKeepers, WriteOneAtATimeAndTheNewestNextWhileTheOwnerGoesOn) {
     StoreKeeper keeper;
     ASSERT_TRUE(keeper.open(folder.utf8("later/kept")));
     keeper.saveSoon();
+    EXPECT_TRUE(keeper.isBusy());
     isFailing.pass();
+    EXPECT_TRUE(keeper.isBusy());
     for (int i = 0; i < 100; ++i) {
         keeper.getStore()->set("a", i);
         keeper.saveSoon();
@@ -119,6 +123,7 @@ TEST_F(StoreKeepers, WriteOneAtATimeAndTheNewestNextWhileTheOwnerGoesOn) {
     keeper.saveSoon();
     EXPECT_FALSE(keeper.flush() || keeper.isSaved());
     EXPECT_FALSE(keeper.flush());
+    EXPECT_FALSE(keeper.isBusy()) << "nobody would save again";
     std::filesystem::create_directory(folder.path("later"));
     EXPECT_TRUE(keeper.flush() && keeper.isSaved()) << "what has failed is tried again";
     EXPECT_EQ(numberIn(folder.utf8("later/kept")), 100);
