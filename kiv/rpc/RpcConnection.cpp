@@ -287,7 +287,9 @@ void RpcConnection::onAnswer(const Packet& packet) {
 
 bool RpcConnection::hasRight(const char* right) const {
     if (!m_isOpen || !right) return false;
-    return rightNames.contains(String(right)) || (rights && rights(right));
+    // A copy, and another look: it may end the channel.
+    const auto ask = rights;
+    return rightNames.contains(String(right)) || (ask && ask(right) && m_isOpen);
 }
 
 String RpcConnection::getTarget(const char* kind) const {
