@@ -55,10 +55,13 @@ bool IncomingFile::commit(std::string& reason) {
 }
 
 bool isPlainFileName(std::string_view name) {
-    const String text(name);
-    if (name.empty() || name.size() > 255 || text.utf8_escape_filepath().view() != name) return false;
+    return !name.empty() && name.size() <= 255 && String(name).utf8_escape_filepath().view() == name &&
+           !isTemporaryFileName(name);
+}
+
+bool isTemporaryFileName(std::string_view name) {
     const String stem = String(name.substr(0, name.find_last_not_of("0123456789") + 1)).utf8_lowercase();
-    return !stem.ends_with(".new");
+    return stem.ends_with(".new");
 }
 
 } // namespace kiv::internal

@@ -68,5 +68,7 @@ private:
 // Whether a name that comes from elsewhere is one of a file, on every system: no path, no device, and none of those
 // that files have before they are whole.
 bool isPlainFileName(std::string_view name);
+// Whether it is one of those: of FileReplacement.
+bool isTemporaryFileName(std::string_view name);
 
 } // namespace kiv::internal

@@ -1,6 +1,7 @@
 #include "kiv/rpc/PackageForm.h"
 
 #include "kiv/files/ResourceLocator.h"
+#include "kiv/rpc/FileTransfer.h"
 
 #include <fmt/format.h>
 
@@ -26,7 +27,10 @@ bool isPackageName(const String& name) {
     if (name.size() > ProductPackage::maximumNameSize || !name.validate() || !ResourceLocator::isResourceName(name))
         return false;
     const Vector<String> parts = name.split('/');
-    return std::all_of(parts.begin(), parts.end(), [](const String& part) { return part.size() <= longestPart; });
+    // While "x" is unpacked it is called "x.new", and some systems take "X.new" for that.
+    return std::all_of(parts.begin(), parts.end(), [](const String& part) {
+        return part.size() <= longestPart && !isTemporaryFileName(part.view());
+    });
 }
 
 // Whether one of the folders that the file is in is a file.
