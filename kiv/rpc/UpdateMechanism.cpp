@@ -320,6 +320,7 @@ void UpdateMechanism::setMaximumPackageSize(uint64_t size) {
 
 void UpdateMechanism::registerRpcCalls(RpcProvider* provider) {
     if (!provider) return;
+    provider->setCategory("Updates");
     m_service->addCall(*provider, uploadCall, &Service::onUpload, "Brings in an update package",
                        "file name, size, SHA-256 as hexadecimal text");
     m_service->addCall(*provider, installCall, &Service::onInstall, "Backs up data and installs the update", nullptr);
