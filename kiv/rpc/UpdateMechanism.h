@@ -29,7 +29,9 @@ public:
     // An upload in progress fails.
     ~UpdateMechanism() override;
 
-    // One that throws has failed. A backup is refused while one is in progress, and remote callers get eight a minute.
+    // Both run on the provider's thread, which is usually the main thread, and nothing else does meanwhile: an install
+    // command had better only start the installer. A backup is refused while one is in progress, and remote callers get
+    // eight a minute. One that throws has failed.
     void setBackupOperation(Operation operation);
     void setInstallCommand(Operation operation);
     // Packages must be signed with the secret half of this key (see Signature); without one no upload is accepted.
