@@ -52,7 +52,8 @@ SmartPointer<Packet> packetOf(Input& in, const PacketScheme& scheme) {
         if (element.kind == PacketElementKind::Text) packet->setString(field, names[in.byte() % 4]);
         if (element.isDynamic() && element.hasBytes()) packet->setBuffer(field, bytes.data(), size);
     }
-    if (scheme.getID() == RpcProtocol::FilePull.getID()) packet->set(RpcProtocol::FilePull.size, 1u + size);
+    if (scheme.getID() == RpcProtocol::FilePull.getID())
+        packet->set(RpcProtocol::FilePull.size, RpcProtocol::largestPiece);
     auto raw =
         isRaw ? makeObject<Packet>(size) : Packet::createFromBufferWithManifest(packet->convertToBufferWithManifest());
     if (isRaw) std::copy(bytes.begin(), bytes.end(), raw->getPayloadPointer());

@@ -81,7 +81,7 @@ private:
         uint32_t lastSign = 0;
         std::optional<uint64_t> total; // of `in`, once it is known
         uint64_t pulled = 0;           // bytes that were asked for
-        std::deque<uint32_t> pulls;    // the sizes that `out` has not sent yet
+        size_t pulls = 0;              // that `out` has not answered yet
         bool isEndSent = false;
         bool isFlushing = false; // `in`, on a thread of the pool
     };

@@ -165,13 +165,13 @@ void RpcConnection::onFilePull(const Packet& packet) {
     if (!transfer) return;
     if (!transfer->out) return refuse("a file is asked for at the wrong end");
     const uint64_t offset = packet.get(FilePull.offset), total = transfer->out->getTotal();
-    const uint32_t size = packet.get(FilePull.size);
-    const bool isFirst = transfer->pulls.empty() && !transfer->isEndSent;
-    if (offset != transfer->pulled || (offset >= total && !(total == 0 && isFirst)) || size == 0 ||
-        size > largestPiece || transfer->pulls.size() >= mostPulls)
+    const bool isFirst = transfer->pulls == 0 && !transfer->isEndSent;
+    // Whole pieces only: each is a sign of the call, which smaller ones would keep open for as long as somebody likes.
+    if (offset != transfer->pulled || (offset >= total && !(total == 0 && isFirst)) ||
+        packet.get(FilePull.size) != largestPiece || transfer->pulls >= mostPulls)
         return refuse("a piece of a file that is not the next one is asked for");
-    transfer->pulled += std::min<uint64_t>(size, total - offset);
-    transfer->pulls.push_back(size);
+    transfer->pulled += std::min<uint64_t>(largestPiece, total - offset);
+    ++transfer->pulls;
     touch(*transfer);
     serve(key);
 }
@@ -180,7 +180,7 @@ void RpcConnection::serveAll() {
     m_pieces = 0;
     Vector<TransferKey> keys;
     for (const auto& [key, transfer] : m_transfers) {
-        if (!transfer.pulls.empty()) keys.push_back(key);
+        if (transfer.pulls > 0) keys.push_back(key);
     }
     // In turns: the first ones may always have something to send.
     std::rotate(keys.begin(), std::upper_bound(keys.begin(), keys.end(), m_lastServed), keys.end());
@@ -193,11 +193,11 @@ void RpcConnection::serve(TransferKey key) {
     std::vector<uint8_t> bytes;
     while (m_pieces < mostPiecesATick) {
         const auto found = m_transfers.find(key);
-        if (found == m_transfers.end() || found->second.pulls.empty()) return;
+        if (found == m_transfers.end() || found->second.pulls == 0) return;
         Transfer& transfer = found->second;
         const uint64_t offset = transfer.out->getOffset(), total = transfer.out->getTotal();
-        if (!transfer.out->read(transfer.pulls.front(), bytes)) return failTransfer(key, "the file can't be read");
-        transfer.pulls.pop_front();
+        if (!transfer.out->read(largestPiece, bytes)) return failTransfer(key, "the file can't be read");
+        --transfer.pulls;
         ++m_pieces;
         touch(transfer);
         const auto packet = filePacket(FilePiece, key);

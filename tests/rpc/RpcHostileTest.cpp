@@ -114,9 +114,9 @@ TEST_F(RpcHostileTest, WhatIsNotTheNextPacketChangesNothing) {
     EXPECT_EQ(ignored(forged(FilePiece, {{"transfer", 2}})), "a piece of a file comes from the wrong end");
     EXPECT_EQ(ignored(forged(FileEnd, {{"transfer", 2}})), "the end of a file that has not been sent");
     for (const int64_t offset : {int64_t{-1}, int64_t{1}, int64_t{1} << 62, INT64_MIN})
-        EXPECT_EQ(ignored(forged(FilePull, {{"transfer", 2}, {"offset", offset}, {"size", 1}})),
+        EXPECT_EQ(ignored(forged(FilePull, {{"transfer", 2}, {"offset", offset}, {"size", largestPiece}})),
                   piece + " is asked for");
-    for (const int64_t size : {int64_t{0}, int64_t{largestPiece} + 1, int64_t{-1}})
+    for (const int64_t size : {int64_t{0}, int64_t{1}, int64_t{largestPiece} + 1, int64_t{-1}})
         EXPECT_EQ(ignored(forged(FilePull, {{"transfer", 2}, {"size", size}})), piece + " is asked for");
     const auto pieceOf = [&](int64_t offset, int64_t total, size_t size, int isFromCaller = 0) {
         return ignored(forged(FilePiece,
