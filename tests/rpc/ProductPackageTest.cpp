@@ -102,7 +102,8 @@ TEST_F(ProductPackageTest, RefusesSignedNonsense) {
     for (const std::string& name :
          {std::string(), std::string(".."), std::string("../to2"), std::string("/tmp/x"), std::string("a/../../b"),
           std::string("a//b"), std::string("a/"), std::string("C:x"), std::string("..\\x"), std::string("nul.txt"),
-          std::string("a."), std::string("a\nb"), std::string("a.new"), std::string("A.NEW7/b"), std::string("\xC3"), part, deep})
+          std::string("a."), std::string("a\nb"), std::string("a.new"), std::string("A.NEW7/b"), std::string("\xC3"),
+          part, deep})
         EXPECT_THAT(refusalOf(files({name})), HasSubstr("is no name of a file in a package")) << name;
     EXPECT_EQ(refusalOf(files({"A", "a"})), "\"a\" is there twice");
     EXPECT_EQ(refusalOf(files({"\u00c4", "\u00e4"})), "\"\u00e4\" is there twice");
