@@ -15,8 +15,8 @@
 namespace kiv {
 
 // The plug-ins of a program: directories of scripts below one directory, each known by its name and a digest of what is
-// in it. Whoever may write there owns the process: plug-ins are code with all its rights. One of which
-// everybody may write to any part is refused, but the digest is no signature.
+// in it. Whoever may write there owns the process: plug-ins are code with all its rights. One that everybody may write
+// to, or to a part of it, is refused, but the digest is no signature.
 // Ownership: counted; System has one. Threads: the main thread. Failures are logged; none stops the other plug-ins.
 class KIV_API Plugins : public Object {
     KIV_OBJECT(Plugins, Object)
