@@ -107,6 +107,7 @@ public:
 
     Operation backupOperation;
     Operation installCommand;
+    PackageFilter packageFilter;
     std::optional<Signature::PublicKey> key;
     uint64_t maximumSize = uint64_t{4} << 30;
 
@@ -118,6 +119,7 @@ private:
     bool follow(const std::shared_ptr<Upload>& upload);
     void startCheck(const std::shared_ptr<UploadCheck>& check);
     void endCheck(const UploadCheck* check, const char* failure);
+    bool isWanted(const ProductPackage::Manifest& manifest) const;
     // Null: the package is good.
     void end(const char* failure);
 
@@ -272,7 +274,17 @@ void UpdateMechanism::Service::startCheck(const std::shared_ptr<UploadCheck>& ch
 }
 
 void UpdateMechanism::Service::endCheck(const UploadCheck* check, const char* failure) {
-    if (m_upload && m_upload->check.get() == check) end(check->isStopped() ? transferFailed : failure);
+    const auto isCurrent = [&] { return m_upload && m_upload->check.get() == check; };
+    if (!isCurrent()) return;
+    if (!failure && !check->isStopped() && !isWanted(check->getManifest()))
+        failure = "the update package is not wanted";
+    if (isCurrent()) end(check->isStopped() ? transferFailed : failure);
+}
+
+bool UpdateMechanism::Service::isWanted(const ProductPackage::Manifest& manifest) const {
+    // A copy, for it may set another one.
+    const auto ask = [filter = packageFilter, &manifest] { return !filter || filter(manifest); };
+    return succeeds(ask, uploadCall);
 }
 
 void UpdateMechanism::Service::end(const char* failure) {
@@ -312,6 +324,10 @@ void UpdateMechanism::setPackageKey(const ConstByteSpan& publicKey) {
     }
     std::copy(publicKey.begin(), publicKey.end(), key.begin());
     m_service->key = key;
+}
+
+void UpdateMechanism::setPackageFilter(PackageFilter filter) {
+    m_service->packageFilter = std::move(filter);
 }
 
 void UpdateMechanism::setMaximumPackageSize(uint64_t size) {

@@ -3,6 +3,7 @@
 #include "kiv/core/ByteSpan.h"
 #include "kiv/core/Object.h"
 #include "kiv/platform/Compiler.h"
+#include "kiv/rpc/ProductPackage.h"
 
 #include <cstdint>
 #include <functional>
@@ -22,6 +23,7 @@ class KIV_API UpdateMechanism : public Object {
     KIV_OBJECT(UpdateMechanism, Object)
 public:
     using Operation = std::function<bool()>;
+    using PackageFilter = std::function<bool(const ProductPackage::Manifest&)>;
 
     UpdateMechanism();
     UpdateMechanism(const UpdateMechanism&) = delete;
@@ -36,6 +38,9 @@ public:
     void setInstallCommand(Operation operation);
     // Packages must be signed with the secret half of this key (see Signature); without one no upload is accepted.
     void setPackageKey(const ConstByteSpan& publicKey);
+    // Asked about every upload that is signed and whole, as whether it is this product and not an older version.
+    // Without one all are taken: also what was withdrawn, as whoever may upload can bring it in again.
+    void setPackageFilter(PackageFilter filter);
     // Bytes of an upload; 4 GiB at first.
     void setMaximumPackageSize(uint64_t size);
 

@@ -3,7 +3,6 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/files/File.h"
 #include "kiv/platform/FileStream.h"
-#include "kiv/rpc/ProductPackage.h"
 
 #include <memory>
 
@@ -23,11 +22,13 @@ bool UploadCheck::hasDigest() const {
     return hash.finish() == m_digest;
 }
 
-const char* UploadCheck::run() const {
+const char* UploadCheck::run() {
     if (File::getSize(m_path) != m_size) return "the update package has another size than was announced";
     if (!hasDigest()) return "the update package has another checksum than was announced";
     const auto goOn = [this](uint64_t, uint64_t) { return !m_isStopped; };
-    return ProductPackage::verify(m_path, m_key, goOn) ? nullptr : "the update package is not valid";
+    const bool isGood =
+        ProductPackage::readManifest(m_path, m_key, m_manifest) && ProductPackage::verify(m_path, m_key, goOn);
+    return isGood ? nullptr : "the update package is not valid";
 }
 
 } // namespace kiv::internal

@@ -2,6 +2,7 @@
 
 #include "kiv/core/Sha256.h"
 #include "kiv/core/Signature.h"
+#include "kiv/rpc/ProductPackage.h"
 
 #include <atomic>
 #include <cstdint>
@@ -16,8 +17,11 @@ public:
         : m_path(std::move(path)), m_size(size), m_digest(digest), m_key(key) {}
 
     const std::string& getPath() const { return m_path; }
+    uint64_t getSize() const { return m_size; }
     // What is wrong, a constant; null when it is good.
-    const char* run() const;
+    const char* run();
+    // Once it has been found good.
+    const ProductPackage::Manifest& getManifest() const { return m_manifest; }
     // The result means nothing then.
     void stop() { m_isStopped = true; }
     bool isStopped() const { return m_isStopped; }
@@ -29,6 +33,7 @@ private:
     const uint64_t m_size;
     const Sha256::Digest m_digest;
     const Signature::PublicKey m_key;
+    ProductPackage::Manifest m_manifest;
     std::atomic<bool> m_isStopped{false};
 };
 

@@ -257,8 +257,11 @@ TEST_F(UpdateMechanismTest, FailedUploadsLeaveNothing) {
     const Signature::PublicKey other = Signature::getPublicKey(Signature::createSecretKey());
     mechanism->setPackageKey({other.data(), static_cast<unsigned>(other.size())});
     fails(upload(), small, 100, "the update package is not valid");
-    std::filesystem::create_directories(folder.path("updates/viewer.package"));
     mechanism->setPackageKey({key.data(), static_cast<unsigned>(key.size())});
+    mechanism->setPackageFilter([](const ProductPackage::Manifest& manifest) { return manifest.version != "1.2"; });
+    fails(upload(), small, 100, "the update package is not wanted");
+    mechanism->setPackageFilter([](const ProductPackage::Manifest& manifest) { return manifest.product == "Viewer"; });
+    std::filesystem::create_directories(folder.path("updates/viewer.package"));
     const auto blocked = call(uploadCall, upload());
     folder.write("updates/update_package.upload", small);
     blocked->progress(100);
