@@ -40,7 +40,6 @@ public:
     bool hasRPC(const char* name) const;
     // Of the calls that are added next. The pointer itself is kept: the text must outlive its use.
     void setCategory(const char* category) { m_category = category; }
-    const char* getCategory() const { return m_category; }
 
     // Calls the handler; false, and nothing done, when there is none. It may remove or replace itself.
     bool call(const RpcContext& context);

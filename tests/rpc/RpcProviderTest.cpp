@@ -96,7 +96,6 @@ TEST(RpcProviderTest, ListsByCategoryThenName) {
     provider.setCategory("Later");
     provider.addRPC("b", ignore, nullptr, "file");
     provider.addRPC("a", ignore, nullptr, nullptr);
-    EXPECT_STREQ(provider.getCategory(), "Later");
     text = "gone";
     String all;
     for (const auto& call : provider.getCalls())
@@ -116,9 +115,6 @@ TEST(RpcProviderTest, EveryCopyOfAContextReadsOnWithOneIterator) {
     EXPECT_FALSE(one.args().hasNextElement());
     other.result().addBool(true);
     EXPECT_EQ(call->getResult(), Item(true));
-    EXPECT_EQ(one.getArguments(), arguments);
-    EXPECT_EQ(one.getCaller(), call.get());
-    EXPECT_EQ(one.getFileTransferTargetPath("k"), "k");
 }
 
 TEST(RpcProviderTest, EventHandlersStayAsLongAsTheyWant) {
