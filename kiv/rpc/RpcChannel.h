@@ -62,7 +62,7 @@ public:
     void setCaller(Object* caller);
     // See RpcContextInternal::getFileTransferTargetPath(); an empty path takes the place away.
     void setTransferTarget(const char* kind, const char* directory);
-    // Bytes of one file that is fetched from or sent by the peer; 4 GiB at first.
+    // Bytes of all files together that are fetched from or sent by the peer for one call; 4 GiB at first.
     void setMaximumFileSize(uint64_t size);
 
     // Makes a call; its number, for cancel(). OnAnswer is called by a later onPacket(), tick() or close(), never here.

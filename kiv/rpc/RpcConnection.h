@@ -67,7 +67,8 @@ private:
         RpcChannel::Call call;
         RpcContextInternal::Files received;
         uint32_t lastSign;
-        size_t opened = 0; // files, by the peer
+        size_t opened = 0;          // files, by the peer
+        uint64_t receivedBytes = 0; // of them, as announced
     };
 
     // A file on its way. One of `out` and `in` is there.
@@ -140,6 +141,8 @@ private:
     bool dropTransfers(uint32_t call, bool isOurs);
     void expireTransfers(uint32_t time);
     void touch(Transfer& transfer);
+    // Counts a file of that size as received for its call; false when it would be more than a call may bring.
+    bool takeBytes(const Transfer& transfer, uint64_t total);
 
     RpcChannel::Send m_send;
     SmartPointer<RpcProvider> m_provider;
@@ -191,7 +194,8 @@ public:
     void onProgress(uint64_t size, uint64_t total);
     void onFileEnd(const std::string& reason);
 
-    bool isAnnounced = false; // the connection's
+    bool isAnnounced = false;   // the connection's
+    uint64_t receivedBytes = 0; // the same
 
 private:
     enum class Moving { Nothing, Files, Over, Failed };

@@ -82,6 +82,10 @@ void RpcContext::initiateFileTransfer(int direction, const Vector<Pair<String, S
     m_context->initiateFileTransfer(direction, files);
 }
 
+void RpcContext::setTransferLimit(uint64_t bytes) const {
+    m_context->m_transferLimit = bytes;
+}
+
 bool RpcContext::getFileTransferStatus(int& percent, String& text) const {
     return m_context->getFileTransferStatus(percent, text);
 }

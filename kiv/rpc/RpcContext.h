@@ -8,6 +8,7 @@
 #include "kiv/platform/Compiler.h"
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 
 namespace kiv {
@@ -49,6 +50,7 @@ public:
     const String& getMethodName() const { return m_method; }
     const Item& getArguments() const { return m_arguments; }
     const Item& getResult() const { return m_result; }
+    uint64_t getTransferLimit() const { return m_transferLimit; }
     // Calls every event handler; one that returns false, or throws, is removed.
     void callEventHandlers();
     // For good: what is added behind that is dropped, lest a handler keeps its own call.
@@ -68,6 +70,7 @@ private:
     std::atomic<int> m_eventHandlerCount{0};
     bool m_isOver = false;
     bool m_isFinished = false; // by a handle
+    uint64_t m_transferLimit = UINT64_MAX;
 };
 
 // What a handler of a remote call is given: a handle of the call, to be copied and kept as long as it is answered.
@@ -89,6 +92,8 @@ public:
     bool hasRight(const char* right) const;
     Object* getCaller() const;
     void initiateFileTransfer(int direction, const Vector<Pair<String, String>>& files) const;
+    // Files of more bytes together are not fetched from the caller. A transport has limits of its own.
+    void setTransferLimit(uint64_t bytes) const;
     bool getFileTransferStatus(int& percent, String& text) const;
     String getFileTransferTargetPath(const char* kind) const;
     // Called whenever something about the call changes (a transfer goes on or ends, the caller goes); returns whether

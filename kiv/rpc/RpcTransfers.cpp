@@ -141,6 +141,17 @@ void RpcConnection::touch(Transfer& transfer) {
     if (open != m_calls.end()) open->second.lastSign = transfer.lastSign;
 }
 
+bool RpcConnection::takeBytes(const Transfer& transfer, uint64_t total) {
+    const auto open = m_calls.find(transfer.call);
+    if (!transfer.peerCall && open == m_calls.end()) return false;
+    uint64_t& received = transfer.peerCall ? transfer.peerCall->receivedBytes : open->second.receivedBytes;
+    const uint64_t limit =
+        std::min(maximumFileSize, transfer.peerCall ? transfer.peerCall->getTransferLimit() : maximumFileSize);
+    if (received > limit || total > limit - received) return false;
+    received += total;
+    return true;
+}
+
 // The transfer is looked up again whenever something was sent: the owner of the line may have closed it.
 void RpcConnection::pull(TransferKey key) {
     for (;;) {
@@ -225,7 +236,7 @@ void RpcConnection::onFilePiece(const Packet& packet) {
                             (size < total || !transfer->total) && size + bytes.getSize() <= transfer->pulled &&
                             bytes.getSize() == std::min<uint64_t>(largestPiece, total - size);
     if (!isExpected) return refuse("a piece of a file that is not the next one");
-    if (total > maximumFileSize) return failTransfer(key, "the file is too large");
+    if (!transfer->total && !takeBytes(*transfer, total)) return failTransfer(key, "the file is too large");
     transfer->total = total;
     transfer->pulled = std::min(transfer->pulled, total);
     if (!transfer->in->write(bytes)) return failTransfer(key, "the file " + transfer->in->getFailure());

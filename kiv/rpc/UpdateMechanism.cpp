@@ -231,6 +231,7 @@ void UpdateMechanism::Service::begin(const std::shared_ptr<Upload>& upload, cons
     m_upload = upload;
     try {
         upload->context.addEventHandler(RpcContextInternal::EventHandler(onEvent));
+        upload->context.setTransferLimit(upload->check->getSize());
         upload->context.initiateFileTransfer(RpcContext::FetchFromCaller, {{source, String(upload->check->getPath())}});
         follow(upload);
     } catch (...) { // of the transport

@@ -204,6 +204,20 @@ TEST_F(RpcTransferTest, WhatMustNotOrCanNotBeMovedIsRefused) {
     EXPECT_EQ(run(fetch, "up"), "good|-1 the file is too large");
     line.b.channel->setMaximumFileSize(100);
     EXPECT_EQ(run(fetch, "up"), "good|100 " + there.utf8("b-up"));
+    // The files of a call count together, at both ends.
+    const auto another = [&](const char* path) {
+        return [&, path](RpcChannel::Call& call) {
+            call.arguments.addString("up");
+            call.arguments.addString(there.utf8(path));
+        };
+    };
+    line.b.channel->setMaximumFileSize(199);
+    EXPECT_EQ(run(fetch, "up", another("b-up2")), "good|-1 the file is too large");
+    line.a.channel->setMaximumFileSize(199);
+    there.write("b-up", contents(99));
+    EXPECT_EQ(run(give, "up", another("b-file")), "good|100 " + there.utf8("b-up"));
+    there.write("b-up", contents(100));
+    EXPECT_EQ(run(give, "up", another("b-file")), "good|-1 the file is too large");
     const auto nowhere = [&](RpcChannel::Call& call) {
         call.arguments = Item(fetch);
         call.arguments.addString("up");
