@@ -31,9 +31,9 @@ int complain(const std::string& what) {
 }
 
 int conclude(const ProductPackage::Manifest& manifest, const char* verdict) {
-    internal::writeStandardError(fmt::format("kiv package: {} {}: {} files, {} bytes, {}\n",
-                                             manifest.product.to_std_string(), manifest.version.to_std_string(),
-                                             manifest.files.size(), manifest.getTotalSize(), verdict));
+    internal::writeStandardError(
+        fmt::format("kiv package: {} {}: {} files, {} bytes, {}\n", withoutControls(manifest.product.view()),
+                    withoutControls(manifest.version.view()), manifest.files.size(), manifest.getTotalSize(), verdict));
     return 0;
 }
 
@@ -105,7 +105,7 @@ void list(const ProductPackage::Manifest& manifest) {
     Output output;
     for (const ProductPackage::File& file : manifest.files)
         output.write(fmt::format("{} {:>12} {}\n", Sha256::toText(file.digest).to_std_string(), file.size,
-                                 file.name.to_std_string()));
+                                 withoutControls(file.name.view())));
 }
 
 // Reads the manifest, and then all of the package with `action`, which shows its progress as `verb`.
