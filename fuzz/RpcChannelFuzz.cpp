@@ -1,8 +1,8 @@
+#include "Folder.h"
 #include "Silence.h"
 
 #include "kiv/core/Clock.h"
 #include "kiv/data/Packet.h"
-#include "kiv/files/Directory.h"
 #include "kiv/files/File.h"
 #include "kiv/rpc/RpcChannel.h"
 #include "kiv/rpc/RpcProtocol.h"
@@ -27,15 +27,8 @@ const PacketScheme* const schemes[] = {&RpcProtocol::Request,  &RpcProtocol::Ans
                                        &RpcProtocol::FileOpen, &RpcProtocol::FilePull, &RpcProtocol::FilePiece,
                                        &RpcProtocol::FileEnd};
 
-const String& folder() {
-    static const String path = [] {
-        String all = Directory::join(Directory::getTemporary(), "kiv-rpc-fuzz");
-        Directory::create(all);
-        File::writeFile(Directory::join(all, "offered"), {reinterpret_cast<const uint8_t*>("four"), 4});
-        return all;
-    }();
-    return path;
-}
+const Folder folder;
+const bool isOffered = File::writeFile(folder.path("offered"), {reinterpret_cast<const uint8_t*>("four"), 4});
 
 // A packet of the peer: any bytes, or fields of small values, which mean something more often.
 SmartPointer<Packet> packetOf(Input& in, const PacketScheme& scheme) {
@@ -75,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     provider->addRPC(
         "move",
         [&](const RpcContext& context) {
-            const String path = Directory::join(folder(), "moved");
+            const String path = folder.path("moved");
             context.addEventHandler([&](const RpcContext& self) {
                 int percent = 0;
                 String text;
@@ -85,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             if (in.byte() % 2)
                 context.initiateFileTransfer(RpcContext::FetchFromCaller, {{"new", path}});
             else
-                context.initiateFileTransfer(RpcContext::SendToCaller, {{"x", Directory::join(folder(), "offered")}});
+                context.initiateFileTransfer(RpcContext::SendToCaller, {{"x", String(folder.path("offered"))}});
         },
         "", "");
     unsigned calls = 0, answers = 0;
@@ -98,8 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         } else if (what == 10) {
             RpcChannel::Call call;
             call.method = "any";
-            call.files = {{"offered", Directory::join(folder(), "offered")}};
-            call.receivingDirectory = folder();
+            call.files = {{"offered", String(folder.path("offered"))}};
+            call.receivingDirectory = folder.path();
             call.onAnswer = [&](const RpcChannel::Answer&) { ++answers; };
             channel->call(std::move(call));
             ++calls;
@@ -119,6 +112,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     channel.reset();
     kept.clear();
-    if (answers != calls) std::abort();
+    if (answers != calls || !isOffered) std::abort();
     return 0;
 }
