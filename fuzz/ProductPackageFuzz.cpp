@@ -2,7 +2,7 @@
 
 #include "kiv/files/Directory.h"
 #include "kiv/platform/File.h"
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -8,7 +8,7 @@
 #include "kiv/core/Buffer.h"
 #include "kiv/core/Codecs.h"
 #include "kiv/files/File.h"
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 
 #include <fmt/format.h>
 

@@ -7,12 +7,12 @@
 #include "kiv/plugins/ParentLink.h"
 #include "kiv/plugins/Plugins.h"
 #include "kiv/rpc/RpcProvider.h"
-#include "kiv/rpc/UpdateMechanism.h"
 #include "kiv/script/VM.h"
 #include "kiv/store/OptionsDB.h"
 #include "kiv/store/StoreKeeper.h"
 #include "kiv/system/ScriptOptions.h"
 #include "kiv/system/System.h"
+#include "kiv/updates/UpdateMechanism.h"
 
 #include <algorithm>
 #include <string_view>

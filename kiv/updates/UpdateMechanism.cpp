@@ -1,4 +1,4 @@
-#include "kiv/rpc/UpdateMechanism.h"
+#include "kiv/updates/UpdateMechanism.h"
 
 #include "kiv/core/Clock.h"
 #include "kiv/files/Directory.h"
@@ -9,11 +9,11 @@
 #include "kiv/process/Process.h"
 #include "kiv/rpc/RpcAnswer.h"
 #include "kiv/rpc/RpcProvider.h"
-#include "kiv/rpc/UploadCheck.h"
 #include "kiv/tasks/LambdaTask.h"
 #include "kiv/tasks/MainPool.h"
 #include "kiv/tasks/TaskQueue.h"
 #include "kiv/tasks/ThreadPool.h"
+#include "kiv/updates/UploadCheck.h"
 
 #include <algorithm>
 #include <exception>

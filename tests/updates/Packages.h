@@ -1,7 +1,7 @@
 #pragma once
 
 #include "kiv/data/FilePacketWriter.h"
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

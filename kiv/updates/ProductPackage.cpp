@@ -1,4 +1,4 @@
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 
 #include "kiv/core/Random.h"
 #include "kiv/data/FilePacketReader.h"
@@ -9,7 +9,7 @@
 #include "kiv/platform/FileReplacement.h"
 #include "kiv/platform/FileStream.h"
 #include "kiv/platform/FileSystem.h"
-#include "kiv/rpc/PackageForm.h"
+#include "kiv/updates/PackageForm.h"
 
 #include <fmt/format.h>
 

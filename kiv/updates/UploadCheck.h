@@ -2,7 +2,7 @@
 
 #include "kiv/core/Sha256.h"
 #include "kiv/core/Signature.h"
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,12 +1,12 @@
-#include "kiv/rpc/UpdateMechanism.h"
+#include "kiv/updates/UpdateMechanism.h"
 #include "kiv/core/Clock.h"
 #include "kiv/platform/Interrupt.h"
 #include "kiv/rpc/RpcProvider.h"
 #include "kiv/tasks/MainPool.h"
 #include "kiv/tasks/ThreadPool.h"
-#include "tests/rpc/Packages.h"
 #include "tests/support/Gate.h"
 #include "tests/support/LogLines.h"
+#include "tests/updates/Packages.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "kiv/rpc/UploadCheck.h"
+#include "kiv/updates/UploadCheck.h"
 
 #include "kiv/core/Buffer.h"
 #include "kiv/files/File.h"

@@ -1,4 +1,4 @@
-#include "kiv/rpc/PackageForm.h"
+#include "kiv/updates/PackageForm.h"
 
 #include "kiv/files/ResourceLocator.h"
 #include "kiv/rpc/FileTransfer.h"

@@ -2,7 +2,7 @@
 
 #include "kiv/data/Item.h"
 #include "kiv/data/PacketScheme.h"
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 
 #include <string>
 

@@ -1,6 +1,6 @@
-#include "tests/rpc/Packages.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/SystemFaults.h"
+#include "tests/updates/Packages.h"
 
 #include <gmock/gmock.h>
 

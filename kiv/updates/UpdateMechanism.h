@@ -3,7 +3,7 @@
 #include "kiv/core/ByteSpan.h"
 #include "kiv/core/Object.h"
 #include "kiv/platform/Compiler.h"
-#include "kiv/rpc/ProductPackage.h"
+#include "kiv/updates/ProductPackage.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,8 +1,8 @@
 // Hunts: uploads over a real line that leave something behind, or whose caller waits for ever.
 
-#include "kiv/rpc/UpdateMechanism.h"
+#include "kiv/updates/UpdateMechanism.h"
 #include "tests/rpc/Line.h"
-#include "tests/rpc/Packages.h"
+#include "tests/updates/Packages.h"
 
 #include <gmock/gmock.h>
 
