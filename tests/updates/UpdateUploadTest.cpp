@@ -1,5 +1,6 @@
-// Hunts: uploads over a real line that leave something behind, or whose caller waits for ever.
+// Hunts: uploads over a real line that leave something behind, and callers that wait for ever.
 
+#include "kiv/platform/Interrupt.h"
 #include "kiv/updates/UpdateMechanism.h"
 #include "tests/rpc/Line.h"
 #include "tests/updates/Packages.h"
@@ -62,6 +63,24 @@ TEST_F(UpdateUploadTest, ABackupTakesARightThoughItsHandlerAsksForNone) {
     line.b.channel->addRight("rpc:backup_data");
     EXPECT_EQ(line.call("backup_data"), "good");
     EXPECT_EQ(backups, 1);
+}
+
+// Whoever has asked for an installation is told of it, though the application winds down.
+TEST_F(UpdateUploadTest, AnInstallationIsAnswered) {
+    LogLines lines;
+    mechanism->setBackupOperation([] { return true; });
+    mechanism->setInstallCommand([] { return true; });
+    const auto install = [&] {
+        line.a.channel->call("install_update_package", Item(), result.taker());
+        return outcome();
+    };
+    EXPECT_EQ(install(), "good[]");
+    EXPECT_EQ(lines.takeOne(),
+              "[RPC:install_update_package] client tries to use rpc 'install_update_package' without rights");
+    EXPECT_FALSE(platform::interruptFlag());
+    line.b.channel->addRight("rpc:install_update_package");
+    EXPECT_EQ(install(), "goodtrue");
+    EXPECT_TRUE(platform::interruptFlag().exchange(false));
 }
 
 TEST_F(UpdateUploadTest, WholeOrNothing) {
