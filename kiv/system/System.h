@@ -94,8 +94,8 @@ public:
     static bool addResourceDirectory(const char* path);
     static bool fetchResource(const char* name, Buffer& out);
 
-    // Where the program's own files are, its programs' directory unless it is set. Main thread; setting it requires:
-    // initialised.
+    // Where the program's own files are: the directory of its executable unless it is set. Main thread; setting it
+    // requires: initialised.
     static String getBaseDirectory();
     static void setBaseDirectory(TextArg path);
     // The base directory's "Plugins".
