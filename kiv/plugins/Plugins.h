@@ -24,6 +24,7 @@ public:
     static const unsigned maximumNumber = 4096; // of plug-ins in a map that was received
 
     Plugins();
+    // A copy begins with the same listeners.
     Plugins(const Plugins&);
     Plugins(Plugins&&) noexcept;
     Plugins& operator=(const Plugins&);
