@@ -249,7 +249,7 @@ bool UpdateMechanism::Service::follow(const std::shared_ptr<Upload>& upload) {
         if (upload->isTransferred)
             upload->check->stop();
         else
-            end("the transfer of the update package has failed");
+            end(transferFailed);
         return false;
     }
     if (percent < 100 || upload->isTransferred) return true;
