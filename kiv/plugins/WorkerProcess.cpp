@@ -35,8 +35,8 @@ WorkerProcess::Listener::~Listener() = default;
 WorkerProcess::WorkerProcess(const char* workerPath, List<String> arguments, Setup setup, RpcProvider* provider,
                              Listener* listener)
     : AsyncSupervisor(workerPath, std::move(arguments)), m_provider(provider),
-      m_rpc(makeObject<RpcChannel>([this](Packet* packet) { return send(packet); }, provider)), m_listener(listener),
-      m_setup(std::move(setup)) {
+      m_rpc(makeObject<RpcChannel>([this](Packet* packet) { return send(packet); }, provider)),
+      m_setup(std::move(setup)), m_listener(listener) {
     setKilledWithParent(true);
     m_rpc->setCaller(this);
     m_rpc->close("there is no worker yet");
@@ -140,16 +140,6 @@ void WorkerProcess::stop(unsigned timeout) {
         m_life = 0;
     }
     onWorkerChanged(0, stopped);
-}
-
-void WorkerProcess::setSetup(Setup setup) {
-    const std::lock_guard lock(m_mutex);
-    m_setup = std::move(setup);
-}
-
-int32_t WorkerProcess::getIndex() const {
-    const std::lock_guard lock(m_mutex);
-    return m_setup.index;
 }
 
 // ---- The supervising thread.

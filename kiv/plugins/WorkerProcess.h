@@ -66,9 +66,7 @@ public:
     RpcChannel& getRpc() { return *m_rpc; }
     // To the worker that the listener knows of; false, and the packet dropped, when there is none any more.
     bool send(Packet* packet);
-    // For the workers that are started from now on.
-    void setSetup(Setup setup);
-    int32_t getIndex() const;
+    int32_t getIndex() const { return m_setup.index; }
     // Whether the listener knows of a worker.
     bool hasWorker() const { return m_knownLife != 0; }
     // Called on threads of the pool when there is something for processEvents(). Set before start().
@@ -95,6 +93,7 @@ private:
     platform::Waker m_news; // of events
     const SmartPointer<RpcProvider> m_provider;
     const SmartPointer<RpcChannel> m_rpc;
+    const Setup m_setup;
     // Main thread.
     Listener* m_listener;
     uint32_t m_knownLife = 0;    // of the worker that was told of; 0 without one
@@ -102,7 +101,6 @@ private:
 
     mutable std::mutex m_mutex;
     // Guarded by it.
-    Setup m_setup;
     std::deque<Event> m_events;
     uint64_t m_waitingBytes = 0; // of their packets
     uint32_t m_life = 0;         // of the worker that there is; each has one of its own, 0 is none
