@@ -60,7 +60,8 @@ public:
     String getDefaultValue(const char* name) const;
     String getTitle(const char* name) const;
     int getFlags(const char* name) const;
-    // Of the option declared as number `index`; empty outside.
+    // Of the option declared as number `index`: name, title, description, default and flags, resp. the stored value.
+    // Empty outside.
     Item getMeta(int index) const;
     Item getData(int index) const;
     // All options, an element each: name, title, description, default, flags, value.
