@@ -43,6 +43,10 @@ std::string findFault(const HostCommand& command) {
     if (!std::filesystem::is_directory(pathOf(command.plugins), error)) return command.plugins + ": no directory";
     if (!command.worker.empty() && !std::filesystem::is_regular_file(pathOf(command.worker), error))
         return command.worker + ": no file";
+    // Else the first change of an option would tell.
+    const std::filesystem::path store = pathOf(command.store);
+    if (store.has_parent_path() && !std::filesystem::is_directory(store.parent_path(), error))
+        return command.store + ": no directory for it";
     for (const std::string& setting : command.settings)
         if (setting.find('=') == setting.npos) return setting + ": an option is set by name=value";
     return {};
