@@ -205,6 +205,8 @@ void Soak::checkStore(const SoakHost& host) {
         host.getOptionValues().size(), lines, m_handlesBefore, m_handlesAfter);
 }
 
+constexpr double leastMinutes = 0.5;
+
 Options readOptions(const std::vector<std::string>& arguments) {
     Options options;
     options.seed = static_cast<unsigned>(kiv::System::getTime64());
@@ -226,6 +228,10 @@ int main(int count, char** values) {
         return SoakWorker::main(arguments[1]);
     }
     const Options options = readOptions(arguments);
+    if (options.minutes < leastMinutes) {
+        fmt::print("soak: it takes {} minutes at least to fill the log\n", leastMinutes);
+        return 2;
+    }
     fmt::print("soak: {} minutes, seed {}\n\n", options.minutes, options.seed);
     std::fflush(stdout);
     Silence silence;
