@@ -62,6 +62,10 @@ void* operator new(size_t size) {
     if (!block) throw std::bad_alloc();
     return block;
 }
+// Sanitizers have one of their own, whose blocks the function below would not know.
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return mayAllocate() ? std::malloc(size != 0 ? size : 1) : nullptr;
+}
 
 void operator delete(void* block) noexcept {
     std::free(block);
